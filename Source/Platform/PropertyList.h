@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Platform/Export.h"
+#include "Platform/Result.h"
+#include "Platform/Value.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace tdw {
+
+/// Codes in `kCocoaErrorDomain` of bytes that are no property list, and of values that cannot
+/// become one.
+inline constexpr std::int64_t kPropertyListReadCorruptError = 3840;
+inline constexpr std::int64_t kPropertyListWriteInvalidError = 3851;
+
+/// The deepest nesting that is read or written; real device data stays below ten.
+inline constexpr std::size_t kPropertyListMaximumDepth = 200;
+
+/// The most objects that one property list may come to, shared ones counted at each use.
+inline constexpr std::size_t kPropertyListMaximumObjects = 4'000'000;
+
+/// Writes an XML property list, version 1.0, in UTF-8.
+///
+/// Dates lose fractions of a second, and control characters that XML cannot hold become U+FFFD.
+/// Errors (`kPropertyListWriteInvalidError`): an `Error` value, text that is not UTF-8 or holds a
+/// NUL, nesting over `kPropertyListMaximumDepth`; each names the key path of the offending value.
+TDW_EXPORT Result<Data> encodeXmlPropertyList(const Value& value);
+
+/// Writes a binary property list ("bplist00"). Errors as for XML.
+TDW_EXPORT Result<Data> encodeBinaryPropertyList(const Value& value);
+
+/// Reads an XML or a binary property list, recognised by its content.
+///
+/// Safe on any bytes whatever: nesting and object counts are bounded before anything is built.
+/// Errors: `kPropertyListReadCorruptError`.
+TDW_EXPORT Result<Value> decodePropertyList(std::span<const std::byte> bytes);
+
+} // namespace tdw

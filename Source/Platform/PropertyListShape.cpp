@@ -1,0 +1,307 @@
+#include "Platform/PropertyListShape.h"
+
+#include "Platform/PropertyList.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tdw {
+
+namespace {
+
+Error corrupt(std::string_view what)
+{
+    return Error(kCocoaErrorDomain, kPropertyListReadCorruptError,
+        "Not a readable property list: " + std::string(what));
+}
+
+constexpr std::array<std::string_view, 11> kElements { "plist", "dict", "array", "key", "string",
+    "integer", "real", "true", "false", "date", "data" };
+
+constexpr std::string_view kSpace = " \t\r\n";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+/// Walks the tags of an XML document and keeps the open ones.
+class XmlTagWalker {
+public:
+    explicit XmlTagWalker(std::string_view text)
+        : m_rest(text)
+    {
+        if (m_rest.starts_with(kByteOrderMark))
+            m_rest.remove_prefix(kByteOrderMark.size());
+    }
+
+    Result<void> run()
+    {
+        while (true) {
+            const auto tag = m_rest.find('<');
+            if (m_open.empty() && m_rest.substr(0, tag).find_first_not_of(kSpace) != m_rest.npos)
+                return corrupt("text stands outside its elements");
+            if (tag == std::string_view::npos)
+                break;
+            m_rest.remove_prefix(tag);
+            TDW_TRY(step());
+        }
+        if (!m_open.empty())
+            return corrupt("it ends inside <" + std::string(m_open.back()) + ">");
+        if (!m_sawElement)
+            return corrupt("it holds no element");
+        return {};
+    }
+
+private:
+    Result<void> step()
+    {
+        if (m_rest.starts_with("<!--"))
+            return skipPast("-->");
+        if (m_rest.starts_with("<![CDATA[")) {
+            if (m_open.empty())
+                return corrupt("character data outside an element");
+            return skipPast("]]>");
+        }
+        if (m_rest.starts_with("<?"))
+            return skipPast("?>");
+        if (m_rest.starts_with("<!"))
+            return skipDeclaration();
+        return element();
+    }
+
+    Result<void> skipPast(std::string_view end)
+    {
+        const auto found = m_rest.find(end, 2);
+        if (found == std::string_view::npos)
+            return corrupt("it ends before \"" + std::string(end) + "\"");
+        m_rest.remove_prefix(found + end.size());
+        return {};
+    }
+
+    /// A document type; an internal subset would be the place of entity tricks and is refused.
+    Result<void> skipDeclaration()
+    {
+        const auto end = m_rest.find_first_of("[>", 2);
+        if (end == std::string_view::npos || m_rest[end] == '[')
+            return corrupt("it holds an unfinished or internal document type");
+        m_rest.remove_prefix(end + 1);
+        return {};
+    }
+
+    Result<void> element()
+    {
+        const auto end = m_rest.find('>');
+        if (end == std::string_view::npos)
+            return corrupt("it ends inside a tag");
+        std::string_view body = m_rest.substr(1, end - 1);
+        m_rest.remove_prefix(end + 1);
+        const bool closes = body.starts_with('/');
+        const bool isEmpty = !closes && body.ends_with('/');
+        if (closes)
+            body.remove_prefix(1);
+        const auto name = body.substr(0, body.find_first_of(" \t\r\n/"));
+        const auto known = std::find(kElements.begin(), kElements.end(), name);
+        if (known == kElements.end())
+            return corrupt("unknown element <" + std::string(name.substr(0, 40)) + ">");
+        return closes ? close(*known) : open(*known, isEmpty);
+    }
+
+    Result<void> open(std::string_view name, bool isEmpty)
+    {
+        if (m_open.empty() && m_sawElement)
+            return corrupt("a second document follows the first");
+        m_sawElement = true;
+        if (++m_objects > kPropertyListMaximumObjects)
+            return corrupt("it holds too many objects");
+        if (isEmpty)
+            return {};
+        // Two more than values may nest: <plist> and the innermost value's own tags.
+        if (m_open.size() == kPropertyListMaximumDepth + 2)
+            return corrupt("it is nested too deeply");
+        m_open.push_back(name);
+        return {};
+    }
+
+    Result<void> close(std::string_view name)
+    {
+        if (m_open.empty() || m_open.back() != name)
+            return corrupt("</" + std::string(name) + "> closes nothing");
+        m_open.pop_back();
+        return {};
+    }
+
+    std::string_view m_rest;
+    std::vector<std::string_view> m_open;
+    std::size_t m_objects = 0;
+    bool m_sawElement = false;
+};
+
+constexpr std::size_t kBinaryHeaderBytes = 8;
+constexpr std::size_t kBinaryTrailerBytes = 32;
+
+/// Reads the tables of a binary property list and measures each object once.
+///
+///     | "bplist00" | objects … | offset table | trailer (32 bytes) |
+class BinaryMeasure {
+public:
+    explicit BinaryMeasure(std::span<const std::byte> bytes)
+        : m_bytes(bytes)
+    {
+    }
+
+    Result<void> run()
+    {
+        TDW_TRY(readTrailer());
+        m_measured.resize(m_objectCount);
+        m_stack.push_back(m_root);
+        while (!m_stack.empty())
+            TDW_TRY(visit(m_stack.back()));
+        return {};
+    }
+
+private:
+    /// What an object comes to with everything below it, shared children counted at each use.
+    struct Measured {
+        enum class State : std::uint8_t { Unseen, Entered, Done };
+        State state = State::Unseen;
+        std::uint32_t depth = 0;
+        std::uint64_t objects = 0;
+    };
+
+    struct Children {
+        std::size_t offset = 0;
+        std::size_t count = 0;
+    };
+
+    /// A big-endian number; the caller has checked that the bytes are there.
+    std::uint64_t number(std::size_t offset, std::size_t size) const
+    {
+        std::uint64_t result = 0;
+        for (const std::byte byte : m_bytes.subspan(offset, size))
+            result = (result << 8) | std::to_integer<std::uint64_t>(byte);
+        return result;
+    }
+
+    Result<void> readTrailer()
+    {
+        if (m_bytes.size() < kBinaryHeaderBytes + kBinaryTrailerBytes)
+            return corrupt("it is cut short");
+        const std::size_t trailer = m_bytes.size() - kBinaryTrailerBytes;
+        m_offsetSize = number(trailer + 6, 1);
+        m_referenceSize = number(trailer + 7, 1);
+        m_objectCount = number(trailer + 8, 8);
+        m_root = number(trailer + 16, 8);
+        m_offsetTable = number(trailer + 24, 8);
+        if (m_offsetSize < 1 || m_offsetSize > 8 || m_referenceSize < 1 || m_referenceSize > 8)
+            return corrupt("its trailer is wrong");
+        if (m_offsetTable < kBinaryHeaderBytes || m_offsetTable > trailer
+            || m_objectCount > (trailer - m_offsetTable) / m_offsetSize || m_root >= m_objectCount)
+            return corrupt("its trailer points outside it");
+        return {};
+    }
+
+    /// The child references of an object; none for anything but a container.
+    Result<Children> children(std::uint64_t object) const
+    {
+        const auto offset = number(m_offsetTable + object * m_offsetSize, m_offsetSize);
+        if (offset < kBinaryHeaderBytes || offset >= m_offsetTable)
+            return corrupt("an object lies outside it");
+        const auto marker = number(offset, 1);
+        const auto kind = marker >> 4;
+        const bool isDictionary = kind == 0xD;
+        if (!isDictionary && kind != 0xA && kind != 0xC)
+            return Children {};
+        std::size_t at = offset + 1;
+        std::uint64_t count = marker & 0xF;
+        if (count == 0xF) {
+            if (at >= m_offsetTable)
+                return corrupt("a container is cut short");
+            const std::size_t size = std::size_t { 1 } << (number(at, 1) & 0x3);
+            if (number(at, 1) >> 4 != 1 || size > m_offsetTable - at - 1)
+                return corrupt("a container has no size");
+            count = number(at + 1, size);
+            at += 1 + size;
+        }
+        const std::uint64_t room = (m_offsetTable - at) / m_referenceSize;
+        if (count > room || (isDictionary && count > room / 2))
+            return corrupt("a container is larger than the document");
+        return Children { at, isDictionary ? count * 2 : count };
+    }
+
+    /// Enters an object, or, once all its children are measured, sums them up and leaves it.
+    Result<void> visit(std::uint64_t object)
+    {
+        Measured& measured = m_measured[object];
+        const Children below = TDW_TRY(children(object));
+        if (measured.state == Measured::State::Unseen) {
+            measured.state = Measured::State::Entered;
+            const std::size_t before = m_stack.size();
+            for (std::size_t i = 0; i < below.count; ++i)
+                TDW_TRY(push(number(below.offset + i * m_referenceSize, m_referenceSize)));
+            if (m_stack.size() > before)
+                return {};
+        }
+        if (measured.state == Measured::State::Entered)
+            TDW_TRY(sumUp(measured, below));
+        m_stack.pop_back();
+        return {};
+    }
+
+    Result<void> push(std::uint64_t child)
+    {
+        if (child >= m_objectCount)
+            return corrupt("a reference points at nothing");
+        // Objects may overlap, so their references can be many more than the bytes.
+        if (++m_references > kPropertyListMaximumObjects)
+            return corrupt("it holds too many references");
+        if (m_measured[child].state == Measured::State::Entered)
+            return corrupt("it refers to itself");
+        if (m_measured[child].state == Measured::State::Unseen && m_stack.back() != child)
+            m_stack.push_back(child);
+        return {};
+    }
+
+    Result<void> sumUp(Measured& measured, const Children& below)
+    {
+        measured.objects = 1;
+        for (std::size_t i = 0; i < below.count; ++i) {
+            const Measured& child
+                = m_measured[number(below.offset + i * m_referenceSize, m_referenceSize)];
+            if (child.state != Measured::State::Done)
+                return corrupt("it refers to itself");
+            measured.depth = std::max(measured.depth, child.depth + 1);
+            measured.objects += child.objects;
+        }
+        if (measured.objects > kPropertyListMaximumObjects)
+            return corrupt("it holds too many objects");
+        if (measured.depth > kPropertyListMaximumDepth)
+            return corrupt("it is nested too deeply");
+        measured.state = Measured::State::Done;
+        return {};
+    }
+
+    std::span<const std::byte> m_bytes;
+    std::size_t m_offsetSize = 0;
+    std::size_t m_referenceSize = 0;
+    std::uint64_t m_objectCount = 0;
+    std::uint64_t m_root = 0;
+    std::uint64_t m_offsetTable = 0;
+    std::uint64_t m_references = 0;
+    std::vector<Measured> m_measured;
+    std::vector<std::uint64_t> m_stack;
+};
+
+} // namespace
+
+Result<void> checkXmlPropertyListShape(std::string_view text)
+{
+    return XmlTagWalker(text).run();
+}
+
+Result<void> checkBinaryPropertyListShape(std::span<const std::byte> bytes)
+{
+    return BinaryMeasure(bytes).run();
+}
+
+} // namespace tdw

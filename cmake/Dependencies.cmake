@@ -1,0 +1,18 @@
+# Each dependency has its reason in Docs/architecture.md.
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(LibPlist REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(LibUsbmuxd REQUIRED IMPORTED_TARGET libusbmuxd-2.0)
+pkg_check_modules(LibImobiledevice REQUIRED IMPORTED_TARGET libimobiledevice-1.0)
+pkg_check_modules(LibSystemd REQUIRED IMPORTED_TARGET libsystemd)
+find_package(OpenSSL REQUIRED)
+find_package(nlohmann_json 3.11 REQUIRED)
+find_package(CLI11 REQUIRED)
+
+# Asio ships neither a pkg-config file nor a CMake package.
+find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+add_library(Asio INTERFACE)
+target_include_directories(Asio SYSTEM INTERFACE "${ASIO_INCLUDE_DIR}")
+target_compile_definitions(Asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+target_link_libraries(Asio INTERFACE Threads::Threads)
