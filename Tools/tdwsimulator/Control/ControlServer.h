@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Control/ControlProtocol.h"
+#include "Platform/Result.h"
+
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+
+#include <filesystem>
+
+namespace tdw::simulator {
+
+/// The control socket: one JSON object a line in, one JSON object a line out, in order. A client
+/// that waits gets its line when what it waits for has happened, or its bound has passed.
+///
+/// Used by the thread that runs the context; must not outlive the simulation.
+class ControlServer {
+public:
+    ControlServer(asio::io_context& context, Simulation& simulation, ControlProtocol protocol);
+
+    /// Errors name the path.
+    Result<void> open(const std::filesystem::path& path);
+
+private:
+    void accept();
+
+    Simulation& m_simulation;
+    ControlProtocol m_protocol;
+    asio::local::stream_protocol::acceptor m_acceptor;
+};
+
+} // namespace tdw::simulator

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Device/Channel.h"
+#include "Model/Simulation.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace tdw::simulator {
+
+/// The way in to the services of devices, for whoever brings connections.
+class DeviceGate {
+public:
+    DeviceGate() = default;
+    DeviceGate(const DeviceGate&) = delete;
+    DeviceGate& operator=(const DeviceGate&) = delete;
+    virtual ~DeviceGate() = default;
+
+    /// Whether anything listens on this port of the device.
+    virtual bool accepts(const Attachment& attachment, std::uint16_t port) const = 0;
+
+    /// Connects a channel to the service on this port, which must be an accepted one.
+    /// @param bytes what the client has sent already
+    virtual void connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
+        std::uint16_t port, std::span<const std::byte> bytes)
+        = 0;
+};
+
+} // namespace tdw::simulator

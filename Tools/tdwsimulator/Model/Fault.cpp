@@ -1,0 +1,121 @@
+#include "Model/Fault.h"
+
+#include "Model/JsonObject.h"
+#include "Model/SimulatorError.h"
+
+#include <algorithm>
+#include <array>
+
+namespace tdw::simulator {
+
+namespace {
+
+/// In the order of `FaultKind`.
+constexpr std::array<std::string_view, 16> kKindNames { "delay", "hang", "drop", "truncate",
+    "garbage", "oversize", "wrong-type", "missing-key", "not-a-dictionary", "error",
+    "close-after-reply", "detach", "wrong-certificate", "absent", "no-serial-number",
+    "result-only" };
+
+bool messageHas(
+    const Dictionary* message, std::string_view key, const std::optional<std::string>& expected)
+{
+    if (!expected)
+        return true;
+    const Value* value = message != nullptr ? message->find(key) : nullptr;
+    return value != nullptr && value->asString() != nullptr && *value->asString() == *expected;
+}
+
+bool matches(const Fault& fault, const Occurrence& occurrence)
+{
+    return fault.at == occurrence.at && (!fault.device || *fault.device == occurrence.device)
+        && (!fault.request || *fault.request == occurrence.request)
+        && messageHas(occurrence.message, "Domain", fault.domain)
+        && messageHas(occurrence.message, "Key", fault.key);
+}
+
+Result<void> checkPlace(const Fault& fault, const std::string& path)
+{
+    const bool muxOnly = fault.kind == FaultKind::Absent || fault.kind == FaultKind::NoSerialNumber
+        || fault.kind == FaultKind::ResultOnly;
+    const bool tlsOnly = fault.kind == FaultKind::WrongCertificate;
+    const bool tlsToo = tlsOnly || fault.kind == FaultKind::Delay || fault.kind == FaultKind::Hang
+        || fault.kind == FaultKind::Drop || fault.kind == FaultKind::Garbage
+        || fault.kind == FaultKind::Detach;
+    const bool answerOnly = fault.kind == FaultKind::Error || fault.kind == FaultKind::WrongType
+        || fault.kind == FaultKind::MissingKey;
+    if ((muxOnly && fault.at != kMuxPlace) || (tlsOnly && fault.at != kTlsPlace)
+        || (!tlsToo && fault.at == kTlsPlace) || (answerOnly && fault.at == kMuxPlace)) {
+        return simulatorError(path + ".fault: \""
+            + std::string(kKindNames[static_cast<std::size_t>(fault.kind)])
+            + "\" cannot happen at \"" + fault.at + "\"");
+    }
+    return {};
+}
+
+} // namespace
+
+Result<Fault> faultFromJson(
+    const Json& json, const std::string& path, const std::filesystem::path& directory)
+{
+    JsonObject object = TDW_TRY(JsonObject::open(json, path));
+    Fault fault;
+    fault.at = TDW_TRY(object.requiredString("at"));
+    TDW_TRY(object.requiredString("fault"));
+    fault.kind = static_cast<FaultKind>(*TDW_TRY(object.word("fault", kKindNames)));
+    TDW_TRY(checkPlace(fault, path));
+    fault.device = TDW_TRY(object.string("device"));
+    fault.request = TDW_TRY(object.string("request"));
+    fault.domain = TDW_TRY(object.string("domain"));
+    fault.key = TDW_TRY(object.string("key"));
+    fault.first = TDW_TRY(object.number("nth", 1)).value_or(1);
+    fault.count = TDW_TRY(object.number("count", 1));
+    fault.bytes = TDW_TRY(object.number("bytes"));
+    fault.replyKey = TDW_TRY(object.string("replyKey"));
+    if (const Json* value = object.take("value"))
+        fault.value = TDW_TRY(valueFromJson(*value, object.pathOf("value"), directory));
+    if (fault.kind == FaultKind::Delay) {
+        const auto milliseconds = TDW_TRY(object.number("milliseconds", 1));
+        if (!milliseconds || *milliseconds > 3'600'000)
+            return simulatorError(object.pathOf("milliseconds") + ": a delay needs 1 to 3600000");
+        fault.delay = std::chrono::milliseconds(*milliseconds);
+    }
+    if (fault.kind == FaultKind::Error)
+        fault.error = TDW_TRY(object.requiredString("error"));
+    TDW_TRY(object.refuseOtherKeys());
+    return fault;
+}
+
+std::uint64_t FaultTable::add(Fault fault)
+{
+    m_entries.push_back(Entry { ++m_lastNumber, std::move(fault) });
+    return m_lastNumber;
+}
+
+bool FaultTable::remove(std::uint64_t number)
+{
+    return std::erase_if(m_entries, [number](const Entry& entry) { return entry.number == number; })
+        != 0;
+}
+
+std::optional<Fault> FaultTable::take(const Occurrence& occurrence)
+{
+    for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
+        if (!matches(entry->fault, occurrence))
+            continue;
+        if (++entry->seen < entry->fault.first)
+            continue;
+        Fault fault = entry->fault;
+        if (fault.count && entry->seen >= fault.first + *fault.count - 1)
+            m_entries.erase(entry);
+        return fault;
+    }
+    return std::nullopt;
+}
+
+bool FaultTable::contains(FaultKind kind, std::string_view at) const
+{
+    return std::any_of(m_entries.begin(), m_entries.end(),
+        [&](const Entry& entry) { return entry.fault.kind == kind && entry.fault.at == at; });
+}
+
+} // namespace tdw::simulator

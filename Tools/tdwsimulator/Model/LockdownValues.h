@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Model/Scenario.h"
+
+#include <string>
+#include <string_view>
+
+namespace tdw::simulator {
+
+/// The values of one device, by domain and key, with what a device allows whom.
+class LockdownValues {
+public:
+    using Domains = std::map<std::string, Dictionary, std::less<>>;
+
+    explicit LockdownValues(Domains domains)
+        : m_domains(std::move(domains))
+    {
+    }
+
+    /// A whole domain, or null.
+    const Dictionary* domain(std::string_view domain) const;
+
+    /// One value, or null.
+    const Value* value(std::string_view domain, std::string_view key) const;
+
+    void set(std::string_view domain, std::string_view key, Value value);
+
+    /// Says whether there was such a value.
+    bool remove(std::string_view domain, std::string_view key);
+
+    /// What a host without a session may read of the global domain.
+    Dictionary publicValues() const;
+    static bool isPublic(std::string_view domain, std::string_view key);
+
+    /// Whether a trusted host may write this value.
+    static bool isWritable(std::string_view domain, std::string_view key);
+
+    /// Changes with every change of a value: what was made from values is stale by then.
+    std::uint64_t revision() const { return m_revision; }
+
+private:
+    Domains m_domains;
+    std::uint64_t m_revision = 0;
+};
+
+} // namespace tdw::simulator

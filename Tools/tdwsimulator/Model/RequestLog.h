@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Model/Fault.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tdw::simulator {
+
+/// One thing that happened, as it came over the wire.
+struct LogEntry {
+    std::uint64_t number = 0; ///< counts from 1
+    std::string at;
+    std::string device;
+    std::string request;
+    Dictionary message;
+};
+
+/// Which entries somebody asks for; what is not set matches all.
+struct LogFilter {
+    std::optional<std::string> at;
+    std::optional<std::string> device;
+    std::optional<std::string> request;
+    std::uint64_t after = 0; ///< only entries with a higher number
+
+    bool matches(const LogEntry& entry) const;
+};
+
+/// What the simulator has been asked, and who waits for a request to come.
+///
+/// Keeps the last `kCapacity` entries. Used by the simulator's one thread.
+class RequestLog {
+public:
+    static constexpr std::size_t kCapacity = 20'000;
+    using Waiter = std::function<void(const LogEntry&)>;
+
+    /// Notes an occurrence and calls the waiters that it satisfies.
+    void add(const Occurrence& occurrence);
+
+    /// The matching entries, oldest first.
+    std::vector<LogEntry> entries(const LogFilter& filter) const;
+
+    std::uint64_t lastNumber() const { return m_lastNumber; }
+
+    /// Calls `waiter` once, with the entry that completes `count` matching ones: at once where
+    /// they have come already, else when they do.
+    /// @returns the number by which waiting is given up, or 0 when the waiter was called at once
+    std::uint64_t wait(const LogFilter& filter, std::uint64_t count, Waiter waiter);
+
+    /// After this the waiter is not called any more.
+    void giveUp(std::uint64_t number);
+
+private:
+    struct Pending {
+        std::uint64_t number;
+        LogFilter filter;
+        std::uint64_t missing;
+        Waiter waiter;
+    };
+
+    std::deque<LogEntry> m_entries;
+    std::vector<Pending> m_pending;
+    std::uint64_t m_lastNumber = 0;
+    std::uint64_t m_lastWaiter = 0;
+};
+
+} // namespace tdw::simulator

@@ -1,0 +1,223 @@
+#include "Model/Scenario.h"
+
+#include "Model/JsonObject.h"
+#include "Model/SimulatorError.h"
+
+#include <algorithm>
+
+namespace tdw::simulator {
+
+namespace {
+
+/// What a device answers that a scenario says nothing about.
+Dictionary defaultLockdownValues()
+{
+    return Dictionary { { "ActivationState", "Activated" },
+        { "BluetoothAddress", "02:00:5e:20:00:99" }, { "BuildVersion", "22F76" },
+        { "CPUArchitecture", "arm64e" }, { "DeviceClass", "iPhone" }, { "DeviceColor", "1" },
+        { "DeviceName", "Simulated iPhone" }, { "HardwareModel", "D83AP" },
+        { "HostAttached", true }, { "PasswordProtected", false }, { "ProductName", "iPhone OS" },
+        { "ProductType", "iPhone16,1" }, { "ProductVersion", "18.5" }, { "ProtocolVersion", "2" },
+        { "SerialNumber", "TWSIM0000Z" }, { "TimeZone", "Europe/Berlin" },
+        { "WiFiAddress", "02:00:5e:10:00:99" } };
+}
+
+Dictionary defaultBatteryValues()
+{
+    return Dictionary { { "BatteryCurrentCapacity", 80 }, { "BatteryIsCharging", false },
+        { "ExternalChargeCapable", true }, { "ExternalConnected", false },
+        { "FullyCharged", false }, { "GasGaugeCapability", true }, { "HasBattery", true } };
+}
+
+Dictionary defaultWirelessValues()
+{
+    return Dictionary { { "EnableWifiConnections", false }, { "EnableWifiDebugging", false },
+        { "SupportsWifi", true }, { "SupportsWifiSyncing", true } };
+}
+
+class ScenarioReader {
+public:
+    explicit ScenarioReader(const std::filesystem::path& directory)
+        : m_directory(directory)
+    {
+    }
+
+    Result<Scenario> read(const Json& json)
+    {
+        JsonObject object = TDW_TRY(JsonObject::open(json, ""));
+        Scenario scenario;
+        TDW_TRY(object.string("description"));
+        if (const auto layout = TDW_TRY(object.word("networkAddressLayout", kAddressLayoutNames)))
+            scenario.addressLayout = static_cast<AddressLayout>(*layout);
+        if (auto buid = TDW_TRY(object.string("systemBUID")))
+            scenario.systemBuid = *std::move(buid);
+        for (const Json* item : TDW_TRY(object.array("devices"))) {
+            const std::string path = "devices[" + std::to_string(scenario.devices.size()) + "]";
+            DeviceDescription device = TDW_TRY(readDevice(*item, path));
+            for (const DeviceDescription& other : scenario.devices) {
+                if (other.udid == device.udid)
+                    return simulatorError(path + ".udid: \"" + device.udid + "\" is there twice");
+            }
+            scenario.devices.push_back(std::move(device));
+        }
+        scenario.faults = TDW_TRY(readFaults(object, std::nullopt));
+        // A fault may stand with its device or with the whole scenario.
+        for (Fault& fault : m_deviceFaults)
+            scenario.faults.push_back(std::move(fault));
+        TDW_TRY(object.refuseOtherKeys());
+        return scenario;
+    }
+
+private:
+    Result<DeviceDescription> readDevice(const Json& json, const std::string& path)
+    {
+        JsonObject object = TDW_TRY(JsonObject::open(json, path));
+        DeviceDescription device;
+        device.udid = TDW_TRY(object.requiredString("udid"));
+        if (!isDeviceIdentifier(device.udid)) {
+            return simulatorError(object.pathOf("udid") + ": \"" + device.udid
+                + "\" is not a device identifier (24 to 40 of 0-9, A-F and hyphens)");
+        }
+        device.connections = TDW_TRY(readConnections(object));
+        device.domains = TDW_TRY(readDomains(object));
+        Dictionary& global = device.domains[std::string(kGlobalDomain)];
+        if (!global.contains("UniqueDeviceID"))
+            global.set("UniqueDeviceID", device.udid);
+        TDW_TRY(readTrust(object, device));
+        device.usesTls = TDW_TRY(object.boolean("sessionTLS")).value_or(true);
+        device.repliesWithResult = TDW_TRY(object.boolean("resultReplies")).value_or(false);
+        device.networkAddress = TDW_TRY(object.string("networkAddress"));
+        for (const Json* item : TDW_TRY(object.array("watches"))) {
+            device.watches.push_back(TDW_TRY(readWatch(
+                *item, object.pathOf("watches[" + std::to_string(device.watches.size()) + "]"))));
+        }
+        if (const auto wallpaper = TDW_TRY(object.string("wallpaper")))
+            device.wallpaper = m_directory / *wallpaper;
+        for (Fault& fault : TDW_TRY(readFaults(object, device.udid)))
+            m_deviceFaults.push_back(std::move(fault));
+        TDW_TRY(object.refuseOtherKeys());
+        return device;
+    }
+
+    Result<std::vector<ConnectionType>> readConnections(JsonObject& object)
+    {
+        if (object.take("connections") == nullptr)
+            return std::vector { ConnectionType::Usb };
+        std::vector<ConnectionType> connections;
+        for (const Json* item : TDW_TRY(object.array("connections"))) {
+            const auto* name = item->get_ptr<const std::string*>();
+            const auto* found = name == nullptr ? std::end(kConnectionTypeNames)
+                                                : std::find(std::begin(kConnectionTypeNames),
+                                                    std::end(kConnectionTypeNames), *name);
+            const auto position = found - std::begin(kConnectionTypeNames);
+            const auto type = static_cast<ConnectionType>(position);
+            const bool isTwice
+                = std::find(connections.begin(), connections.end(), type) != connections.end();
+            if (found == std::end(kConnectionTypeNames) || isTwice) {
+                return simulatorError(object.pathOf("connections") + ": " + jsonText(*item)
+                    + " is not one of usb, network, each at most once");
+            }
+            connections.push_back(type);
+        }
+        return connections;
+    }
+
+    Result<std::map<std::string, Dictionary, std::less<>>> readDomains(JsonObject& object)
+    {
+        std::map<std::string, Dictionary, std::less<>> domains;
+        auto read = [&](std::string_view key, std::string_view domain,
+                        Dictionary defaults) -> Result<void> {
+            const Json* json = object.take(key);
+            domains[std::string(domain)] = json == nullptr
+                ? std::move(defaults)
+                : TDW_TRY(dictionaryFromJson(*json, object.pathOf(key), m_directory));
+            return {};
+        };
+        TDW_TRY(read("lockdown", kGlobalDomain, defaultLockdownValues()));
+        TDW_TRY(read("battery", kBatteryDomain, defaultBatteryValues()));
+        TDW_TRY(read("wireless", kWirelessDomain, defaultWirelessValues()));
+        if (const Json* json = object.take("domains")) {
+            JsonObject others = TDW_TRY(JsonObject::open(*json, object.pathOf("domains")));
+            for (const auto& [domain, values] : json->items()) {
+                domains[domain]
+                    = TDW_TRY(dictionaryFromJson(values, others.pathOf(domain), m_directory));
+            }
+        }
+        return domains;
+    }
+
+    Result<void> readTrust(JsonObject& object, DeviceDescription& device)
+    {
+        static constexpr std::string_view kStates[] = { "paired", "unpaired" };
+        device.isPaired = TDW_TRY(object.word("state", kStates)).value_or(0) == 0;
+        const auto trust = TDW_TRY(object.word("trust", kTrustNames));
+        device.trust = static_cast<Trust>(trust.value_or(0));
+        device.acceptAfter = TDW_TRY(object.number("acceptAfter", 1));
+        device.reconnectsAfterTrust
+            = TDW_TRY(object.boolean("reconnectAfterTrust")).value_or(false);
+        return {};
+    }
+
+    Result<WatchDescription> readWatch(const Json& json, const std::string& path)
+    {
+        JsonObject object = TDW_TRY(JsonObject::open(json, path));
+        WatchDescription watch;
+        watch.udid = TDW_TRY(object.requiredString("udid"));
+        if (const Json* values = object.take("values"))
+            watch.values
+                = TDW_TRY(dictionaryFromJson(*values, object.pathOf("values"), m_directory));
+        if (const Json* errors = object.take("errors"))
+            watch.errors
+                = TDW_TRY(dictionaryFromJson(*errors, object.pathOf("errors"), m_directory));
+        TDW_TRY(object.refuseOtherKeys());
+        return watch;
+    }
+
+    Result<std::vector<Fault>> readFaults(
+        JsonObject& object, const std::optional<std::string>& device)
+    {
+        std::vector<Fault> faults;
+        for (const Json* item : TDW_TRY(object.array("faults"))) {
+            const std::string path = object.pathOf("faults[" + std::to_string(faults.size()) + "]");
+            Fault fault = TDW_TRY(faultFromJson(*item, path, m_directory));
+            if (device)
+                fault.device = device;
+            faults.push_back(std::move(fault));
+        }
+        return faults;
+    }
+
+    std::filesystem::path m_directory;
+    std::vector<Fault> m_deviceFaults;
+};
+
+} // namespace
+
+AddressLayout defaultAddressLayout()
+{
+    return TDWSIMULATOR_LIBRARY_WANTS_LINUX_ADDRESSES != 0 ? AddressLayout::Linux
+                                                           : AddressLayout::Bsd;
+}
+
+Result<Scenario> loadScenario(const std::filesystem::path& file)
+{
+    const std::string text = TDW_TRY(readTextFile(file));
+    auto scenario = scenarioFromText(text, file.parent_path());
+    if (!scenario)
+        return simulatorError(file.string() + ": " + scenario.error().failureReason());
+    return *std::move(scenario);
+}
+
+Result<Scenario> scenarioFromText(std::string_view text, const std::filesystem::path& directory)
+{
+    const Json json = TDW_TRY(parseJson(text));
+    return ScenarioReader(directory).read(json);
+}
+
+bool isDeviceIdentifier(std::string_view text)
+{
+    return text.size() >= 24 && text.size() <= 40
+        && text.find_first_not_of("0123456789abcdefABCDEF-") == std::string_view::npos;
+}
+
+} // namespace tdw::simulator

@@ -1,0 +1,33 @@
+#include "Model/SimulatedDevice.h"
+
+namespace tdw::simulator {
+
+SimulatedDevice::SimulatedDevice(DeviceDescription description)
+    : m_description(std::move(description))
+    , m_values(m_description.domains)
+    , m_trust(m_description.trust, m_description.acceptAfter)
+{
+}
+
+void SimulatedDevice::setTrust(Trust trust)
+{
+    m_trust.setTrust(trust);
+}
+
+std::string SimulatedDevice::text(std::string_view key) const
+{
+    const Value* value = m_values.value(kGlobalDomain, key);
+    return value != nullptr && value->asString() != nullptr ? *value->asString() : std::string();
+}
+
+std::uint64_t SimulatedDevice::productId() const
+{
+    const std::string deviceClass = text("DeviceClass");
+    if (deviceClass == "iPad")
+        return 0x12ab;
+    if (deviceClass == "iPod")
+        return 0x12aa;
+    return 0x12a8;
+}
+
+} // namespace tdw::simulator

@@ -1,0 +1,116 @@
+#include "Model/Simulation.h"
+
+#include "Model/SimulatorError.h"
+
+#include <algorithm>
+
+namespace tdw::simulator {
+
+namespace {
+
+std::string described(const SimulatedDevice& device, ConnectionType type)
+{
+    return device.udid() + " (" + std::string(kConnectionTypeNames[static_cast<int>(type)]) + ")";
+}
+
+} // namespace
+
+Simulation::Simulation(Scenario scenario)
+    : m_addressLayout(scenario.addressLayout)
+    , m_systemBuid(std::move(scenario.systemBuid))
+{
+    for (DeviceDescription& description : scenario.devices)
+        m_devices.push_back(std::make_unique<SimulatedDevice>(std::move(description)));
+    for (Fault& fault : scenario.faults)
+        m_faults.add(std::move(fault));
+}
+
+SimulatedDevice* Simulation::device(std::string_view udid) const
+{
+    const auto found = std::find_if(m_devices.begin(), m_devices.end(),
+        [&](const auto& device) { return device->udid() == udid; });
+    return found == m_devices.end() ? nullptr : found->get();
+}
+
+std::optional<Attachment> Simulation::attachment(std::uint32_t identifier) const
+{
+    const auto found = std::find_if(m_attachments.begin(), m_attachments.end(),
+        [&](const Attachment& attachment) { return attachment.identifier == identifier; });
+    return found == m_attachments.end() ? std::nullopt : std::optional(*found);
+}
+
+std::optional<Attachment> Simulation::attachment(
+    const SimulatedDevice& device, ConnectionType type) const
+{
+    const auto found = std::find_if(
+        m_attachments.begin(), m_attachments.end(), [&](const Attachment& attachment) {
+            return attachment.device == &device && attachment.type == type;
+        });
+    return found == m_attachments.end() ? std::nullopt : std::optional(*found);
+}
+
+Result<void> Simulation::attachInitialDevices()
+{
+    for (const auto& device : m_devices) {
+        for (const ConnectionType type : device->description().connections)
+            TDW_TRY(attach(*device, type));
+    }
+    return {};
+}
+
+Result<Attachment> Simulation::attach(SimulatedDevice& device, ConnectionType type)
+{
+    if (attachment(device, type))
+        return simulatorError(described(device, type) + " is attached already");
+    if (type == ConnectionType::Network && openNetwork)
+        TDW_TRY(openNetwork(device));
+    const Attachment attachment { ++m_lastIdentifier, &device, type };
+    m_attachments.push_back(attachment);
+    announce(SimulationEvent::Kind::Attached, attachment);
+    return attachment;
+}
+
+Result<void> Simulation::detach(SimulatedDevice& device, ConnectionType type)
+{
+    const auto attached = attachment(device, type);
+    if (!attached)
+        return simulatorError(described(device, type) + " is not attached");
+    std::erase_if(m_attachments, [&](const Attachment& attachment) {
+        return attachment.identifier == attached->identifier;
+    });
+    device.trust().forgetAnswer();
+    announce(SimulationEvent::Kind::Detached, *attached);
+    return {};
+}
+
+void Simulation::savePairRecord(std::string_view udid, Data record)
+{
+    m_pairRecords.save(udid, std::move(record));
+    const SimulatedDevice* device = this->device(udid);
+    if (device == nullptr)
+        return;
+    const std::vector<Attachment> attachments = m_attachments;
+    for (const Attachment& attachment : attachments) {
+        if (attachment.device == device)
+            announce(SimulationEvent::Kind::Paired, attachment);
+    }
+}
+
+std::optional<Fault> Simulation::occurred(const Occurrence& occurrence)
+{
+    m_log.add(occurrence);
+    return m_faults.take(occurrence);
+}
+
+void Simulation::announce(SimulationEvent::Kind kind, const Attachment& attachment)
+{
+    static constexpr std::string_view kNames[] = { "Attached", "Detached", "Paired" };
+    const Dictionary message { { "DeviceID", attachment.identifier },
+        { "ConnectionType", kConnectionTypeNames[static_cast<int>(attachment.type)] } };
+    m_log.add(Occurrence {
+        "simulator", attachment.device->udid(), kNames[static_cast<int>(kind)], &message });
+    for (const Observer& observer : m_observers)
+        observer(SimulationEvent { kind, attachment });
+}
+
+} // namespace tdw::simulator

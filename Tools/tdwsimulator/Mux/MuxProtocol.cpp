@@ -1,0 +1,194 @@
+#include "Mux/MuxProtocol.h"
+
+#include "Model/Lookup.h"
+#include "Platform/PropertyList.h"
+
+#include <cassert>
+
+namespace tdw::simulator {
+
+namespace {
+
+/// Ports travel in network byte order inside a property list's integer.
+std::uint16_t hostPort(std::uint64_t number)
+{
+    const auto port = static_cast<std::uint16_t>(number);
+    return static_cast<std::uint16_t>(port << 8 | port >> 8);
+}
+
+} // namespace
+
+MuxProtocol::Request MuxProtocol::read(const MuxFrame& frame)
+{
+    if (frame.message != kMuxPropertyListMessage)
+        return Request { "Binary", Dictionary { { "Message", frame.message } }, true };
+    auto value = decodePropertyList(frame.payload);
+    if (!value || value->asDictionary() == nullptr)
+        return Request { "Unreadable", Dictionary(), false };
+    const Dictionary& message = *value->asDictionary();
+    const std::string* type = stringIn(message, "MessageType");
+    if (type == nullptr)
+        return Request { "Unreadable", message, false };
+    return Request { *type, message, true };
+}
+
+MuxReply MuxProtocol::reply(
+    const MuxFrame& frame, const Request& request, const std::optional<Fault>& fault)
+{
+    const std::uint32_t tag = frame.tag;
+    if (m_isListening)
+        return MuxReply { result(MuxResult::BadCommand, tag), MuxReply::Next::Close, {}, 0 };
+    if (frame.version > 1)
+        return MuxReply { .bytes = result(MuxResult::BadVersion, tag) };
+    if (frame.message != kMuxPropertyListMessage)
+        return MuxReply { .bytes = result(MuxResult::BadCommand, tag) };
+    m_speaksPropertyLists = true;
+    if (!request.isReadable)
+        return MuxReply {};
+
+    const Dictionary& message = request.message;
+    if (request.name == "Listen")
+        return listen(message, tag);
+    if (request.name == "Connect")
+        return connect(message, tag);
+    if (request.name == "ListDevices") {
+        if (fault && fault->kind == FaultKind::ResultOnly)
+            return MuxReply { .bytes = result(MuxResult::Ok, tag) };
+        return MuxReply { .bytes = encoded(deviceList(fault), tag) };
+    }
+    if (request.name == "ListListeners")
+        return MuxReply { .bytes = encoded(listenerList(), tag) };
+    if (request.name == "ReadBUID")
+        return MuxReply { .bytes = encoded({ { "BUID", m_simulation.systemBuid() } }, tag) };
+    if (request.name == "ReadPairRecord")
+        return MuxReply { .bytes = readPairRecord(message, tag) };
+    if (request.name == "SavePairRecord")
+        return MuxReply { .bytes = savePairRecord(message, tag) };
+    if (request.name == "DeletePairRecord")
+        return MuxReply { .bytes = deletePairRecord(message, tag) };
+    return MuxReply { .bytes = result(MuxResult::BadCommand, tag) };
+}
+
+Data MuxProtocol::notification(const SimulationEvent& event) const
+{
+    switch (event.kind) {
+    case SimulationEvent::Kind::Attached:
+        return encoded(attachedMessage(event.attachment, m_simulation.addressLayout()), 0);
+    case SimulationEvent::Kind::Detached:
+        return encoded(deviceMessage("Detached", event.attachment.identifier), 0);
+    case SimulationEvent::Kind::Paired:
+        return encoded(deviceMessage("Paired", event.attachment.identifier), 0);
+    }
+    return {};
+}
+
+Data MuxProtocol::encoded(const Dictionary& message, std::uint32_t tag) const
+{
+    auto payload = encodeXmlPropertyList(message);
+    // Only text that is not UTF-8 cannot be written, and no such text is ever read.
+    assert(payload);
+    return encodeMuxFrame(
+        MuxFrame { 1, kMuxPropertyListMessage, tag, payload ? *std::move(payload) : Data() });
+}
+
+Data MuxProtocol::result(MuxResult result, std::uint32_t tag) const
+{
+    if (m_speaksPropertyLists)
+        return encoded(resultMessage(result), tag);
+    Data number(4);
+    number[0] = static_cast<std::byte>(result);
+    return encodeMuxFrame(MuxFrame { 0, kMuxResultMessage, tag, std::move(number) });
+}
+
+MuxReply MuxProtocol::listen(const Dictionary&, std::uint32_t tag)
+{
+    m_isListening = true;
+    MuxReply reply { result(MuxResult::Ok, tag), MuxReply::Next::Listen, {}, 0 };
+    for (const Attachment& attachment : m_simulation.attachments()) {
+        const Data message
+            = notification(SimulationEvent { SimulationEvent::Kind::Attached, attachment });
+        reply.bytes.insert(reply.bytes.end(), message.begin(), message.end());
+    }
+    return reply;
+}
+
+MuxReply MuxProtocol::connect(const Dictionary& request, std::uint32_t tag)
+{
+    const auto identifier = numberIn(request, "DeviceID");
+    const auto port = numberIn(request, "PortNumber");
+    if (!identifier)
+        return MuxReply { .bytes = result(MuxResult::BadDevice, tag) };
+    if (!port)
+        return MuxReply { .bytes = result(MuxResult::BadCommand, tag) };
+    const auto target = m_simulation.attachment(static_cast<std::uint32_t>(*identifier));
+    if (!target)
+        return MuxReply { .bytes = result(MuxResult::BadDevice, tag) };
+    if (!m_acceptsPort(*target, hostPort(*port)))
+        return MuxReply { .bytes = result(MuxResult::ConnectionRefused, tag) };
+    return MuxReply { result(MuxResult::Ok, tag), MuxReply::Next::Connect, *target,
+        hostPort(*port) };
+}
+
+Dictionary MuxProtocol::deviceList(const std::optional<Fault>& fault) const
+{
+    Array list;
+    for (const Attachment& attachment : m_simulation.attachments()) {
+        Dictionary message = attachedMessage(attachment, m_simulation.addressLayout());
+        if (list.empty() && fault && fault->kind == FaultKind::NoSerialNumber) {
+            Dictionary properties = *message.find("Properties")->asDictionary();
+            properties.remove("SerialNumber");
+            message.set("Properties", std::move(properties));
+        }
+        list.emplace_back(std::move(message));
+    }
+    return Dictionary { { "DeviceList", std::move(list) } };
+}
+
+Dictionary MuxProtocol::listenerList() const
+{
+    Array list;
+    for (const auto& [number, description] : m_simulation.listeners) {
+        const std::string* bundle = stringIn(description, "BundleID");
+        const std::string* program = stringIn(description, "ProgName");
+        const std::string bundleName = bundle != nullptr ? *bundle : std::string();
+        list.emplace_back(Dictionary { { "Blacklisted", false }, { "BundleID", bundleName },
+            { "ConnType", 0 }, { "ID String", std::to_string(number) + "-" + bundleName },
+            { "ProgName", program != nullptr ? *program : std::string() },
+            { "kLibUSBMuxVersion", numberIn(description, "kLibUSBMuxVersion").value_or(0) } });
+    }
+    return Dictionary { { "ListenerList", std::move(list) } };
+}
+
+Data MuxProtocol::readPairRecord(const Dictionary& request, std::uint32_t tag)
+{
+    const std::string* identifier = stringIn(request, "PairRecordID");
+    if (identifier == nullptr)
+        return result(MuxResult::InvalidArgument, tag);
+    const Data* record = m_simulation.pairRecords().find(*identifier);
+    if (record == nullptr)
+        return result(MuxResult::BadDevice, tag);
+    return encoded({ { "PairRecordData", *record } }, tag);
+}
+
+Data MuxProtocol::savePairRecord(const Dictionary& request, std::uint32_t tag)
+{
+    const std::string* identifier = stringIn(request, "PairRecordID");
+    const Value* record = request.find("PairRecordData");
+    if (identifier == nullptr || !isDeviceIdentifier(*identifier) || record == nullptr
+        || record->asData() == nullptr)
+        return result(MuxResult::InvalidArgument, tag);
+    m_simulation.savePairRecord(*identifier, *record->asData());
+    return result(MuxResult::Ok, tag);
+}
+
+Data MuxProtocol::deletePairRecord(const Dictionary& request, std::uint32_t tag)
+{
+    const std::string* identifier = stringIn(request, "PairRecordID");
+    if (identifier == nullptr)
+        return result(MuxResult::InvalidArgument, tag);
+    if (!m_simulation.pairRecords().remove(*identifier))
+        return result(MuxResult::BadDevice, tag);
+    return result(MuxResult::Ok, tag);
+}
+
+} // namespace tdw::simulator

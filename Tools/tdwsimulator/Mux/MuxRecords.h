@@ -1,0 +1,28 @@
+#pragma once
+
+#include "Model/Simulation.h"
+#include "Platform/Value.h"
+
+#include <cstdint>
+
+namespace tdw::simulator {
+
+/// The multiplexer's message for an attached device: its record is under "Properties".
+Dictionary attachedMessage(const Attachment& attachment, AddressLayout layout);
+
+/// "Detached" and "Paired" messages.
+Dictionary deviceMessage(std::string_view type, std::uint32_t identifier);
+
+/// The result codes that clients act upon.
+enum class MuxResult : std::uint32_t {
+    Ok = 0,
+    BadCommand = 1,
+    BadDevice = 2, ///< also: no such pair record
+    ConnectionRefused = 3,
+    BadVersion = 6,
+    InvalidArgument = 22,
+};
+
+Dictionary resultMessage(MuxResult result);
+
+} // namespace tdw::simulator

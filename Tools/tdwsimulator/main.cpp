@@ -1,0 +1,88 @@
+#include "Commands/Commands.h"
+#include "Platform/FileHandle.h"
+
+#include <CLI/CLI.hpp>
+#include <unistd.h>
+
+#include <csignal>
+
+using namespace tdw::simulator;
+
+namespace {
+
+/// Statuses of the simulator's own failures; `run` otherwise ends with its command's.
+constexpr int kFailure = 1;
+constexpr int kUsageFailure = 2;
+
+void print(int descriptor, const std::string& text)
+{
+    (void)tdw::writeToDescriptor(descriptor, std::as_bytes(std::span(text)));
+}
+
+void addScenarioOptions(CLI::App& command, ScenarioOptions& options)
+{
+    command
+        .add_option("--scenario", options.file,
+            "The file that describes the devices; without it, a household of three")
+        ->type_name("FILE");
+    const std::map<std::string, AddressLayout> layouts { { "bsd", AddressLayout::Bsd },
+        { "linux", AddressLayout::Linux } };
+    command
+        .add_option("--network-address-layout", options.addressLayout,
+            "How addresses of network devices are laid out: bsd or linux; without it, as the "
+            "scenario says or the device library wants")
+        ->type_name("LAYOUT")
+        ->transform(CLI::Transformer(layouts));
+}
+
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    // A reader that goes away must not end the simulator.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    CLI::App app("Simulated iOS devices that speak the real wire protocols", "tdwsimulator");
+    app.set_version_flag("--version", "tdwsimulator " TDWSIMULATOR_VERSION);
+    app.require_subcommand(1);
+
+    ScenarioOptions options;
+    std::vector<std::string> words;
+    std::string directory;
+    std::optional<std::string> socket;
+
+    CLI::App* run = app.add_subcommand("run", "Run a command with simulated devices around it");
+    addScenarioOptions(*run, options);
+    run->add_option("COMMAND", words, "The command and its arguments")->required();
+    run->positionals_at_end();
+
+    CLI::App* serve = app.add_subcommand("serve", "Simulate devices until SIGINT or SIGTERM");
+    addScenarioOptions(*serve, options);
+    serve->add_option("--directory", directory, "Where the sockets are made")
+        ->type_name("DIRECTORY")
+        ->required();
+
+    CLI::App* control = app.add_subcommand("control", "Change a running simulation");
+    control->add_option("--socket", socket, "The control socket; else $TDWSIMULATOR_CONTROL")
+        ->type_name("PATH");
+    control->add_option("REQUEST", words, "A command and its name=value arguments, or JSON")
+        ->required();
+
+    try {
+        app.parse(argumentCount, arguments);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        print(STDERR_FILENO, std::string("tdwsimulator: ") + error.what() + "\n");
+        return kUsageFailure;
+    }
+
+    const auto status = *run ? runCommand(options, words)
+        : *serve             ? serveCommand(options, directory)
+                             : controlCommand(socket, words);
+    if (!status) {
+        print(STDERR_FILENO, "tdwsimulator: " + status.error().failureReason() + "\n");
+        return kFailure;
+    }
+    return *status;
+}
