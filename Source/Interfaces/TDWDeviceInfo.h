@@ -1,0 +1,78 @@
+#pragma once
+
+#include "Platform/Export.h"
+
+#include <cstdint>
+#include <string_view>
+
+/// How far a device trusts this host.
+enum TDWDevicePairingState : std::uint32_t {
+    /// Not paired, or nothing more is known.
+    TDWDevicePairingStateNotPaired = 0,
+    /// The device shows its trust dialog and waits for its user.
+    TDWDevicePairingStatePending = 1,
+    /// The user refused.
+    TDWDevicePairingStateDenied = 2,
+    /// The device is locked or protected and cannot pair now.
+    TDWDevicePairingStateLocked = 3,
+    /// A trusted connection was made.
+    TDWDevicePairingStatePaired = 4,
+    /// The pairing was just removed.
+    TDWDevicePairingStateUnpaired = 5,
+};
+
+extern "C" {
+
+/// In a device identity record: the device's UDID, a string.
+TDW_EXPORT extern const std::string_view kTDWDeviceIdentifierUDID;
+/// In a device identity record: the Bluetooth address, a string; empty where it cannot be read.
+TDW_EXPORT extern const std::string_view kTDWDeviceIdentifierBluetoothAddress;
+
+/// In the payload of the device info: strings as the device has them.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoDeviceName;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoDeviceClass;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoHardwareModel;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoProductType;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoDeviceColor;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoWiFiAddress;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoBluetoothAddress;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoSerialNumber;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoHardwarePlatform;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoProductName;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoProductVersion;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoBuildVersion;
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoReleaseType;
+
+/// A dictionary with the battery's values, of a paired device.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoBattery;
+/// The error dictionary of a battery that could not be read.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoBatteryError;
+/// A string: the host that the device synchronises with wirelessly.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoWirelessBuddyID;
+/// An array of the paired watches' identifiers, where it was asked for.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoCompanionDeviceIdentifiers;
+/// A boolean: whether the device accepts connections over Wi-Fi.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoEnableWiFiConnections;
+/// An unsigned integer: a `TDWDevicePairingState`.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoPairingState;
+
+/// The argument that asks the device info server for the companions' identifiers.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag;
+
+/// The battery's values: an integer from 0 to 100, and booleans. A device may lack any of them.
+TDW_EXPORT extern const std::string_view kTDWBatteryCurrentCapacity;
+TDW_EXPORT extern const std::string_view kTDWBatteryIsCharging;
+TDW_EXPORT extern const std::string_view kTDWExternalChargeCapable;
+TDW_EXPORT extern const std::string_view kTDWExternalConnected;
+TDW_EXPORT extern const std::string_view kTDWFullyCharged;
+TDW_EXPORT extern const std::string_view kTDWGasGaugeCapability;
+TDW_EXPORT extern const std::string_view kTDWHasBattery;
+
+/// The actions of the pairing server.
+TDW_EXPORT extern const std::string_view kTDWPairingServerActionPair;
+TDW_EXPORT extern const std::string_view kTDWPairingServerActionUnpair;
+
+/// The lockdown domains that hold the battery's and the wireless values; NUL-terminated.
+TDW_EXPORT extern const char kTDWLockdownDomainBattery[];
+TDW_EXPORT extern const char kTDWLockdownDomainWireless[];
+}

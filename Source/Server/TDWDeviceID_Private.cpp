@@ -1,0 +1,46 @@
+#include "Server/TDWDeviceID_Private.h"
+
+#include "Interfaces/TDWDeviceInfo.h"
+#include "Platform/PropertyListNode.h"
+#include "Platform/Text.h"
+#include "Server/DeviceHandles.h"
+#include "Support/Diagnostics.h"
+
+using tdw::LibraryText;
+using tdw::Value;
+
+namespace {
+
+/// The address as the device tells it, or null.
+LibraryText bluetoothAddress(lockdownd_client_t client)
+{
+    LibraryText address;
+    tdw::PropertyListNode node;
+    const auto code
+        = lockdownd_get_value(client, nullptr, kTDWDeviceInfoBluetoothAddress.data(), out(node));
+    if (code == LOCKDOWN_E_SUCCESS && node && plist_get_node_type(node.get()) == PLIST_STRING)
+        plist_get_string_val(node.get(), out(address));
+    return address;
+}
+
+} // namespace
+
+Value TDWDeviceIDCreateFromUDIDAndBluetoothAddress(char* udid, char* bluetoothAddress)
+{
+    const LibraryText ownedUdid(udid);
+    const LibraryText ownedAddress(bluetoothAddress);
+    return tdw::Dictionary { { kTDWDeviceIdentifierUDID, tdw::withInvalidUtf8Replaced(udid) },
+        { kTDWDeviceIdentifierBluetoothAddress,
+            tdw::withInvalidUtf8Replaced(bluetoothAddress ? bluetoothAddress : "") } };
+}
+
+std::optional<Value> TDWDeviceIDCreate(idevice_t device, lockdownd_client_t client)
+{
+    LibraryText udid;
+    if (idevice_get_udid(device, out(udid)) != IDEVICE_E_SUCCESS || !udid) {
+        tdw::reportError("Unexpected: idevice_get_udid failed");
+        return std::nullopt;
+    }
+    LibraryText address = bluetoothAddress(client);
+    return TDWDeviceIDCreateFromUDIDAndBluetoothAddress(udid.release(), address.release());
+}

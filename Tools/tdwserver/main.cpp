@@ -1,0 +1,55 @@
+#include "Interfaces/TDWServer.h"
+#include "Server/TDWBatteryServer.h"
+#include "Server/TDWConfigServer.h"
+#include "Server/TDWDeviceInfoServer.h"
+#include "Server/TDWDeviceListServer.h"
+#include "Server/TDWPairingServer.h"
+#include "Server/TDWServerImplementation.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+/// What the host tells apart from a server's own status.
+enum class ToolStatus : int { NoName = 111, UnknownName = 123 };
+
+struct EntryPoint {
+    TDWServer name;
+    int (*main)(int argumentCount, char** arguments);
+};
+
+/// A standard stream that is closed would be given to the next descriptor that is opened: the
+/// envelope must not end up in a connection to a device.
+void occupyStandardStreams()
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) < 0)
+            (void)open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const EntryPoint entryPoints[] = {
+        { kTidewellServerList,
+            [](int, char**) {
+                return TDWDeviceListServerMain();
+            } },
+    };
+
+    const char* name = TDWServerName();
+    if (!name)
+        return static_cast<int>(ToolStatus::NoName);
+    const auto* found = std::find_if(std::begin(entryPoints), std::end(entryPoints),
+        [name](const EntryPoint& entry) { return entry.name == name; });
+    if (found == std::end(entryPoints))
+        return static_cast<int>(ToolStatus::UnknownName);
+    occupyStandardStreams();
+    return found->main(argc, argv);
+}
