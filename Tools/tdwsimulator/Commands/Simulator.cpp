@@ -1,34 +1,28 @@
 #include "Commands/Simulator.h"
 
-namespace tdw::simulator {
+#include "Commands/DataDirectory.h"
 
-/// Refuses every port.
-class Simulator::ClosedGate final : public DeviceGate {
-public:
-    bool accepts(const Attachment&, std::uint16_t) const override { return false; }
-    void connect(const std::shared_ptr<Channel>& channel, const Attachment&, std::uint16_t,
-        std::span<const std::byte>) override
-    {
-        channel->close();
-    }
-};
+namespace tdw::simulator {
 
 Result<std::unique_ptr<Simulator>> Simulator::create(
     Scenario scenario, const std::filesystem::path& directory)
 {
-    std::unique_ptr<Simulator> simulator(new Simulator(std::move(scenario), directory));
+    const std::filesystem::path data = TDW_TRY(dataDirectory());
+    const auto keys = TDW_TRY(SimulatorKeys::load(data / "keys"));
+    std::unique_ptr<Simulator> simulator(new Simulator(std::move(scenario), directory, keys));
     TDW_TRY(simulator->m_simulation.attachInitialDevices());
     TDW_TRY(simulator->m_control.open(simulator->controlSocket()));
     TDW_TRY(simulator->m_mux.followFaults());
     return simulator;
 }
 
-Simulator::Simulator(Scenario scenario, const std::filesystem::path& directory)
+Simulator::Simulator(Scenario scenario, const std::filesystem::path& directory,
+    const std::shared_ptr<const SimulatorKeys>& keys)
     : m_directory(directory)
     , m_context(1)
-    , m_simulation(std::move(scenario))
-    , m_gate(std::make_unique<ClosedGate>())
-    , m_mux(m_context, m_simulation, *m_gate, muxSocket())
+    , m_simulation(std::move(scenario), keys)
+    , m_ports(m_context, m_simulation)
+    , m_mux(m_context, m_simulation, m_ports, muxSocket())
     , m_control(m_context, m_simulation,
           ControlProtocol(m_simulation, [this] { return m_mux.followFaults(); }))
 {

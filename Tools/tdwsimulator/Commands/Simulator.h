@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Control/ControlServer.h"
+#include "Device/DevicePorts.h"
 #include "Model/Scenario.h"
 #include "Model/Simulation.h"
 #include "Mux/MuxServer.h"
@@ -16,7 +17,8 @@ namespace tdw::simulator {
 /// A simulation with all its servers, in one directory and on one thread.
 class Simulator {
 public:
-    /// Opens every socket; what the scenario attaches is attached then.
+    /// Loads the simulator's keys and opens every socket; what the scenario attaches is attached
+    /// then.
     /// @param directory exists and belongs to this user alone
     static Result<std::unique_ptr<Simulator>> create(
         Scenario scenario, const std::filesystem::path& directory);
@@ -31,14 +33,13 @@ public:
     std::filesystem::path controlSocket() const { return m_directory / "control"; }
 
 private:
-    Simulator(Scenario scenario, const std::filesystem::path& directory);
-
-    class ClosedGate;
+    Simulator(Scenario scenario, const std::filesystem::path& directory,
+        const std::shared_ptr<const SimulatorKeys>& keys);
 
     std::filesystem::path m_directory;
     asio::io_context m_context;
     Simulation m_simulation;
-    std::unique_ptr<DeviceGate> m_gate;
+    DevicePorts m_ports;
     MuxServer m_mux;
     ControlServer m_control;
 };

@@ -140,16 +140,18 @@ Result<void> ControlServer::open(const std::filesystem::path& path)
 
 void ControlServer::accept()
 {
-    m_acceptor.async_accept([this](std::error_code error,
-                                asio::local::stream_protocol::socket socket) {
-        if (error == asio::error::operation_aborted || !m_acceptor.is_open())
-            return;
-        if (!error) {
-            const auto channel = Channel::create(std::move(socket));
-            channel->start(std::make_shared<ControlConnection>(m_simulation, m_protocol, channel));
-        }
-        accept();
-    });
+    m_acceptor.async_accept(
+        [this](std::error_code error, asio::local::stream_protocol::socket socket) {
+            if (error == asio::error::operation_aborted || !m_acceptor.is_open())
+                return;
+            if (!error) {
+                const auto channel = Channel::create(std::move(socket));
+                channel->handOver(
+                    std::make_shared<ControlConnection>(m_simulation, m_protocol, channel));
+                channel->start();
+            }
+            accept();
+        });
 }
 
 } // namespace tdw::simulator

@@ -31,12 +31,6 @@ Channel::Channel(StreamSocket socket)
     m_socket.set_option(asio::ip::tcp::no_delay(true), error);
 }
 
-void Channel::start(std::shared_ptr<ChannelHandler> handler)
-{
-    m_handler = std::move(handler);
-    read();
-}
-
 void Channel::handOver(std::shared_ptr<ChannelHandler> handler, std::span<const std::byte> bytes)
 {
     m_handler = handler;

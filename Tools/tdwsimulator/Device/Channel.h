@@ -37,11 +37,11 @@ class Channel : public std::enable_shared_from_this<Channel> {
 public:
     static std::shared_ptr<Channel> create(StreamSocket socket);
 
-    /// Begins to read.
-    void start(std::shared_ptr<ChannelHandler> handler);
+    /// Gives the connection to its first or to another handler, which receives `bytes` at once.
+    void handOver(std::shared_ptr<ChannelHandler> handler, std::span<const std::byte> bytes = {});
 
-    /// Gives the connection to another handler, which receives `bytes` at once.
-    void handOver(std::shared_ptr<ChannelHandler> handler, std::span<const std::byte> bytes);
+    /// Begins to read, once there is a handler.
+    void start() { read(); }
 
     /// Writes now what the system takes, and the rest when it takes more.
     void send(Data bytes);

@@ -2,16 +2,22 @@
 
 namespace tdw::simulator {
 
-SimulatedDevice::SimulatedDevice(DeviceDescription description)
+SimulatedDevice::SimulatedDevice(
+    DeviceDescription description, std::shared_ptr<const SimulatorKeys> keys)
     : m_description(std::move(description))
     , m_values(m_description.domains)
     , m_trust(m_description.trust, m_description.acceptAfter)
+    , m_pairings(keys)
 {
+    // Recorded values hold the key of the device they came from; hosts need the one in use here.
+    m_values.set(kGlobalDomain, "DevicePublicKey", rsaPublicKeyPem(*keys->device));
 }
 
 void SimulatedDevice::setTrust(Trust trust)
 {
     m_trust.setTrust(trust);
+    if (trust == Trust::ForgotHost)
+        m_pairings.clear();
 }
 
 std::string SimulatedDevice::text(std::string_view key) const

@@ -2,10 +2,11 @@
 
 #include "Model/LockdownValues.h"
 #include "Model/Scenario.h"
-#include "Model/TrustDialog.h"
+#include "Trust/Pairing.h"
+#include "Trust/TrustDialog.h"
 
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 
 namespace tdw::simulator {
@@ -13,7 +14,7 @@ namespace tdw::simulator {
 /// One device, as long as the simulation runs, attached or not.
 class SimulatedDevice {
 public:
-    explicit SimulatedDevice(DeviceDescription description);
+    SimulatedDevice(DeviceDescription description, std::shared_ptr<const SimulatorKeys> keys);
 
     const std::string& udid() const { return m_description.udid; }
     const DeviceDescription& description() const { return m_description; }
@@ -22,9 +23,13 @@ public:
     const LockdownValues& values() const { return m_values; }
 
     TrustDialog& trust() { return m_trust; }
+    PairingStore& pairings() { return m_pairings; }
 
     /// Changes how the device answers hosts.
     void setTrust(Trust trust);
+
+    /// Counts the sessions from 1.
+    std::uint64_t nextSessionNumber() { return ++m_lastSession; }
 
     /// A text among the global values, or an empty one.
     std::string text(std::string_view key) const;
@@ -39,6 +44,8 @@ private:
     DeviceDescription m_description;
     LockdownValues m_values;
     TrustDialog m_trust;
+    PairingStore m_pairings;
+    std::uint64_t m_lastSession = 0;
 };
 
 } // namespace tdw::simulator

@@ -1,8 +1,11 @@
 #include "Model/Simulation.h"
 
 #include "Model/SimulatorError.h"
+#include "Platform/PropertyList.h"
+#include "Trust/Pairing.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace tdw::simulator {
 
@@ -15,14 +18,37 @@ std::string described(const SimulatedDevice& device, ConnectionType type)
 
 } // namespace
 
-Simulation::Simulation(Scenario scenario)
+Simulation::Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys)
     : m_addressLayout(scenario.addressLayout)
     , m_systemBuid(std::move(scenario.systemBuid))
 {
-    for (DeviceDescription& description : scenario.devices)
-        m_devices.push_back(std::make_unique<SimulatedDevice>(std::move(description)));
+    std::optional<Dictionary> record;
+    for (DeviceDescription& description : scenario.devices) {
+        m_devices.push_back(std::make_unique<SimulatedDevice>(std::move(description), keys));
+        SimulatedDevice& device = *m_devices.back();
+        if (!device.description().isPaired)
+            continue;
+        // One host, one set of certificates: they are the same for all its devices.
+        if (!record)
+            record = makePairRecord(*keys, m_systemBuid);
+        storePairing(device, *record);
+    }
     for (Fault& fault : scenario.faults)
         m_faults.add(std::move(fault));
+}
+
+void Simulation::storePairing(SimulatedDevice& device, Dictionary record)
+{
+    record.set("WiFiMACAddress", device.text("WiFiAddress"));
+    auto bytes = encodeBinaryPropertyList(record);
+    assert(bytes);
+    if (bytes)
+        m_pairRecords.save(device.udid(), *std::move(bytes));
+    if (device.trust().trust() == Trust::ForgotHost)
+        return;
+    const auto wrong = device.pairings().add(record);
+    assert(!wrong);
+    (void)wrong;
 }
 
 SimulatedDevice* Simulation::device(std::string_view udid) const

@@ -36,7 +36,7 @@ struct SimulationEvent {
 /// Knows no socket; the servers around it observe its events. Used by the simulator's one thread.
 class Simulation {
 public:
-    explicit Simulation(Scenario scenario);
+    Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys);
 
     AddressLayout addressLayout() const { return m_addressLayout; }
     const std::string& systemBuid() const { return m_systemBuid; }
@@ -81,6 +81,9 @@ public:
     std::map<std::uint64_t, Dictionary> listeners;
 
 private:
+    /// Makes the host's side and the device's side know each other from the beginning.
+    void storePairing(SimulatedDevice& device, Dictionary record);
+
     void announce(SimulationEvent::Kind kind, const Attachment& attachment);
 
     AddressLayout m_addressLayout;

@@ -72,7 +72,8 @@ void MuxServer::accept()
                 const auto number = ++m_lastClient;
                 m_channels.emplace(number, channel);
                 const auto connection = std::make_shared<MuxConnection>(*this, channel, number);
-                channel->start(connection);
+                channel->handOver(connection);
+                channel->start();
                 connection->greet();
             }
             accept();

@@ -1,4 +1,4 @@
-#include "Model/TrustDialog.h"
+#include "Trust/TrustDialog.h"
 
 namespace tdw::simulator {
 

@@ -1,0 +1,162 @@
+#include "Device/DevicePorts.h"
+
+#include "Device/DeviceConnection.h"
+#include "Device/LockdownService.h"
+#include "Model/SimulatorError.h"
+
+#include <algorithm>
+#include <random>
+
+namespace tdw::simulator {
+
+namespace {
+
+/// A host that starts services and never connects to them gets no more than this.
+constexpr std::size_t kMaximumLaunches = 256;
+
+constexpr std::uint16_t kFirstUsbPort = 49152;
+
+/// Somewhere in the loopback network, away from its beginning, where others are.
+std::string randomLoopbackAddress()
+{
+    std::random_device random;
+    auto number = [&](unsigned from, unsigned to) {
+        return std::to_string(std::uniform_int_distribution<unsigned>(from, to)(random));
+    };
+    return "127." + number(64, 254) + "." + number(0, 255) + "." + number(1, 254);
+}
+
+} // namespace
+
+DevicePorts::DevicePorts(asio::io_context& context, Simulation& simulation)
+    : m_context(context)
+    , m_simulation(simulation)
+{
+    m_simulation.openNetwork = [this](SimulatedDevice& device) {
+        return openNetwork(device);
+    };
+    m_simulation.observe([this](const SimulationEvent& event) {
+        if (event.kind == SimulationEvent::Kind::Detached)
+            forget(event.attachment);
+    });
+}
+
+bool DevicePorts::accepts(const Attachment& attachment, std::uint16_t port) const
+{
+    return port == kLockdownPort || m_launches.contains({ attachment.identifier, port });
+}
+
+void DevicePorts::connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
+    std::uint16_t port, std::span<const std::byte> bytes)
+{
+    const ServiceContext context { m_simulation, attachment,
+        [this, attachment](const ServiceLaunch& wanted) {
+            return launch(attachment, wanted);
+        } };
+    DeviceConnection::Options options;
+    if (port == kLockdownPort) {
+        options.place = kLockdownPlace;
+        options.service = std::make_unique<LockdownService>(context);
+    } else {
+        auto launched = m_launches.extract(PortKey { attachment.identifier, port });
+        options.place = launched.mapped().name;
+        options.service = makeService(options.place, context);
+        options.pairing = launched.mapped().pairing;
+    }
+    std::erase_if(m_channels, [](const auto& entry) { return entry.second.expired(); });
+    m_channels.emplace(attachment.identifier, channel);
+    const auto connection
+        = std::make_shared<DeviceConnection>(m_simulation, attachment, channel, std::move(options));
+    connection->start();
+    channel->handOver(connection, bytes);
+}
+
+Result<std::uint16_t> DevicePorts::launch(const Attachment& attachment, const ServiceLaunch& wanted)
+{
+    if (m_launches.size() >= kMaximumLaunches)
+        return simulatorError("too many services wait for a connection");
+    std::uint16_t port = 0;
+    if (attachment.type == ConnectionType::Usb) {
+        port = freeUsbPort(attachment);
+    } else {
+        SimulatedDevice& device = *attachment.device;
+        const auto number = std::make_shared<std::uint16_t>(0);
+        auto listener = TDW_TRY(NetworkListener::open(
+            m_context, device.networkAddress, 0, [this, &device, number](StreamSocket socket) {
+                acceptFromNetwork(device, *number, std::move(socket));
+            }));
+        port = *number = listener->port();
+        m_serviceListeners.insert_or_assign({ attachment.identifier, port }, std::move(listener));
+    }
+    m_launches.insert_or_assign({ attachment.identifier, port }, wanted);
+    return port;
+}
+
+std::uint16_t DevicePorts::freeUsbPort(const Attachment& attachment)
+{
+    do {
+        m_lastUsbPort = m_lastUsbPort >= kLockdownPort - 1
+            ? kFirstUsbPort
+            : static_cast<std::uint16_t>(m_lastUsbPort + 1);
+    } while (m_launches.contains({ attachment.identifier, m_lastUsbPort }));
+    return m_lastUsbPort;
+}
+
+Result<void> DevicePorts::openNetwork(SimulatedDevice& device)
+{
+    if (device.description().networkAddress)
+        return openAddress(device, *device.description().networkAddress);
+    constexpr int kAttempts = 32;
+    Result<void> opened;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        opened = openAddress(device, randomLoopbackAddress());
+        if (opened)
+            break;
+    }
+    return opened;
+}
+
+Result<void> DevicePorts::openAddress(SimulatedDevice& device, const std::string& address)
+{
+    auto listener = TDW_TRY(NetworkListener::open(
+        m_context, address, kLockdownPort, [this, &device](StreamSocket socket) {
+            acceptFromNetwork(device, kLockdownPort, std::move(socket));
+        }));
+    m_lockdownListeners.insert_or_assign(&device, std::move(listener));
+    device.networkAddress = address;
+    return {};
+}
+
+void DevicePorts::acceptFromNetwork(
+    SimulatedDevice& device, std::uint16_t port, StreamSocket socket)
+{
+    const auto attachment = m_simulation.attachment(device, ConnectionType::Network);
+    if (!attachment || !accepts(*attachment, port))
+        return;
+    // A launched service takes one connection; its port is free then.
+    m_serviceListeners.erase({ attachment->identifier, port });
+    const auto channel = Channel::create(std::move(socket));
+    connect(channel, *attachment, port, {});
+    channel->start();
+}
+
+void DevicePorts::forget(const Attachment& attachment)
+{
+    if (attachment.type == ConnectionType::Network)
+        m_lockdownListeners.erase(attachment.device);
+    std::erase_if(
+        m_launches, [&](const auto& entry) { return entry.first.first == attachment.identifier; });
+    std::erase_if(m_serviceListeners,
+        [&](const auto& entry) { return entry.first.first == attachment.identifier; });
+    const auto [first, last] = m_channels.equal_range(attachment.identifier);
+    std::vector<std::shared_ptr<Channel>> channels;
+    for (auto entry = first; entry != last; ++entry) {
+        if (auto channel = entry->second.lock())
+            channels.push_back(std::move(channel));
+    }
+    m_channels.erase(attachment.identifier);
+    for (const auto& channel : channels)
+        channel->close();
+}
+
+} // namespace tdw::simulator

@@ -1,0 +1,64 @@
+#include "Device/Service.h"
+
+#include "Device/NotificationProxyService.h"
+#include "Model/Lookup.h"
+
+#include <algorithm>
+#include <cassert>
+
+namespace tdw::simulator {
+
+namespace {
+
+template <typename T>
+std::unique_ptr<Service> make(const ServiceContext& context)
+{
+    return std::make_unique<T>(context);
+}
+
+struct Entry {
+    std::string_view name;
+    std::unique_ptr<Service> (*make)(const ServiceContext&);
+};
+
+constexpr Entry kServices[] = {
+    { "com.apple.mobile.notification_proxy", make<NotificationProxyService> },
+    { "com.apple.mobile.insecure_notification_proxy", make<NotificationProxyService> },
+};
+
+const Entry* entryOf(std::string_view name)
+{
+    const auto* found = std::find_if(std::begin(kServices), std::end(kServices),
+        [&](const Entry& entry) { return entry.name == name; });
+    return found == std::end(kServices) ? nullptr : found;
+}
+
+} // namespace
+
+std::string Service::requestName(const Dictionary& request) const
+{
+    for (const std::string_view key : { "Request", "Command", "command" }) {
+        if (const std::string* name = stringIn(request, key))
+            return *name;
+    }
+    return {};
+}
+
+Dictionary Service::refusal(const Dictionary& request, std::string_view error) const
+{
+    return Dictionary { { "Error", error }, { "Request", requestName(request) } };
+}
+
+bool isKnownService(std::string_view name)
+{
+    return entryOf(name) != nullptr;
+}
+
+std::unique_ptr<Service> makeService(std::string_view name, const ServiceContext& context)
+{
+    const Entry* entry = entryOf(name);
+    assert(entry != nullptr);
+    return entry->make(context);
+}
+
+} // namespace tdw::simulator

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "Device/PropertyListFrame.h"
+#include "Model/Simulation.h"
+#include "Platform/Result.h"
+#include "Platform/Value.h"
+#include "Trust/Pairing.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tdw::simulator {
+
+/// What a service does upon a request.
+struct ServiceReply {
+    enum class Next {
+        Continue,
+        StartTls, ///< after the messages, with `pairing`
+        StopTls, ///< after the messages
+        Close, ///< after the messages
+        Reattach, ///< after the messages the device leaves and comes back
+    };
+
+    std::vector<Value> messages {};
+    Next next = Next::Continue;
+    std::shared_ptr<const Pairing> pairing {};
+};
+
+/// One connection's side of a device's service: given decoded requests, says the replies. Knows
+/// no socket, no framing and no TLS; faults strike around it.
+class Service {
+public:
+    Service() = default;
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+    virtual ~Service() = default;
+
+    virtual ServiceReply handle(const Dictionary& request) = 0;
+
+    /// The name of a request, for faults and the log.
+    virtual std::string requestName(const Dictionary& request) const;
+
+    /// How this service says that it refuses.
+    virtual Dictionary refusal(const Dictionary& request, std::string_view error) const;
+
+    virtual PropertyListFormat format() const { return PropertyListFormat::Xml; }
+
+    /// Sends a message that is no reply to a request. Set before the first request.
+    std::function<void(const Value&)> push;
+};
+
+/// A service that is to listen on a port of its own.
+struct ServiceLaunch {
+    std::string name;
+    std::shared_ptr<const Pairing> pairing; ///< set: the connection begins with TLS
+};
+
+/// What a service may reach beyond its own connection.
+struct ServiceContext {
+    Simulation& simulation;
+    Attachment attachment;
+
+    /// Opens a port for a service, for one connection. Errors: no port is to be had.
+    std::function<Result<std::uint16_t>(const ServiceLaunch&)> launch;
+};
+
+/// The services that devices offer beside lockdown.
+bool isKnownService(std::string_view name);
+
+/// Makes the service for one connection, which must be a known one.
+std::unique_ptr<Service> makeService(std::string_view name, const ServiceContext& context);
+
+} // namespace tdw::simulator
