@@ -17,6 +17,12 @@ namespace tdw {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr auto kNever = Clock::time_point::max();
+
+/// A longer wait is cut into pieces of this length, which fits what `poll` takes.
+constexpr std::chrono::milliseconds kLongestWait = 60s;
 
 /// What a typical envelope needs, and where the buffer starts.
 constexpr std::size_t kInitialOutputCapacity = 1496;
@@ -118,16 +124,16 @@ public:
         m_outcome.output.reserve(kInitialOutputCapacity);
     }
 
-    ServerRunOutcome finish(std::optional<Clock::time_point> deadline)
+    ServerRunOutcome finish(Clock::time_point deadline)
     {
         while (!waitForSomething(deadline)) {
             readOutput();
             readStandardError();
             m_copy.flush();
-            if (deadline && !m_outcome.timedOut && Clock::now() >= *deadline) {
+            if (Clock::now() >= deadline) {
                 m_outcome.timedOut = true;
                 m_process.sendSignal(SIGKILL);
-                deadline.reset();
+                deadline = kNever;
             }
         }
         m_outcome.termination = m_process.waitUntilExit();
@@ -138,15 +144,14 @@ public:
 private:
     /// Waits until a stream has something, the process has ended or the deadline is there; says
     /// whether the process has ended.
-    bool waitForSomething(std::optional<Clock::time_point> deadline) const
+    bool waitForSomething(Clock::time_point deadline) const
     {
         std::array entries { pollfd { m_process.descriptor(), POLLIN, 0 }, m_output.interest(),
             m_standardError.interest(), m_copy.interest() };
         int timeout = -1;
-        if (deadline) {
-            const auto left
-                = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
-            timeout = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+        if (deadline != kNever) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+            timeout = static_cast<int>(std::clamp(left, 0ms, kLongestWait).count());
         }
         // An interruption is like a time-out: the caller looks around and comes back.
         return poll(entries.data(), entries.size(), timeout) > 0 && entries[0].revents != 0;
@@ -192,9 +197,7 @@ Result<ServerRunOutcome> runServer(ServerRunOptions options)
     Pipe standardError = TDW_TRY(Pipe::create());
     TDW_TRY(makeNonBlocking(output.reader));
     TDW_TRY(makeNonBlocking(standardError.reader));
-    std::optional<Clock::time_point> deadline;
-    if (options.timeout)
-        deadline = Clock::now() + *options.timeout;
+    const auto deadline = options.timeout ? Clock::now() + *options.timeout : kNever;
 
     LaunchOptions launch;
     launch.executable = std::move(options.executable);

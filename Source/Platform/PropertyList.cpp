@@ -4,6 +4,7 @@
 #include "Platform/PropertyListShape.h"
 #include "Platform/Text.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -168,16 +169,23 @@ Result<Value> valueFromNode(plist_t node, std::size_t depth)
 }
 
 /// XML cannot hold most control characters, not even as references.
+bool isXmlCharacter(char character)
+{
+    const auto byte = static_cast<unsigned char>(character);
+    return byte >= 0x20 || byte == '\t' || byte == '\n' || byte == '\r';
+}
+
 std::string withXmlControlCharactersReplaced(const std::string& text)
 {
+    if (std::all_of(text.begin(), text.end(), isXmlCharacter))
+        return text;
     std::string result;
     result.reserve(text.size());
     for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r')
-            result += "\xEF\xBF\xBD";
-        else
+        if (isXmlCharacter(character))
             result += character;
+        else
+            result += "\xEF\xBF\xBD";
     }
     return result;
 }

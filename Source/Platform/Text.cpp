@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace tdw {
 
@@ -54,6 +55,21 @@ std::optional<CodePoint> firstCodePoint(std::string_view text)
     return CodePoint { value, lead->length };
 }
 
+/// How much of `text`, from its start, is plain ASCII; eight bytes at a time, as most text is.
+std::size_t asciiPrefixLength(std::string_view text)
+{
+    constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+    std::size_t length = 0;
+    for (std::uint64_t word = 0; length + sizeof word <= text.size(); length += sizeof word) {
+        std::memcpy(&word, text.data() + length, sizeof word);
+        if ((word & kHighBits) != 0)
+            break;
+    }
+    while (length < text.size() && static_cast<unsigned char>(text[length]) < 0x80)
+        ++length;
+    return length;
+}
+
 bool changesReadingDirection(std::uint32_t codePoint)
 {
     return (codePoint >= 0x202A && codePoint <= 0x202E)
@@ -70,7 +86,7 @@ void appendEscaped(std::string& result, std::uint32_t codePoint)
     } else if (codePoint == '\t') {
         result += "\\t";
     } else {
-        std::array<char, 8> text {};
+        std::array<char, 12> text {};
         std::snprintf(text.data(), text.size(), "\\u%04x", codePoint);
         result += text.data();
     }
@@ -88,13 +104,15 @@ std::optional<std::size_t> utf8SequenceLength(std::string_view text)
 
 bool isValidUtf8(std::string_view text)
 {
-    while (!text.empty()) {
+    while (true) {
+        text.remove_prefix(asciiPrefixLength(text));
+        if (text.empty())
+            return true;
         const auto length = utf8SequenceLength(text);
         if (!length)
             return false;
         text.remove_prefix(*length);
     }
-    return true;
 }
 
 std::string withInvalidUtf8Replaced(std::string_view text)

@@ -2,7 +2,7 @@
 
 #include "Interfaces/StandardOutput.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/Text.h"
+#include "Platform/Kept.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
 
@@ -125,9 +125,11 @@ void TDWServerInitialize()
 
 namespace tdw {
 
-Queue& serverClockQueue()
+const Queue& serverClockQueue()
 {
-    static Queue queue = Queue::concurrent("TDWServerTimeout", QualityOfService::UserInitiated);
+    // Its thread is not waited for at exit: the answer is out, and the host waits for the end.
+    static const Queue& queue
+        = kept(Queue::concurrent("TDWServerTimeout", QualityOfService::UserInitiated));
     return queue;
 }
 

@@ -58,6 +58,6 @@ void TDWServerInitialize();
 namespace tdw {
 
 /// The queue that the clock runs on; created on first use and kept for the life of the process.
-Queue& serverClockQueue();
+const Queue& serverClockQueue();
 
 } // namespace tdw

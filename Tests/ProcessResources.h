@@ -1,0 +1,32 @@
+#pragma once
+
+#include <sys/wait.h>
+
+#include <compare>
+#include <filesystem>
+#include <iterator>
+
+/// What a process holds and must give back: counted before and after a piece of work.
+struct ProcessResources {
+    std::ptrdiff_t descriptors = 0;
+    std::ptrdiff_t threads = 0;
+    bool hasChildren = false;
+
+    bool operator==(const ProcessResources&) const = default;
+
+    static ProcessResources now()
+    {
+        const auto entries = [](const char* directory) {
+            return std::distance(std::filesystem::directory_iterator(directory), {});
+        };
+        siginfo_t ignored {};
+        const bool hasChildren = waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
+        return { entries("/proc/self/fd"), entries("/proc/self/task"), hasChildren };
+    }
+};
+
+inline void PrintTo(const ProcessResources& resources, std::ostream* stream)
+{
+    *stream << resources.descriptors << " descriptors, " << resources.threads << " threads, "
+            << (resources.hasChildren ? "children" : "no child");
+}
