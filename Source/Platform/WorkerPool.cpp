@@ -59,11 +59,25 @@ void WorkerPool::submit(std::function<void()> block) noexcept
 
 void WorkerPool::submitAfter(std::chrono::nanoseconds delay, std::function<void()> block) noexcept
 {
-    using Clock = asio::steady_timer::clock_type;
     const Clock::time_point now = Clock::now();
     const Clock::time_point due = now + std::min(delay, Clock::time_point::max() - now);
 
+    // The thread arms it: what Asio sets up for its first timer is no business of the caller, who
+    // may be a short-lived server that arms a clock which never fires.
     const Lock lock(m_mutex);
+    asio::post(m_context, [this, due, block = std::move(block)]() mutable {
+        const Lock threadLock(m_mutex);
+        --m_submitted;
+        if (!m_isClosed)
+            armTimer(due, std::move(block), threadLock);
+    });
+    ++m_submitted;
+    startThreadIfNeeded(lock);
+}
+
+void WorkerPool::armTimer(
+    Clock::time_point due, std::function<void()> block, const Lock& lock) noexcept
+{
     m_timers.emplace_front(m_context, due);
     m_timers.front().async_wait(
         [this, timer = m_timers.begin(), block = std::move(block)](std::error_code error) mutable {
@@ -169,6 +183,7 @@ void WorkerPool::close()
         const Lock lock(m_mutex);
         for (asio::steady_timer& timer : m_timers)
             timer.cancel();
+        m_isClosed = true;
         m_workGuard.reset();
         m_isDetached = isCurrent();
     }

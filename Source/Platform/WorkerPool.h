@@ -64,8 +64,10 @@ public:
 
 private:
     using Lock = std::lock_guard<std::mutex>;
+    using Clock = asio::steady_timer::clock_type;
 
     void performCounted(std::function<void()> block) noexcept;
+    void armTimer(Clock::time_point due, std::function<void()> block, const Lock& lock) noexcept;
     void startThreadIfNeeded(const Lock& lock);
     void runThread() noexcept;
 
@@ -81,6 +83,7 @@ private:
     std::size_t m_busyThreads = 0;
     std::size_t m_submitted = 0; // and not yet begun
     std::size_t m_waits = 0; // without the timers
+    bool m_isClosed = false;
     bool m_isDetached = false;
 };
 
