@@ -16,8 +16,8 @@ namespace {
 
 /// Arguments that are text whatever they look like; others are JSON where they can be read as
 /// JSON, and text where not.
-constexpr std::array<std::string_view, 11> kTextArguments { "answer", "at", "connection", "device",
-    "domain", "error", "fault", "key", "replyKey", "request", "trust" };
+constexpr std::array<std::string_view, 12> kTextArguments { "answer", "at", "connection", "device",
+    "domain", "error", "fault", "key", "replyKey", "request", "trust", "watch" };
 
 Result<Json> requestFromWords(const std::vector<std::string>& words)
 {

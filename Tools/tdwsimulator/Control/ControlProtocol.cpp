@@ -115,8 +115,18 @@ Result<Answer> setValue(JsonObject& object, Simulation& simulation)
     if (value == nullptr)
         return simulatorError(object.pathOf("value") + ": this key is missing");
     const Value converted = TDW_TRY(valueFromJson(*value, object.pathOf("value"), {}));
+    const auto watchIdentifier = TDW_TRY(object.string("watch"));
     TDW_TRY(object.refuseOtherKeys());
-    device->values().set(domain, key, converted);
+    if (!watchIdentifier) {
+        device->values().set(domain, key, converted);
+        return Answer(ControlProtocol::success());
+    }
+    WatchDescription* watch = device->watch(*watchIdentifier);
+    if (watch == nullptr) {
+        return simulatorError(
+            object.pathOf("watch") + ": there is no watch \"" + *watchIdentifier + "\"");
+    }
+    watch->values.set(key, converted);
     return Answer(ControlProtocol::success());
 }
 

@@ -1,6 +1,8 @@
 #include "Device/Service.h"
 
+#include "Device/CompanionProxyService.h"
 #include "Device/NotificationProxyService.h"
+#include "Device/SpringboardService.h"
 #include "Model/Lookup.h"
 
 #include <algorithm>
@@ -22,6 +24,8 @@ struct Entry {
 };
 
 constexpr Entry kServices[] = {
+    { "com.apple.companion_proxy", make<CompanionProxyService> },
+    { "com.apple.springboardservices", make<SpringboardService> },
     { "com.apple.mobile.notification_proxy", make<NotificationProxyService> },
     { "com.apple.mobile.insecure_notification_proxy", make<NotificationProxyService> },
 };

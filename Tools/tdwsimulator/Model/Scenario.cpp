@@ -91,8 +91,7 @@ private:
             device.watches.push_back(TDW_TRY(readWatch(
                 *item, object.pathOf("watches[" + std::to_string(device.watches.size()) + "]"))));
         }
-        if (const auto wallpaper = TDW_TRY(object.string("wallpaper")))
-            device.wallpaper = m_directory / *wallpaper;
+        device.wallpaper = TDW_TRY(readWallpaper(object));
         for (Fault& fault : TDW_TRY(readFaults(object, device.udid)))
             m_deviceFaults.push_back(std::move(fault));
         TDW_TRY(object.refuseOtherKeys());
@@ -156,6 +155,20 @@ private:
         device.reconnectsAfterTrust
             = TDW_TRY(object.boolean("reconnectAfterTrust")).value_or(false);
         return {};
+    }
+
+    Result<std::optional<Data>> readWallpaper(JsonObject& object)
+    {
+        const auto name = TDW_TRY(object.string("wallpaper"));
+        if (!name)
+            return std::optional<Data>();
+        auto content = readTextFile(m_directory / *name);
+        if (!content) {
+            return simulatorError(
+                object.pathOf("wallpaper") + ": " + content.error().failureReason());
+        }
+        const auto bytes = std::as_bytes(std::span(*content));
+        return std::optional(Data(bytes.begin(), bytes.end()));
     }
 
     Result<WatchDescription> readWatch(const Json& json, const std::string& path)

@@ -64,7 +64,7 @@ struct DeviceDescription {
     bool repliesWithResult = false; ///< as systems before 5 did
     std::optional<std::string> networkAddress; ///< 127.x.y.z; none: one that is free
     std::vector<WatchDescription> watches;
-    std::optional<std::filesystem::path> wallpaper;
+    std::optional<Data> wallpaper; ///< a PNG image for all places; none: one is drawn
 };
 
 /// Everything that a simulation begins with.

@@ -1,5 +1,8 @@
 #include "Model/SimulatedDevice.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace tdw::simulator {
 
 SimulatedDevice::SimulatedDevice(
@@ -18,6 +21,26 @@ void SimulatedDevice::setTrust(Trust trust)
     m_trust.setTrust(trust);
     if (trust == Trust::ForgotHost)
         m_pairings.clear();
+}
+
+const WatchDescription* SimulatedDevice::watch(std::string_view udid) const
+{
+    const auto found = std::find_if(m_description.watches.begin(), m_description.watches.end(),
+        [&](const WatchDescription& watch) { return watch.udid == udid; });
+    return found == m_description.watches.end() ? nullptr : &*found;
+}
+
+WatchDescription* SimulatedDevice::watch(std::string_view udid)
+{
+    return const_cast<WatchDescription*>(std::as_const(*this).watch(udid));
+}
+
+const Data& SimulatedDevice::wallpaper(WallpaperPlace place)
+{
+    Data& image = m_wallpapers[place];
+    if (image.empty())
+        image = m_description.wallpaper ? *m_description.wallpaper : drawWallpaper(udid(), place);
+    return image;
 }
 
 std::string SimulatedDevice::text(std::string_view key) const

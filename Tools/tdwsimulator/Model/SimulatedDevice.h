@@ -2,12 +2,16 @@
 
 #include "Model/LockdownValues.h"
 #include "Model/Scenario.h"
+#include "Model/Wallpaper.h"
 #include "Trust/Pairing.h"
 #include "Trust/TrustDialog.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tdw::simulator {
 
@@ -28,6 +32,15 @@ public:
     /// Changes how the device answers hosts.
     void setTrust(Trust trust);
 
+    const std::vector<WatchDescription>& watches() const { return m_description.watches; }
+
+    /// The watch, or null.
+    const WatchDescription* watch(std::string_view udid) const;
+    WatchDescription* watch(std::string_view udid);
+
+    /// A PNG image: the scenario's file, or one drawn for the device.
+    const Data& wallpaper(WallpaperPlace place);
+
     /// Counts the sessions from 1.
     std::uint64_t nextSessionNumber() { return ++m_lastSession; }
 
@@ -46,6 +59,7 @@ private:
     TrustDialog m_trust;
     PairingStore m_pairings;
     std::uint64_t m_lastSession = 0;
+    std::map<WallpaperPlace, Data> m_wallpapers;
 };
 
 } // namespace tdw::simulator

@@ -1,0 +1,50 @@
+#include "Device/CompanionProxyService.h"
+
+#include "Model/Lookup.h"
+
+namespace tdw::simulator {
+
+ServiceReply CompanionProxyService::handle(const Dictionary& request)
+{
+    const std::string name = requestName(request);
+    ServiceReply reply { .next = ServiceReply::Next::Close };
+    if (name == "GetDeviceRegistry")
+        reply.messages = { registry() };
+    else if (name == "GetValueFromRegistry")
+        reply.messages = { registryValue(request) };
+    return reply;
+}
+
+Dictionary CompanionProxyService::refusal(const Dictionary&, std::string_view error) const
+{
+    return Dictionary { { "Error", error } };
+}
+
+Dictionary CompanionProxyService::registry() const
+{
+    if (m_device.watches().empty())
+        return Dictionary { { "Error", "NoPairedWatches" } };
+    Array identifiers;
+    for (const WatchDescription& watch : m_device.watches())
+        identifiers.emplace_back(watch.udid);
+    return Dictionary { { "PairedDevicesArray", std::move(identifiers) } };
+}
+
+Dictionary CompanionProxyService::registryValue(const Dictionary& request) const
+{
+    const std::string* identifier = stringIn(request, "GetValueGizmoUDIDKey");
+    const std::string* key = stringIn(request, "GetValueKeyKey");
+    const WatchDescription* watch = identifier == nullptr ? nullptr : m_device.watch(*identifier);
+    if (watch == nullptr)
+        return Dictionary { { "Error", "NoPairedWatches" } };
+    if (key == nullptr)
+        return Dictionary { { "Error", "UnsupportedWatchKey" } };
+    if (const std::string* error = stringIn(watch->errors, *key))
+        return Dictionary { { "Error", *error } };
+    const Value* value = watch->values.find(*key);
+    if (value == nullptr)
+        return Dictionary { { "Error", "UnsupportedWatchKey" } };
+    return Dictionary { { "RetrievedValueDictionary", Dictionary { { *key, *value } } } };
+}
+
+} // namespace tdw::simulator

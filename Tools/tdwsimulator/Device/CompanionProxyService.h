@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Device/Service.h"
+
+namespace tdw::simulator {
+
+/// The companion proxy: tells of the watches behind a phone. As on real phones one connection
+/// serves one command.
+class CompanionProxyService final : public Service {
+public:
+    explicit CompanionProxyService(const ServiceContext& context)
+        : m_device(*context.attachment.device)
+    {
+    }
+
+    ServiceReply handle(const Dictionary& request) override;
+    Dictionary refusal(const Dictionary& request, std::string_view error) const override;
+
+private:
+    Dictionary registry() const;
+    Dictionary registryValue(const Dictionary& request) const;
+
+    const SimulatedDevice& m_device;
+};
+
+} // namespace tdw::simulator
