@@ -134,7 +134,7 @@ std::vector<std::string> childEnvironment(const LaunchOptions& options)
             environment.emplace_back(text);
     }
     for (const auto& [name, value] : options.environment)
-        environment.push_back(name + "=" + value);
+        environment.emplace_back(name).append("=").append(value);
     return environment;
 }
 

@@ -75,6 +75,7 @@ void WorkerPool::submitAfter(std::chrono::nanoseconds delay, std::function<void(
     startThreadIfNeeded(lock);
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception of Asio's is to end the process
 void WorkerPool::armTimer(
     Clock::time_point due, std::function<void()> block, const Lock& lock) noexcept
 {
@@ -152,6 +153,7 @@ void WorkerPool::startThreadIfNeeded(const Lock& /*lock*/)
     }
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception of Asio's is to end the process
 void WorkerPool::runThread() noexcept
 {
     std::array<char, 16> name {};
@@ -170,6 +172,7 @@ bool WorkerPool::isCurrent() const
     return t_current == this;
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): an exception of Asio's is to end the process
 void WorkerPool::runOnThisThread() noexcept
 {
     t_current = this;
