@@ -19,8 +19,28 @@ enum class ToolStatus : int { NoName = 111, UnknownName = 123 };
 
 struct EntryPoint {
     TDWServer name;
-    int (*main)(int argumentCount, char** arguments);
+    int (*main)(int argumentCount, char** arguments) = nullptr;
 };
+
+int listDevices(int, char**)
+{
+    return TDWDeviceListServerMain();
+}
+
+/// Looked up once per process, and not set up before: the names are constants of other files.
+EntryPoint entryPointNamed(TDWServer name)
+{
+    const EntryPoint entryPoints[] = {
+        { kTidewellServerList, &listDevices },
+        { kTidewellServerInfo, &TDWDeviceInfoServerMain },
+        { kTidewellServerConfig, &TDWConfigServerMain },
+        { kTidewellServerBattery, &TDWBatteryServerMain },
+        { kTidewellServerPairing, &TDWPairingServerMain },
+    };
+    const auto* found = std::find_if(std::begin(entryPoints), std::end(entryPoints),
+        [name](const EntryPoint& entry) { return entry.name == name; });
+    return found == std::end(entryPoints) ? EntryPoint {} : *found;
+}
 
 /// A standard stream that is closed would be given to the next descriptor that is opened: the
 /// envelope must not end up in a connection to a device.
@@ -36,20 +56,12 @@ void occupyStandardStreams()
 
 int main(int argc, char** argv)
 {
-    const EntryPoint entryPoints[] = {
-        { kTidewellServerList,
-            [](int, char**) {
-                return TDWDeviceListServerMain();
-            } },
-    };
-
     const char* name = TDWServerName();
     if (!name)
         return static_cast<int>(ToolStatus::NoName);
-    const auto* found = std::find_if(std::begin(entryPoints), std::end(entryPoints),
-        [name](const EntryPoint& entry) { return entry.name == name; });
-    if (found == std::end(entryPoints))
+    const EntryPoint entryPoint = entryPointNamed(name);
+    if (!entryPoint.main)
         return static_cast<int>(ToolStatus::UnknownName);
     occupyStandardStreams();
-    return found->main(argc, argv);
+    return entryPoint.main(argc, argv);
 }
