@@ -37,7 +37,8 @@ Value TDWDeviceIDCreateFromUDIDAndBluetoothAddress(char* udid, char* bluetoothAd
 std::optional<Value> TDWDeviceIDCreate(idevice_t device, lockdownd_client_t client)
 {
     LibraryText udid;
-    if (idevice_get_udid(device, out(udid)) != IDEVICE_E_SUCCESS || !udid) {
+    const idevice_error_t code = idevice_get_udid(device, out(udid));
+    if (code != IDEVICE_E_SUCCESS || !udid) {
         tdw::reportError("Unexpected: idevice_get_udid failed");
         return std::nullopt;
     }
