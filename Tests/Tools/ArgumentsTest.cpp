@@ -1,0 +1,94 @@
+#include "CommandLine/Arguments.h"
+
+#include "CommandLine/Help.h"
+#include "Errors/ExitStatus.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace tdw::cli {
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+Result<Arguments> parse(const std::vector<std::string>& texts)
+{
+    return checkArguments(TDW_TRY(splitArguments(texts)));
+}
+
+TEST(Arguments, OptionsMayStandAnywhere)
+{
+    for (const auto& texts : { std::vector<std::string> { "list", "--json" }, { "--json", "list" },
+             { "--json", "list", "--json" } }) {
+        const auto arguments = parse(texts);
+        ASSERT_TRUE(arguments);
+        EXPECT_EQ(arguments->command->name, "list");
+        EXPECT_TRUE(arguments->has("--json"));
+        EXPECT_FALSE(arguments->has("--direct"));
+    }
+}
+
+TEST(Arguments, WordsAreTakenAsTheyAre)
+{
+    // Each of these means something to the parser when it stands in another place.
+    for (const std::string word :
+        { "[a,b]", "{x}", "--json", "--", "-", "", "list", "++", "a=b" }) {
+        const auto raw = splitArguments({ "help", "--", word });
+        ASSERT_TRUE(raw) << word;
+        EXPECT_THAT(raw->words, testing::ElementsAre("help", word));
+        EXPECT_TRUE(raw->options.empty()) << word;
+    }
+}
+
+TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
+{
+    const struct {
+        std::vector<std::string> texts;
+        std::string message;
+    } rows[] = {
+        { {}, "No command given; try 'tidewell --help'" },
+        { { "lsit" }, "\"lsit\" (did you mean \"list\"?); try 'tidewell --help'" },
+        { { "xyzzy" }, "Unknown command \"xyzzy\"; try 'tidewell --help'" },
+        { { "list", "--jsno" }, "\"--jsno\" (did you mean \"--json\"?)" },
+        { { "list", "-q=1" }, "Unknown option \"-q\"" },
+        { { "list", "--json=yes" }, "The option \"--json\" takes no value" },
+        { { "list", "more" }, "\"more\" after \"list\"; try 'tidewell list --help'" },
+        { { "help", "--json" }, "\"help\" does not take the option \"--json\"" },
+        { { "completion" }, "needs more: tidewell completion bash|zsh|fish" },
+        { { "completion", "tcsh" }, "Expected \"bash\", \"zsh\" or \"fish\", not \"tcsh\"" },
+    };
+    for (const auto& row : rows) {
+        const auto arguments = parse(row.texts);
+        ASSERT_FALSE(arguments) << row.message;
+        EXPECT_EQ(exitStatusOf(arguments.error()), ExitStatus::Usage);
+        EXPECT_THAT(arguments.error().failureReason(), HasSubstr(row.message));
+        EXPECT_THAT(arguments.error().failureReason(), Not(HasSubstr("\n")));
+    }
+}
+
+TEST(Arguments, HelpIsGivenWhateverElseIsMissing)
+{
+    EXPECT_TRUE(parse({ "completion", "--help" }));
+    EXPECT_TRUE(parse({ "-h" }));
+    EXPECT_TRUE(parse({ "--version" }));
+}
+
+TEST(Help, TheOverviewNamesEveryCommandOptionAndExitStatus)
+{
+    const auto text = overviewText();
+    for (const Command& command : commandTable())
+        EXPECT_THAT(text, HasSubstr("\n  " + usageLine(command).substr(9)));
+    for (const Option& option : optionTable())
+        EXPECT_THAT(text, HasSubstr(std::string(option.name)));
+    for (const auto& [status, meaning] : exitStatusMeanings())
+        EXPECT_THAT(text, HasSubstr("\n  " + std::to_string(static_cast<int>(status)) + " "));
+    EXPECT_THAT(commandHelpText(*findCommand("list")), Not(HasSubstr("\n  completion")));
+}
+
+} // namespace
+
+} // namespace tdw::cli

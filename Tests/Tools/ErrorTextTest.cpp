@@ -1,0 +1,93 @@
+#include "Errors/ErrorText.h"
+
+#include "Errors/CommandLineError.h"
+#include "Platform/Value.h"
+#include "Support/TDWErrorHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace tdw::cli {
+
+namespace {
+
+TEST(ErrorText, JoinsWhatWasTriedWithTheReasonAndAddsDetailCallAndAdvice)
+{
+    setErrorDetail("SerialNumber");
+    const auto error = whileTrying("Cannot read \"x\"", TDWErrorCreate("lockdownd_get_value", -17));
+    EXPECT_EQ(errorText(error, ColourMode::Off),
+        "tidewell: Cannot read \"x\": The device is locked.\n"
+        "  Detail: SerialNumber\n"
+        "  API: lockdownd_get_value | CODE: -17\n"
+        "  Unlock the device, keep its screen on, and try again.\n");
+}
+
+TEST(ErrorText, ACauseBehindAWholeSentenceGetsALineOfItsOwn)
+{
+    const Error cause = Error::posix(ENOENT, "Cannot find \"/x\"");
+    const auto error = commandLineError({ .status = ExitStatus::Failure,
+        .reason = "It failed.",
+        .advice = "Try again.",
+        .cause = cause });
+    EXPECT_EQ(errorText(error, ColourMode::Off),
+        "tidewell: It failed.\n"
+        "  Cause: Cannot find \"/x\": No such file or directory\n"
+        "  Try again.\n");
+}
+
+TEST(ErrorText, ShowsEachOfSeveralCauses)
+{
+    const Error error("d", 1,
+        Dictionary { { kLocalizedFailureReasonErrorKey, "Both ways failed." },
+            { kMultipleUnderlyingErrorsKey,
+                Array { Error("d", 2, "One."), Error("d", 3, "Two.") } } });
+    EXPECT_EQ(errorText(error, ColourMode::Off),
+        "tidewell: Both ways failed.\n  Cause: One.\n  Cause: Two.\n");
+}
+
+TEST(ErrorText, AServersOwnLastWordsAreKeptInBoundsAndHarmless)
+{
+    std::string words = "first\r\n\nsecond\x1b[2J\n";
+    words += std::string(100, '\n') + std::string("more\n") + std::string(5000, '\n');
+    for (int i = 0; i < 100; ++i)
+        words += "endless\n";
+    const auto text = errorText(Error("d", 1, words), ColourMode::Off);
+    EXPECT_EQ(
+        text.substr(0, 62), "tidewell: first\n    second\\u001b[2J\n    more\n    endless\n    e");
+    EXPECT_LT(text.size(), 300U);
+}
+
+TEST(ErrorText, AnErrorWithoutAReasonIsNamedByItsCode)
+{
+    EXPECT_EQ(errorText(Error("some.domain", -7, Dictionary {}), ColourMode::Off),
+        "tidewell: Error -7 in \"some.domain\".\n");
+}
+
+TEST(ExitStatus, TellsTheKindsOfFailureApart)
+{
+    const struct {
+        Error error;
+        ExitStatus status;
+    } rows[] = {
+        { TDWErrorCreate("idevice_new_with_options", -3), ExitStatus::NoDevice },
+        { TDWErrorCreate("idevice_new_with_options", -7), ExitStatus::TimedOut },
+        { TDWErrorCreate("lockdownd_client_new", -19), ExitStatus::NotTrusted },
+        { TDWErrorCreate("lockdownd_client_new", -21), ExitStatus::NotTrusted },
+        { TDWErrorCreate("lockdownd_client_new", -7), ExitStatus::TimedOut },
+        { TDWErrorCreate("lockdownd_client_new", -5), ExitStatus::Failure },
+        { TDWErrorCreate("companion_proxy_get_device_registry", -102), ExitStatus::TimedOut },
+        { TDWErrorCreateWithMessage("Server timeout.", 1), ExitStatus::TimedOut },
+        { TDWErrorCreateWithMessage("Unsupported action", 1), ExitStatus::Failure },
+        { TDWErrorCreateWithMessage("…", 123), ExitStatus::ServerNotRun },
+        { Error("elsewhere", -3, "No."), ExitStatus::Failure },
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(exitStatusOf(row.error), row.status) << row.error.debugDescription();
+        EXPECT_EQ(exitStatusOf(whileTrying("Cannot try", row.error)), row.status);
+    }
+}
+
+} // namespace
+
+} // namespace tdw::cli

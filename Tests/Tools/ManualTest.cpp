@@ -1,0 +1,69 @@
+#include "CommandLine/CommandTable.h"
+#include "Errors/ExitStatus.h"
+#include "Platform/FileHandle.h"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+
+#include <string>
+
+namespace tdw::cli {
+
+namespace {
+
+using testing::HasSubstr;
+
+/// The manual page's source.
+std::string manual()
+{
+    FileHandle file(open(TIDEWELL_SOURCE_DIR "/Tools/tidewell/tidewell.1", O_RDONLY | O_CLOEXEC));
+    const auto bytes = file.readToEnd();
+    return bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size())
+                 : std::string();
+}
+
+/// As the page's source writes a dash that is not a hyphen.
+std::string withEscapedDashes(std::string_view text)
+{
+    std::string result;
+    for (const char character : text)
+        result += character == '-' ? "\\-" : std::string(1, character);
+    return result;
+}
+
+TEST(Manual, DocumentsEveryCommandWithItsArguments)
+{
+    for (const Command& command : commandTable()) {
+        std::string heading = "\n.TP\n.B " + std::string(command.name);
+        for (const Word& word : command.words)
+            heading += word.isOptional ? " [" + std::string(word.name) + "]"
+                                       : " " + std::string(word.name);
+        EXPECT_THAT(manual(), HasSubstr(heading + "\n"));
+    }
+}
+
+TEST(Manual, DocumentsEveryOption)
+{
+    for (const Option& option : optionTable()) {
+        std::string heading = "\n.TP\n.B ";
+        if (!option.shortName.empty())
+            heading += withEscapedDashes(option.shortName) + ", ";
+        heading += withEscapedDashes(option.name);
+        if (!option.valueName.empty())
+            heading += " " + std::string(option.valueName);
+        EXPECT_THAT(manual(), HasSubstr(heading + "\n"));
+    }
+}
+
+TEST(Manual, DocumentsEveryExitStatusInTheSameWords)
+{
+    for (const auto& [status, meaning] : exitStatusMeanings())
+        EXPECT_THAT(manual(),
+            HasSubstr("\n.TP\n.B " + std::to_string(static_cast<int>(status)) + "\n"
+                + std::string(meaning) + "\n"));
+}
+
+} // namespace
+
+} // namespace tdw::cli

@@ -1,0 +1,158 @@
+#include "Devices/DeviceList.h"
+#include "Devices/MultiplexerConversation.h"
+#include "Devices/MultiplexerProbe.h"
+#include "Platform/FileHandle.h"
+#include "Platform/PropertyList.h"
+
+#include <gmock/gmock.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace tdw::cli {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(MultiplexerAddress, IsReadAsTheDeviceLibrariesReadIt)
+{
+    const MultiplexerAddress usual { .path = "/var/run/usbmuxd" };
+    const struct {
+        const char* variable;
+        MultiplexerAddress address;
+    } rows[] = {
+        { nullptr, usual },
+        { "", usual },
+        { "UNIX:", usual },
+        { "/path/alone", usual },
+        { "host:", usual },
+        { "host:70000", usual },
+        { "host:1x", usual },
+        { ":80", usual },
+        { "UNIX:/a:b", { .path = "/a:b", .isFromEnvironment = true } },
+        { "localhost:27015", { .host = "localhost", .port = 27015, .isFromEnvironment = true } },
+        { "[::1]:27015", { .host = "::1", .port = 27015, .isFromEnvironment = true } },
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(multiplexerAddress(row.variable), row.address)
+            << (row.variable ? row.variable : "");
+    EXPECT_EQ(multiplexerAddress("[::1]:27015").description(), "[::1]:27015");
+}
+
+Data framed(const Value& body)
+{
+    const auto bytes = encodeXmlPropertyList(body);
+    Data frame = deviceListRequest();
+    frame.resize(16);
+    const std::size_t length = 16 + bytes->size();
+    frame[0] = static_cast<std::byte>(length);
+    frame[1] = static_cast<std::byte>(length >> 8);
+    frame.insert(frame.end(), bytes->begin(), bytes->end());
+    return frame;
+}
+
+TEST(MultiplexerReply, IsRecognisedByteByByte)
+{
+    const Data frame = framed(Dictionary { { "DeviceList", Array {} } });
+    MultiplexerReply reply;
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        EXPECT_EQ(reply.state(), MultiplexerReply::State::Incomplete) << i;
+        reply.append(std::span(frame).subspan(i, 1));
+    }
+    EXPECT_EQ(reply.state(), MultiplexerReply::State::DeviceList);
+}
+
+TEST(MultiplexerReply, AnythingElseIsRefusedAtOnce)
+{
+    Data huge = framed(Dictionary {});
+    huge[3] = std::byte { 0x7F };
+    Data tooShort = framed(Dictionary {});
+    tooShort[0] = tooShort[1] = std::byte { 0 };
+    Data notAList(64, std::byte { 1 });
+    for (const Data& bytes :
+        { huge, tooShort, notAList, framed(Dictionary { { "Number", 0 } }), framed(Array {}) }) {
+        MultiplexerReply reply;
+        reply.append(bytes);
+        EXPECT_EQ(reply.state(), MultiplexerReply::State::Other);
+    }
+}
+
+/// A local socket in a directory of its own.
+class LocalListener {
+public:
+    enum class Listening { Yes, No };
+
+    explicit LocalListener(Listening listening)
+        : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        EXPECT_NE(mkdtemp(m_directory.data()), nullptr);
+        sockaddr_un address {};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, path().c_str());
+        EXPECT_EQ(
+            bind(m_socket.descriptor(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        if (listening == Listening::Yes) {
+            EXPECT_EQ(listen(m_socket.descriptor(), 1), 0);
+        }
+    }
+    LocalListener(const LocalListener&) = delete;
+    LocalListener& operator=(const LocalListener&) = delete;
+    ~LocalListener()
+    {
+        unlink(path().c_str());
+        rmdir(m_directory.c_str());
+    }
+
+    std::string path() const { return m_directory + "/socket"; }
+    const FileHandle& socket() const { return m_socket; }
+
+private:
+    std::string m_directory = testing::TempDir() + "muxXXXXXX";
+    FileHandle m_socket;
+};
+
+MultiplexerState stateOf(const std::string& path)
+{
+    return probeMultiplexer({ .path = path }, 100ms).state;
+}
+
+TEST(MultiplexerProbe, TellsWhatIsWrongWithTheSocket)
+{
+    EXPECT_EQ(stateOf("/nonexistent/usbmuxd"), MultiplexerState::Absent);
+    EXPECT_EQ(stateOf(std::string(200, 'x')), MultiplexerState::Unreachable);
+    EXPECT_EQ(stateOf(LocalListener(LocalListener::Listening::No).path()),
+        MultiplexerState::NobodyListens);
+    EXPECT_EQ(
+        stateOf(LocalListener(LocalListener::Listening::Yes).path()), MultiplexerState::Silent);
+}
+
+TEST(DeviceList, BothWaysToADeviceBecomeOneDevice)
+{
+    const auto item = [](const char* udid, int connection) {
+        return Value(Dictionary { { "UDID", udid }, { "Connection", connection } });
+    };
+    const auto devices = parseDeviceList(Dictionary {
+        { "Devices", Array { item("A", 1), item("B", 2), item("A", 2), item("C", 7) } } });
+    ASSERT_TRUE(devices);
+    ASSERT_EQ(devices->size(), 3U);
+    EXPECT_EQ(connectionNames(devices->at(0)), "USB, network");
+    EXPECT_EQ(connectionNames(devices->at(1)), "network");
+    EXPECT_EQ(connectionNames(devices->at(2)), "7");
+}
+
+TEST(DeviceList, AMalformedListIsAnErrorAndNotAnEmptyList)
+{
+    for (const Value& payload :
+        { Value(Dictionary {}), Value("x"), Value(Dictionary { { "Devices", Array { "x" } } }),
+            Value(Dictionary { { "Devices", Array { Dictionary { { "UDID", "x" } } } } }) })
+        EXPECT_FALSE(parseDeviceList(payload)) << payload.debugDescription();
+}
+
+} // namespace
+
+} // namespace tdw::cli

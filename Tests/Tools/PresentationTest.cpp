@@ -1,0 +1,99 @@
+#include "Interfaces/TDWResponse.h"
+#include "Output/Colour.h"
+#include "Output/Encoding.h"
+#include "Output/Json.h"
+#include "Output/Table.h"
+#include "Output/TextWidth.h"
+#include "Platform/Error.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdint>
+#include <limits>
+
+namespace tdw::cli {
+
+namespace {
+
+TEST(TextWidth, CountsTheColumnsOfATerminal)
+{
+    EXPECT_EQ(displayWidth("plain"), 5U);
+    EXPECT_EQ(displayWidth("Jürgen"), 6U);
+    EXPECT_EQ(displayWidth("设备"), 4U);
+    EXPECT_EQ(displayWidth("e\u0301"), 1U);
+    EXPECT_EQ(displayWidth("📱"), 2U);
+    EXPECT_EQ(displayWidth("a\xFF"), 2U);
+}
+
+TEST(Table, AlignsByWhatTextsTakeAndEndsNoLineWithBlanks)
+{
+    Table table({ "NAME", "STATE" });
+    table.addRow({ { "设备" }, { "on" } });
+    table.addRow({ { "x" }, { "" } });
+    EXPECT_EQ(table.text(ColourMode::Off), "NAME  STATE\n设备  on\nx\n");
+}
+
+TEST(Table, DeviceTextCannotActOnTheTerminal)
+{
+    Table table;
+    table.addRow({ { "a\x1b[31m\nb" }, { "\u202Ec", Colour::Green } });
+    EXPECT_EQ(table.text(ColourMode::On), "a\\u001b[31m\\nb  \x1b[32m\\u202ec\x1b[0m\n");
+}
+
+TEST(Colour, IsForTerminalsOfUsersWhoDidNotRefuse)
+{
+    EXPECT_EQ(colourMode(true, nullptr, "xterm"), ColourMode::On);
+    EXPECT_EQ(colourMode(true, "", "xterm"), ColourMode::On);
+    EXPECT_EQ(colourMode(true, "1", "xterm"), ColourMode::Off);
+    EXPECT_EQ(colourMode(true, nullptr, "dumb"), ColourMode::Off);
+    EXPECT_EQ(colourMode(true, nullptr, nullptr), ColourMode::Off);
+    EXPECT_EQ(colourMode(false, nullptr, "xterm"), ColourMode::Off);
+}
+
+TEST(Json, HoldsEveryKindOfValue)
+{
+    const struct {
+        Value value;
+        const char* json;
+    } rows[] = {
+        { Dictionary { { "b", 1 }, { "a", Array { true, -2, 0.5 } } },
+            R"({"b":1,"a":[true,-2,0.5]})" },
+        { (std::int64_t { 1 } << 53) - 1, "9007199254740991" },
+        { std::int64_t { 1 } << 53, R"("9007199254740992")" },
+        { std::numeric_limits<std::int64_t>::min(), R"("-9223372036854775808")" },
+        { std::numeric_limits<std::uint64_t>::max(), R"("18446744073709551615")" },
+        { Data { std::byte { 0xFB }, std::byte { 0xFF } }, R"("+/8=")" },
+        { Date(std::chrono::seconds(1777636800)), R"("2026-05-01T12:00:00Z")" },
+        { "ü\x9b\"\n", R"("\u00fc\ufffd\"\n")" },
+        { "\u009b\u007f📱", R"("\u009b\u007f\ud83d\udcf1")" },
+        { Dictionary { { "\xFF", Array {} } }, R"({"\ufffd":[]})" },
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(jsonLine(row.value), std::string(row.json) + "\n");
+}
+
+TEST(Json, AnErrorBecomesItsErrorDictionary)
+{
+    const auto json = jsonLine(TDWClientErrorResponse(Error("domain", -3, "reason")));
+    EXPECT_THAT(json, testing::StartsWith(R"({"error":{"domain":"domain","code":-3,"info":{)"));
+}
+
+TEST(Encoding, Base64PadsToGroupsOfFour)
+{
+    const Data bytes { std::byte { 'f' }, std::byte { 'o' }, std::byte { 'o' }, std::byte { 'b' } };
+    const char* const expected[] = { "", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==" };
+    for (std::size_t length = 0; length <= bytes.size(); ++length)
+        EXPECT_EQ(base64(std::span(bytes).first(length)), expected[length]);
+}
+
+TEST(Encoding, DatesOutsideOfTheCalendarDoNoHarm)
+{
+    EXPECT_EQ(iso8601(Date(std::chrono::microseconds(-1))), "1969-12-31T23:59:59.999999Z");
+    EXPECT_EQ(iso8601(Date(std::chrono::days(4'000'000))), "+12921-08-18T00:00:00Z");
+    EXPECT_THAT(iso8601(Date::max()), testing::EndsWith("microseconds since 1970"));
+    EXPECT_THAT(iso8601(Date::min()), testing::EndsWith("microseconds since 1970"));
+}
+
+} // namespace
+
+} // namespace tdw::cli

@@ -1,0 +1,119 @@
+#include "CommandLine/Arguments.h"
+#include "CommandLine/Suggestion.h"
+#include "Errors/CommandLineError.h"
+
+#include <algorithm>
+
+namespace tdw::cli {
+
+namespace {
+
+Error usageError(const std::string& reason, const Command* command = nullptr)
+{
+    const std::string help
+        = command ? "tidewell " + std::string(command->name) + " --help" : "tidewell --help";
+    return commandLineError(
+        { .status = ExitStatus::Usage, .reason = reason + "; try '" + help + "'" });
+}
+
+/// " (did you mean …?)" or nothing.
+std::string suggestionText(std::string_view given, const std::vector<std::string_view>& known)
+{
+    const auto suggestion = nearestName(given, known);
+    return suggestion ? " (did you mean \"" + std::string(*suggestion) + "\"?)" : "";
+}
+
+Error unknownOption(const std::string& text)
+{
+    std::vector<std::string_view> names;
+    for (const Option& option : optionTable())
+        names.push_back(option.name);
+    const std::string name = text.substr(0, text.find('='));
+    return usageError("Unknown option \"" + name + "\"" + suggestionText(name, names));
+}
+
+bool isAmong(std::string_view text, std::span<const std::string_view> choices)
+{
+    return choices.empty() || std::find(choices.begin(), choices.end(), text) != choices.end();
+}
+
+std::string inWords(std::span<const std::string_view> choices)
+{
+    std::string text;
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+        if (i > 0)
+            text += i + 1 == choices.size() ? " or " : ", ";
+        text.append("\"").append(choices[i]).append("\"");
+    }
+    return text;
+}
+
+std::string unexpected(std::string_view given, std::span<const std::string_view> choices)
+{
+    return "Expected " + inWords(choices) + ", not \"" + std::string(given) + "\"";
+}
+
+Result<void> checkOptions(const Arguments& arguments)
+{
+    for (const auto& [name, value] : arguments.options) {
+        const Option& option = *findOption(name);
+        if (arguments.command && !takesOption(*arguments.command, option))
+            return usageError("\"" + std::string(arguments.command->name)
+                    + "\" does not take the option \"" + name + "\"",
+                arguments.command);
+        if (!option.valueName.empty() && !isAmong(value, option.choices))
+            return usageError(unexpected(value, option.choices), arguments.command);
+    }
+    return {};
+}
+
+Result<void> checkWords(const Arguments& arguments)
+{
+    const Command& command = *arguments.command;
+    const auto& words = arguments.words;
+    if (words.size() > command.words.size())
+        return usageError("Unexpected argument \"" + words[command.words.size()] + "\" after \""
+                + std::string(command.name) + "\"",
+            &command);
+    if (words.size() < command.fewestWords())
+        return usageError(
+            "\"" + std::string(command.name) + "\" needs more: " + usageLine(command), &command);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (!isAmong(words[i], command.words[i].choices))
+            return usageError(unexpected(words[i], command.words[i].choices), &command);
+    }
+    return {};
+}
+
+} // namespace
+
+Error unknownCommandError(const std::string& name)
+{
+    std::vector<std::string_view> names;
+    for (const Command& command : commandTable())
+        names.push_back(command.name);
+    return usageError("Unknown command \"" + name + "\"" + suggestionText(name, names));
+}
+
+Result<Arguments> checkArguments(RawArguments raw)
+{
+    if (!raw.unknownOptions.empty())
+        return unknownOption(raw.unknownOptions.front());
+    Arguments arguments;
+    arguments.options = std::move(raw.options);
+    if (!raw.words.empty()) {
+        arguments.command = findCommand(raw.words.front());
+        if (!arguments.command)
+            return unknownCommandError(raw.words.front());
+        arguments.words.assign(raw.words.begin() + 1, raw.words.end());
+    }
+    TDW_TRY(checkOptions(arguments));
+    if (arguments.has("--help") || arguments.has("--version"))
+        return arguments;
+    if (!arguments.command)
+        return usageError("No command given");
+    TDW_TRY(checkWords(arguments));
+    return arguments;
+}
+
+} // namespace tdw::cli

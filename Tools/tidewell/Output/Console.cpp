@@ -1,0 +1,45 @@
+#include "Output/Console.h"
+
+#include "Errors/CommandLineError.h"
+#include "Platform/FileHandle.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+
+namespace tdw::cli {
+
+Console::Console()
+    : m_outputColours(colourModeFor(STDOUT_FILENO))
+    , m_errorColours(colourModeFor(STDERR_FILENO))
+{
+}
+
+Result<void> Console::print(std::string_view text) const
+{
+    const auto written = writeToDescriptor(STDOUT_FILENO, std::as_bytes(std::span(text)));
+    if (written)
+        return {};
+    return commandLineError({ .status = ExitStatus::OutputNotWritten,
+        .reason = "The output is incomplete",
+        .cause = Error::posix(
+            static_cast<int>(written.error().code()), "Cannot write to standard output") });
+}
+
+void Console::say(std::string_view message) const
+{
+    (void)writeToDescriptor(STDERR_FILENO, std::as_bytes(std::span(message)));
+}
+
+bool isClosedOutput(const Error& error)
+{
+    const auto chain = causeChain(error);
+    return exitStatusOf(error) == ExitStatus::OutputNotWritten
+        && std::any_of(chain.begin(), chain.end(), [](const Error& link) {
+               return link.domain() == kPosixErrorDomain && link.code() == EPIPE;
+           });
+}
+
+} // namespace tdw::cli
