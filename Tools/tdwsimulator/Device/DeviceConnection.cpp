@@ -163,7 +163,7 @@ void DeviceConnection::startTls(const std::shared_ptr<const Pairing>& pairing)
         return;
     case FaultKind::Garbage:
         sendContent(Data(64, std::byte { 0xa5 }));
-        m_state = State::Ignoring;
+        close();
         return;
     case FaultKind::Delay:
         afterDelay(fault->delay, [this, pairing] { acceptTls(pairing, false); });

@@ -1,0 +1,124 @@
+#pragma once
+
+#include "CapturedStream.h"
+#include "Platform/Process.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// How a command ended, and what it printed on both streams.
+struct CommandOutcome {
+    tdw::Termination termination;
+    std::string output;
+};
+
+using CommandEnvironment = std::vector<std::pair<std::string, std::string>>;
+
+inline std::string simulatorExecutable()
+{
+    return TIDEWELL_BUILD_DIR "/bin/tdwsimulator";
+}
+
+/// Runs a command, found as a shell finds it, and kills it where it takes too long.
+inline CommandOutcome runCommandBounded(std::vector<std::string> words,
+    const CommandEnvironment& environment = {},
+    std::chrono::seconds bound = std::chrono::seconds(60))
+{
+    const tdw::FileHandle output(memfd_create("output", MFD_CLOEXEC));
+    const tdw::FileHandle input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    tdw::LaunchOptions launch;
+    launch.executable = "/usr/bin/env";
+    launch.arguments = std::move(words);
+    launch.environment = environment;
+    launch.standardInput = input.descriptor();
+    launch.standardOutput = output.descriptor();
+    launch.standardError = output.descriptor();
+    launch.ownProcessGroup = true;
+    auto process = tdw::Process::launch(launch);
+    if (!process)
+        return { { -1, false }, process.error().debugDescription() };
+    auto termination = process->waitUntilExit(bound);
+    if (!termination) {
+        process->sendSignal(SIGKILL);
+        termination = process->waitUntilExit();
+    }
+    lseek(output.descriptor(), 0, SEEK_SET);
+    const auto bytes = tdw::readDescriptorToEnd(output.descriptor());
+    return { *termination,
+        bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size()) : "" };
+}
+
+/// Simulated devices for as long as it lives.
+class SimulatorProcess {
+public:
+    /// @param scenario the text of a scenario file; empty: the household
+    explicit SimulatorProcess(std::string_view scenario = {})
+    {
+        std::string name = testing::TempDir() + "tdwsimulator-test-XXXXXX";
+        m_directory = mkdtemp(name.data());
+        std::vector<std::string> arguments { "serve", "--directory", m_directory.string() };
+        if (!scenario.empty()) {
+            const auto file = m_directory / "scenario.json";
+            std::ofstream(file) << scenario;
+            arguments.insert(arguments.end(), { "--scenario", file.string() });
+        }
+        auto pipe = tdw::Pipe::create();
+        tdw::LaunchOptions launch;
+        launch.executable = simulatorExecutable();
+        launch.arguments = std::move(arguments);
+        launch.standardOutput = pipe->writer.descriptor();
+        auto process = tdw::Process::launch(launch);
+        pipe->writer.close();
+        // The line comes when the sockets are there; its end comes anyway when serving fails.
+        char line[1024];
+        if (process && read(pipe->reader.descriptor(), line, sizeof line) > 0)
+            m_process = std::move(*process);
+    }
+    SimulatorProcess(const SimulatorProcess&) = delete;
+    SimulatorProcess& operator=(const SimulatorProcess&) = delete;
+
+    ~SimulatorProcess()
+    {
+        if (m_process) {
+            m_process->sendSignal(SIGTERM);
+            (void)m_process->waitUntilExit(std::chrono::seconds(10));
+        }
+        std::error_code error;
+        std::filesystem::remove_all(m_directory, error);
+    }
+
+    bool isRunning() const { return m_process.has_value(); }
+
+    /// What makes software use the simulated devices.
+    CommandEnvironment environment() const
+    {
+        return { { "USBMUXD_SOCKET_ADDRESS", "UNIX:" + (m_directory / "usbmuxd").string() },
+            { "TDWSIMULATOR_CONTROL", (m_directory / "control").string() },
+            { "LC_ALL", "C.UTF-8" } };
+    }
+
+    CommandOutcome run(std::vector<std::string> words) const
+    {
+        return runCommandBounded(std::move(words), environment());
+    }
+
+    /// Sends a request to the control socket; the answer is the output.
+    CommandOutcome control(std::vector<std::string> words) const
+    {
+        words.insert(words.begin(), { simulatorExecutable(), "control" });
+        return run(std::move(words));
+    }
+
+private:
+    std::filesystem::path m_directory;
+    std::optional<tdw::Process> m_process;
+};

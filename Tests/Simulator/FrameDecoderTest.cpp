@@ -1,0 +1,82 @@
+#include "Device/PropertyListFrame.h"
+#include "Mux/MuxFrame.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+
+using namespace tdw;
+using namespace tdw::simulator;
+
+namespace {
+
+Data bytes(std::initializer_list<unsigned> numbers)
+{
+    Data data;
+    for (const unsigned number : numbers)
+        data.push_back(static_cast<std::byte>(number));
+    return data;
+}
+
+} // namespace
+
+TEST(MuxFrameDecoder, FindsTheSameFramesHoweverTheBytesArrive)
+{
+    const MuxFrame frames[] = { { 1, 8, 0x01020304, bytes({ 'x', 'y' }) }, { 0, 3, 7, {} } };
+    Data stream;
+    for (const MuxFrame& frame : frames) {
+        const Data encoded = encodeMuxFrame(frame);
+        stream.insert(stream.end(), encoded.begin(), encoded.end());
+    }
+    for (std::size_t step = 1; step <= stream.size(); ++step) {
+        MuxFrameDecoder decoder;
+        std::vector<MuxFrame> found;
+        for (std::size_t start = 0; start < stream.size(); start += step) {
+            decoder.append(std::span(stream).subspan(start, std::min(step, stream.size() - start)));
+            while (auto frame = *decoder.next())
+                found.push_back(*std::move(frame));
+        }
+        EXPECT_THAT(found, testing::ElementsAreArray(frames)) << step << " bytes at a time";
+    }
+}
+
+TEST(MuxFrameDecoder, RefusesImpossibleLengthsBeforeAnythingElseArrives)
+{
+    for (const Data& header : { bytes({ 15, 0, 0, 0 }), bytes({ 1, 0, 1, 0 }),
+             bytes({ 255, 255, 255, 255 }), bytes({ 0, 0, 0, 0 }) }) {
+        Data start = header;
+        start.resize(kMuxHeaderSize);
+        MuxFrameDecoder decoder;
+        decoder.append(start);
+        EXPECT_FALSE(decoder.next()) << std::to_integer<int>(header[0]);
+    }
+    MuxFrameDecoder decoder;
+    decoder.append(bytes({ 0, 0, 1, 0, 1, 0, 0, 0, 8, 0, 0, 0, 1, 0, 0, 0 }));
+    EXPECT_TRUE(decoder.next()) << "65536 bytes are allowed";
+}
+
+TEST(PropertyListFrameDecoder, ReadsWhatItEncodesInBothFormatsAndKeepsTheRest)
+{
+    const Value message = Dictionary { { "Request", "QueryType" } };
+    for (const auto format : { PropertyListFormat::Xml, PropertyListFormat::Binary }) {
+        PropertyListFrameDecoder decoder;
+        const Data frame = *encodePropertyListFrame(message, format);
+        decoder.append(std::span(frame).first(frame.size() - 1));
+        EXPECT_EQ(*decoder.next(), std::nullopt);
+        decoder.append(std::span(frame).last(1));
+        decoder.append(bytes({ 22, 3 }));
+        EXPECT_EQ(*decoder.next(), message);
+        EXPECT_EQ(decoder.takeRest(), bytes({ 22, 3 }));
+    }
+}
+
+TEST(PropertyListFrameDecoder, RefusesWhatIsTooLongOrNoPropertyList)
+{
+    for (const Data& stream : { bytes({ 0x7f, 255, 255, 255 }), bytes({ 0, 0x10, 0, 1 }),
+             bytes({ 0, 0, 0, 0 }), bytes({ 0, 0, 0, 3, 'a', 'b', 'c' }) }) {
+        PropertyListFrameDecoder decoder;
+        decoder.append(stream);
+        EXPECT_FALSE(decoder.next());
+    }
+}
