@@ -39,6 +39,8 @@ TEST(Scenario, SaysWhereItIsWrongAndWhatStandsThere)
         { withDevice(R"(, "acceptAfter": -1)"), "devices[0].acceptAfter: -1 is not" },
         { withDevice(R"(, "lockdown": {"A": {"B": null}})"), "devices[0].lockdown.A.B: null" },
         { withDevice(R"(, "lockdown": {"A": {"$hex": "abc"}})"), R"($hex: "abc" cannot)" },
+        { withDevice(R"(, "networkAddress": "192.0.2.1")"),
+            R"(devices[0].networkAddress: "192.0.2.1" is not an address in 127.0.0.0/8)" },
         { withDevice(R"(, "battery": [1])"), "devices[0].battery: [1] is not a dictionary" },
         { withDevice(R"(, "lockdown": {"$plist": "none.plist"})"), "none.plist: No such file" },
         { withDevice(R"(, "faults": [{"at": "lockdown", "fault": "absent"}])"),

@@ -3,6 +3,9 @@
 #include "Model/JsonObject.h"
 #include "Model/SimulatorError.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include <algorithm>
 
 namespace tdw::simulator {
@@ -33,6 +36,14 @@ Dictionary defaultWirelessValues()
 {
     return Dictionary { { "EnableWifiConnections", false }, { "EnableWifiDebugging", false },
         { "SupportsWifi", true }, { "SupportsWifiSyncing", true } };
+}
+
+/// Simulated devices are reached from this machine alone.
+bool isLoopbackAddress(const std::string& text)
+{
+    in_addr address {};
+    return ::inet_pton(AF_INET, text.c_str(), &address) == 1
+        && ntohl(address.s_addr) >> 24 == IN_LOOPBACKNET;
 }
 
 class ScenarioReader {
@@ -87,6 +98,10 @@ private:
         device.usesTls = TDW_TRY(object.boolean("sessionTLS")).value_or(true);
         device.repliesWithResult = TDW_TRY(object.boolean("resultReplies")).value_or(false);
         device.networkAddress = TDW_TRY(object.string("networkAddress"));
+        if (device.networkAddress && !isLoopbackAddress(*device.networkAddress)) {
+            return simulatorError(object.pathOf("networkAddress") + ": \"" + *device.networkAddress
+                + "\" is not an address in 127.0.0.0/8");
+        }
         for (const Json* item : TDW_TRY(object.array("watches"))) {
             device.watches.push_back(TDW_TRY(readWatch(
                 *item, object.pathOf("watches[" + std::to_string(device.watches.size()) + "]"))));
