@@ -110,13 +110,6 @@ Result<Value> dictionaryFromNode(plist_t node, std::size_t depth)
     return Value(std::move(dictionary));
 }
 
-Value textFromNode(plist_t node, void (*read)(plist_t, char**))
-{
-    LibraryText text;
-    read(node, out(text));
-    return withInvalidUtf8Replaced(text ? std::string_view(text.get()) : "");
-}
-
 Value dataFromNode(plist_t node)
 {
     LibraryText bytes;
@@ -146,9 +139,7 @@ Result<Value> valueFromNode(plist_t node, std::size_t depth)
         return Value(real);
     }
     case PLIST_STRING:
-        return textFromNode(node, &plist_get_string_val);
-    case PLIST_KEY:
-        return textFromNode(node, &plist_get_key_val);
+        return Value(textFromNode(node).value_or(std::string()));
     case PLIST_DATA:
         return dataFromNode(node);
     case PLIST_DATE:
@@ -311,6 +302,15 @@ Result<Data> encode(const Value& value, TextFor textFor, Write write)
 }
 
 } // namespace
+
+std::optional<std::string> textFromNode(plist_t node)
+{
+    if (!node || plist_get_node_type(node) != PLIST_STRING)
+        return std::nullopt;
+    std::uint64_t length = 0;
+    const char* text = plist_get_string_ptr(node, &length);
+    return withInvalidUtf8Replaced(text ? std::string_view(text) : "");
+}
 
 Result<Value> valueFromNode(plist_t node)
 {

@@ -6,6 +6,8 @@
 
 #include <plist/plist.h>
 
+#include <optional>
+#include <string>
 #include <type_traits>
 
 namespace tdw {
@@ -17,6 +19,12 @@ using PropertyListNode = Handle<std::remove_pointer_t<plist_t>, &plist_free>;
 /// it is wrong: a device's odd name must not cost the rest of what it says.
 /// Errors: `kPropertyListReadCorruptError` for nodes nested too deeply.
 Result<Value> valueFromNode(plist_t node);
+
+/// The text of a string node, with U+FFFD where it is not UTF-8; none for any other node, or null.
+///
+/// Not through `plist_get_string_val`, which ends the process over a NUL inside the text: here the
+/// text ends at the NUL.
+std::optional<std::string> textFromNode(plist_t node);
 
 /// A new node of `value`. Errors: `kPropertyListWriteInvalidError`, naming the key path.
 Result<PropertyListNode> nodeFromValue(const Value& value);

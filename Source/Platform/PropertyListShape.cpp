@@ -140,6 +140,17 @@ private:
 constexpr std::size_t kBinaryHeaderBytes = 8;
 constexpr std::size_t kBinaryTrailerBytes = 32;
 
+/// The upper half of an object's marker byte.
+constexpr std::uint64_t kDataKind = 0x4;
+constexpr std::uint64_t kAsciiKind = 0x5;
+constexpr std::uint64_t kUtf16Kind = 0x6;
+constexpr std::uint64_t kArrayKind = 0xA;
+constexpr std::uint64_t kSetKind = 0xC;
+constexpr std::uint64_t kDictionaryKind = 0xD;
+
+/// How much text or data counts as one more object.
+constexpr std::size_t kUnitsPerObject = 64;
+
 /// Reads the tables of a binary property list and measures each object once.
 ///
 ///     | "bplist00" | objects … | offset table | trailer (32 bytes) |
@@ -167,6 +178,13 @@ private:
         State state = State::Unseen;
         std::uint32_t depth = 0;
         std::uint64_t objects = 0;
+    };
+
+    /// Where an object's contents are, and how many of its own kind of unit they have.
+    struct Contents {
+        std::uint64_t kind = 0;
+        std::size_t offset = 0;
+        std::size_t count = 0;
     };
 
     struct Children {
@@ -201,41 +219,86 @@ private:
         return {};
     }
 
-    /// The child references of an object; none for anything but a container.
-    Result<Children> children(std::uint64_t object) const
+    /// The contents of data, texts and containers; none for anything of a fixed size.
+    Result<Contents> contents(std::uint64_t object) const
     {
         const auto offset = number(m_offsetTable + object * m_offsetSize, m_offsetSize);
         if (offset < kBinaryHeaderBytes || offset >= m_offsetTable)
             return corrupt("an object lies outside it");
         const auto marker = number(offset, 1);
-        const auto kind = marker >> 4;
-        const bool isDictionary = kind == 0xD;
-        if (!isDictionary && kind != 0xA && kind != 0xC)
-            return Children {};
-        std::size_t at = offset + 1;
-        std::uint64_t count = marker & 0xF;
-        if (count == 0xF) {
-            if (at >= m_offsetTable)
-                return corrupt("a container is cut short");
-            const std::size_t size = std::size_t { 1 } << (number(at, 1) & 0x3);
-            if (number(at, 1) >> 4 != 1 || size > m_offsetTable - at - 1)
-                return corrupt("a container has no size");
-            count = number(at + 1, size);
-            at += 1 + size;
+        Contents result { marker >> 4, offset + 1, marker & 0xF };
+        if (unitSize(result.kind) == 0)
+            return Contents { result.kind, result.offset, 0 };
+        if (result.count == 0xF) {
+            if (result.offset >= m_offsetTable)
+                return corrupt("an object is cut short");
+            const auto sizeMarker = number(result.offset, 1);
+            const std::size_t size = std::size_t { 1 } << (sizeMarker & 0x3);
+            if (sizeMarker >> 4 != 1 || size > m_offsetTable - result.offset - 1)
+                return corrupt("an object has no size");
+            result.count = number(result.offset + 1, size);
+            result.offset += 1 + size;
         }
-        const std::uint64_t room = (m_offsetTable - at) / m_referenceSize;
-        if (count > room || (isDictionary && count > room / 2))
-            return corrupt("a container is larger than the document");
-        return Children { at, isDictionary ? count * 2 : count };
+        if (result.count > (m_offsetTable - result.offset) / unitSize(result.kind))
+            return corrupt("an object is larger than the document");
+        return result;
+    }
+
+    /// How many bytes each unit of such an object takes; 0 for objects of a fixed size.
+    std::size_t unitSize(std::uint64_t kind) const
+    {
+        switch (kind) {
+        case kDataKind:
+        case kAsciiKind:
+            return 1;
+        case kUtf16Kind:
+            return 2;
+        case kArrayKind:
+        case kSetKind:
+            return m_referenceSize;
+        case kDictionaryKind:
+            return 2 * m_referenceSize;
+        default:
+            return 0;
+        }
+    }
+
+    static Children childrenOf(const Contents& contents)
+    {
+        switch (contents.kind) {
+        case kArrayKind:
+        case kSetKind:
+            return { contents.offset, contents.count };
+        case kDictionaryKind:
+            return { contents.offset, contents.count * 2 };
+        default:
+            return {};
+        }
+    }
+
+    /// The decoder hands texts out as C strings and ends the process over a NUL inside one.
+    Result<void> checkText(const Contents& contents) const
+    {
+        const std::size_t unit = contents.kind == kUtf16Kind ? 2 : 1;
+        if (contents.kind != kAsciiKind && contents.kind != kUtf16Kind)
+            return {};
+        for (std::size_t i = 0; i < contents.count; ++i) {
+            if (number(contents.offset + i * unit, unit) == 0)
+                return corrupt("a text holds a NUL");
+        }
+        return {};
     }
 
     /// Enters an object, or, once all its children are measured, sums them up and leaves it.
     Result<void> visit(std::uint64_t object)
     {
         Measured& measured = m_measured[object];
-        const Children below = TDW_TRY(children(object));
+        const Contents contents = TDW_TRY(this->contents(object));
+        const Children below = childrenOf(contents);
         if (measured.state == Measured::State::Unseen) {
             measured.state = Measured::State::Entered;
+            TDW_TRY(spend(weightOf(contents)));
+            TDW_TRY(checkText(contents));
             const std::size_t before = m_stack.size();
             for (std::size_t i = 0; i < below.count; ++i)
                 TDW_TRY(push(number(below.offset + i * m_referenceSize, m_referenceSize)));
@@ -243,7 +306,7 @@ private:
                 return {};
         }
         if (measured.state == Measured::State::Entered)
-            TDW_TRY(sumUp(measured, below));
+            TDW_TRY(sumUp(measured, contents, below));
         m_stack.pop_back();
         return {};
     }
@@ -252,9 +315,7 @@ private:
     {
         if (child >= m_objectCount)
             return corrupt("a reference points at nothing");
-        // Objects may overlap, so their references can be many more than the bytes.
-        if (++m_references > kPropertyListMaximumObjects)
-            return corrupt("it holds too many references");
+        TDW_TRY(spend(1));
         if (m_measured[child].state == Measured::State::Entered)
             return corrupt("it refers to itself");
         if (m_measured[child].state == Measured::State::Unseen && m_stack.back() != child)
@@ -262,9 +323,24 @@ private:
         return {};
     }
 
-    Result<void> sumUp(Measured& measured, const Children& below)
+    /// What an object costs to build, in objects: a long text or data counts as several.
+    static std::uint64_t weightOf(const Contents& contents)
     {
-        measured.objects = 1;
+        return 1 + contents.count / kUnitsPerObject;
+    }
+
+    /// Objects may overlap, so that walking them all can cost far more than the bytes.
+    Result<void> spend(std::uint64_t amount)
+    {
+        m_spent += amount;
+        if (m_spent > kPropertyListMaximumObjects)
+            return corrupt("it holds too many objects");
+        return {};
+    }
+
+    Result<void> sumUp(Measured& measured, const Contents& contents, const Children& below)
+    {
+        measured.objects = weightOf(contents);
         for (std::size_t i = 0; i < below.count; ++i) {
             const Measured& child
                 = m_measured[number(below.offset + i * m_referenceSize, m_referenceSize)];
@@ -287,7 +363,7 @@ private:
     std::uint64_t m_objectCount = 0;
     std::uint64_t m_root = 0;
     std::uint64_t m_offsetTable = 0;
-    std::uint64_t m_references = 0;
+    std::uint64_t m_spent = 0;
     std::vector<Measured> m_measured;
     std::vector<std::uint64_t> m_stack;
 };
@@ -296,6 +372,8 @@ private:
 
 Result<void> checkXmlPropertyListShape(std::string_view text)
 {
+    if (text.find('\0') != std::string_view::npos)
+        return corrupt("it holds a NUL");
     return XmlTagWalker(text).run();
 }
 

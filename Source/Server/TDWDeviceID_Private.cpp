@@ -6,6 +6,8 @@
 #include "Server/DeviceHandles.h"
 #include "Support/Diagnostics.h"
 
+#include <cstring>
+
 using tdw::LibraryText;
 using tdw::Value;
 
@@ -14,13 +16,11 @@ namespace {
 /// The address as the device tells it, or null.
 LibraryText bluetoothAddress(lockdownd_client_t client)
 {
-    LibraryText address;
     tdw::PropertyListNode node;
     const auto code
         = lockdownd_get_value(client, nullptr, kTDWDeviceInfoBluetoothAddress.data(), out(node));
-    if (code == LOCKDOWN_E_SUCCESS && node && plist_get_node_type(node.get()) == PLIST_STRING)
-        plist_get_string_val(node.get(), out(address));
-    return address;
+    const auto text = code == LOCKDOWN_E_SUCCESS ? tdw::textFromNode(node.get()) : std::nullopt;
+    return LibraryText(text ? strdup(text->c_str()) : nullptr);
 }
 
 } // namespace

@@ -2,14 +2,12 @@
 
 #include "Interfaces/TDWResponse.h"
 #include "Platform/PropertyListNode.h"
-#include "Platform/Text.h"
 #include "Server/DeviceHandles.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
 
 #include <cstdlib>
-#include <string_view>
 
 using tdw::Error;
 using tdw::Value;
@@ -38,10 +36,8 @@ bool boolOf(plist_t node)
         return value != 0;
     }
     if (type == PLIST_STRING) {
-        tdw::LibraryText text;
-        plist_get_string_val(node, out(text));
-        const std::string_view value = text ? text.get() : "";
-        return value == "1" || value == "true" || value == "YES";
+        const auto text = tdw::textFromNode(node);
+        return text == "1" || text == "true" || text == "YES";
     }
     if (type == PLIST_UINT) {
         std::uint64_t bits = 0;
@@ -94,11 +90,9 @@ int TDWReadLockdownString(lockdownd_client_t client, const char* domain, const c
     tdw::PropertyListNode node;
     const int code = lockdownd_get_value(client, domain, key, out(node));
     // The library can report success and give no node.
-    if (code == LOCKDOWN_E_SUCCESS && node && plist_get_node_type(node.get()) == PLIST_STRING) {
-        tdw::LibraryText text;
-        plist_get_string_val(node.get(), out(text));
-        if (text)
-            outString = tdw::withInvalidUtf8Replaced(text.get());
+    if (code == LOCKDOWN_E_SUCCESS) {
+        if (auto text = tdw::textFromNode(node.get()))
+            outString = *std::move(text);
     }
     return code;
 }
