@@ -92,7 +92,7 @@ public:
 
 private:
     struct Entry {
-        std::uint64_t number;
+        std::uint64_t number = 0;
         Fault fault;
         std::uint64_t seen = 0;
     };

@@ -56,7 +56,7 @@ public:
 
 private:
     struct Pending {
-        std::uint64_t number;
+        std::uint64_t number = 0;
         LogFilter filter;
         std::uint64_t missing;
         Waiter waiter;

@@ -48,7 +48,7 @@ struct WatchDescription {
     Dictionary errors; ///< keys that are answered with an error, and its name
 };
 
-inline constexpr std::string_view kGlobalDomain = "";
+inline constexpr std::string_view kGlobalDomain {};
 inline constexpr std::string_view kBatteryDomain = "com.apple.mobile.battery";
 inline constexpr std::string_view kWirelessDomain = "com.apple.mobile.wireless_lockdown";
 

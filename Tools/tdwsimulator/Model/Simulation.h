@@ -27,8 +27,8 @@ struct Attachment {
 
 struct SimulationEvent {
     enum class Kind { Attached, Detached, Paired };
-    Kind kind;
-    Attachment attachment;
+    Kind kind = Kind::Attached;
+    Attachment attachment {};
 };
 
 /// The simulated world: devices, what of them is attached, pair records, faults and the log.
