@@ -1,0 +1,168 @@
+#include "EndToEnd/DeviceRows.h"
+#include "Interfaces/TDWResponse.h"
+
+#include <libimobiledevice/lockdown.h>
+
+using namespace tdw;
+
+namespace {
+
+using Changes = std::initializer_list<std::pair<std::string_view, std::optional<Value>>>;
+
+/// A copy with values set, or removed where there is none.
+Dictionary with(Dictionary values, Changes changes)
+{
+    for (const auto& [key, value] : changes)
+        value ? values.set(key, *value) : static_cast<void>(values.remove(key));
+    return values;
+}
+
+Dictionary unpaired(std::uint32_t state)
+{
+    return Dictionary { { "DeviceName", "Simulated iPhone" }, { "DeviceClass", "iPhone" },
+        { "HardwareModel", "D83AP" }, { "ProductType", "iPhone16,1" }, { "DeviceColor", "1" },
+        { "WiFiAddress", "02:00:5e:10:00:99" }, { "ProductName", "iPhone OS" },
+        { "ProductVersion", "18.5" }, { "BuildVersion", "22F76" },
+        { "EnableWifiConnections", false }, { "PairingState", state } };
+}
+
+Dictionary paired(Changes changes = {})
+{
+    static const Dictionary kUsual = with(unpaired(4),
+        { { "BluetoothAddress", kUsualAddress }, { "SerialNumber", "TWSIM0000Z" },
+            { "Battery", Dictionary { { "BatteryCurrentCapacity", 80 } } },
+            { "EnableWifiConnections", true }, { "WirelessBuddyID", "buddy" } });
+    return with(kUsual, changes);
+}
+
+Dictionary pairedWithWatches(Array identifiers)
+{
+    return paired({ { "CompanionDeviceIdentifiers", std::move(identifiers) } });
+}
+
+Error refused(int code)
+{
+    return TDWErrorCreate("lockdownd_client_new", code);
+}
+
+Error unreadable(std::string_view key, int code = LOCKDOWN_E_MISSING_VALUE)
+{
+    setErrorDetail(key);
+    return TDWErrorCreate("lockdownd_get_value", code);
+}
+
+Error noWireless(const std::string& key)
+{
+    return TDWErrorCreateWithMessage(key + " wireless domain key had missing or invalid value", -1);
+}
+
+struct Row {
+    const char* situation;
+    std::string device;
+    std::vector<std::string> arguments;
+    Dictionary payload;
+    std::vector<Error> warnings {};
+    std::optional<Error> batteryError {};
+    const char* address = kUsualAddress;
+};
+
+void expectInformation(const SimulatedDevices& devices, Row row, std::size_t index)
+{
+    row.arguments.insert(row.arguments.begin(), udidOf(index));
+    const auto answer = devices.run("tdw_info", row.arguments);
+    ASSERT_TRUE(answer.payload) << answer.output;
+    EXPECT_EQ(answer.warnings(), row.warnings) << answer.output;
+    const auto error = answer["BatteryError"];
+    EXPECT_EQ(error ? std::optional(TDWErrorParse(*error)) : std::nullopt, row.batteryError);
+    const auto rest
+        = with(*answer.payload->asDictionary(), { { "warnings", {} }, { "BatteryError", {} } });
+    EXPECT_EQ(rest, row.payload) << answer.output;
+    EXPECT_EQ(answer.deviceID, identity(index, row.address));
+    EXPECT_EQ(answer.status, 0);
+}
+
+} // namespace
+
+TEST(DeviceInfoServer, SaysHowFarTheDeviceTrustsThisHost)
+{
+    const std::string network = R"("connections": ["network"])";
+    const std::string asks = R"("state": "unpaired", "trust": "asks")";
+    const std::string denies = R"("state": "unpaired", "trust": "denies")";
+    const std::string lost = R"("state": "unpaired", "trust": "find-my")";
+    const std::string managed = R"("state": "unpaired", "trust": "managed")";
+    const std::string forgetful
+        = faulty(R"("error", "error": "MissingPairRecord", "request": "StartSession")");
+    setErrorDetail("Lookup over network failed, fallback to USB attempted.");
+    const Error fellBack = TDWErrorCreate("idevice_new_with_options", -3);
+    const std::vector<Row> rows {
+        { "trusts", "", { "1" }, paired() },
+        { "trusts over the network", network, { "2" }, paired() },
+        { "trusts, found in the second place", "", { "2" }, paired(), { fellBack } },
+        { "asks", asks, { "1" }, unpaired(1), { refused(-19) } },
+        { "asks over the network", asks + ", " + network, { "2" }, unpaired(1), { refused(-19) } },
+        { "denies, in the second place", denies, { "2" }, unpaired(2), { fellBack, refused(-18) } },
+        { "locked, and asked for more than it may tell", R"("trust": "locked")",
+            { "--include-companion-identifiers" }, unpaired(3), { refused(-17) } },
+        { "escrow-locked", R"("trust": "escrow-locked")", {}, unpaired(3), { refused(-35) } },
+        { "lost", lost, {}, unpaired(3), { refused(-37) } },
+        { "managed", managed, {}, unpaired(0), { refused(-38) } },
+        { "has no record", forgetful, {}, unpaired(0), { refused(-29) } },
+    };
+    forEachRow(rows, expectInformation);
+}
+
+TEST(DeviceInfoServer, TellsWhatItCanReadAndWarnsOfTheRest)
+{
+    const std::string prohibit
+        = R"("error", "error": "GetProhibited", "domain": "com.apple.mobile.)";
+    const auto prohibited = TDWErrorCreate("lockdownd_get_value", LOCKDOWN_E_GET_PROHIBITED);
+    const auto disconnected = TDWErrorCreate("lockdownd_get_value", LOCKDOWN_E_MUX_ERROR);
+    const auto noWifi = noWireless("EnableWifiConnections");
+    const auto noBuddy = noWireless("WirelessBuddyID");
+    const auto noWatches = [](int code) {
+        return TDWErrorCreate("_TDWFetchCompanionDeviceIdentifiers", code);
+    };
+    const std::vector<std::string> watches { "1", "--include-companion-identifiers" };
+    const std::vector<Row> rows {
+        { "few values, and one that is no string",
+            R"("lockdown": {"HardwarePlatform": "t8130", "ReleaseType": "Beta", "SerialNumber": 7})",
+            {},
+            { { "HardwarePlatform", "t8130" }, { "ReleaseType", "Beta" }, { "PairingState", 4 },
+                { "Battery", *paired().find("Battery") }, { "EnableWifiConnections", true },
+                { "WirelessBuddyID", "buddy" } },
+            { unreadable("DeviceName"), unreadable("DeviceClass"), unreadable("HardwareModel"),
+                unreadable("ProductType"), unreadable("DeviceColor"),
+                unreadable("BluetoothAddress") },
+            {}, "" },
+        { "no battery", faulty(prohibit + R"(battery")"), {}, paired({ { "Battery", {} } }), {},
+            prohibited },
+        { "no wireless domain", faulty(prohibit + R"(wireless_lockdown")"), {},
+            paired({ { "EnableWifiConnections", false }, { "WirelessBuddyID", {} } }),
+            { prohibited, noWifi, noBuddy } },
+        { "wireless values of other types",
+            R"("wireless": {"EnableWifiConnections": "true", "WirelessBuddyID": 5})", {},
+            paired({ { "EnableWifiConnections", false }, { "WirelessBuddyID", {} } }),
+            { noWifi, noBuddy } },
+        { "a number for a boolean", R"("wireless": {"EnableWifiConnections": 2})", {},
+            paired({ { "WirelessBuddyID", {} } }), { noBuddy } },
+        { "watches, asked for where the connection type belongs",
+            R"("connections": ["network"], "watches": [{"udid": "w2"}, {"udid": "w1"}])",
+            { watches[1] }, pairedWithWatches({ "w2", "w1" }) },
+        { "watches that nobody asked for", R"("watches": [{"udid": "w1"}])",
+            { "0", "--include-companion-identifier" }, paired() },
+        { "no watch", "", watches, pairedWithWatches({}) },
+        { "a companion service that does not start",
+            faulty(R"("error", "error": "InvalidService", "request": "StartService")"), watches,
+            pairedWithWatches({}), { noWatches(-256) } },
+        { "a companion service that goes away", faulty(R"("drop")", "com.apple.companion_proxy"),
+            watches, pairedWithWatches({}), { noWatches(-4) } },
+        { "a connection that ends half way", faulty(R"("drop", "key": "SerialNumber")"), {},
+            paired({ { "SerialNumber", {} }, { "ProductName", {} }, { "ProductVersion", {} },
+                { "BuildVersion", {} }, { "Battery", {} }, { "WirelessBuddyID", {} },
+                { "EnableWifiConnections", false } }),
+            { unreadable("SerialNumber", -5), disconnected, noWifi, noBuddy }, disconnected, "" },
+        { "nonsense half way", faulty(R"("garbage", "key": "SerialNumber")"), {},
+            paired({ { "SerialNumber", {} } }), { unreadable("SerialNumber", -3) } },
+    };
+    forEachRow(rows, expectInformation);
+}
