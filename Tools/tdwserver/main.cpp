@@ -1,10 +1,12 @@
 #include "Interfaces/TDWServer.h"
 #include "Server/TDWBatteryServer.h"
+#include "Server/TDWCompanionServer.h"
 #include "Server/TDWConfigServer.h"
 #include "Server/TDWDeviceInfoServer.h"
 #include "Server/TDWDeviceListServer.h"
 #include "Server/TDWPairingServer.h"
 #include "Server/TDWServerImplementation.h"
+#include "Server/TDWWallpaperServer.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -35,6 +37,9 @@ EntryPoint entryPointNamed(TDWServer name)
         { kTidewellServerInfo, &TDWDeviceInfoServerMain },
         { kTidewellServerConfig, &TDWConfigServerMain },
         { kTidewellServerBattery, &TDWBatteryServerMain },
+        { kTidewellServerCompanion, &TDWCompanionServerMain },
+        { kTidewellServerCompanionBattery, &TDWCompanionBatteryServerMain },
+        { kTidewellServerWallpaper, &TDWWallpaperServerMain },
         { kTidewellServerPairing, &TDWPairingServerMain },
     };
     const auto* found = std::find_if(std::begin(entryPoints), std::end(entryPoints),
