@@ -4,6 +4,10 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <map>
+#include <variant>
+
 using namespace tdw;
 using namespace std::chrono_literals;
 using testing::AllOf;
