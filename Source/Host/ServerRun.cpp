@@ -26,7 +26,7 @@ constexpr std::chrono::milliseconds kLongestWait = 60s;
 
 /// What a typical envelope needs, and where the buffer starts.
 constexpr std::size_t kInitialOutputCapacity = 1496;
-constexpr std::size_t kReadChunkBytes = 64 * 1024;
+constexpr std::size_t kReadChunkBytes = std::size_t { 64 } * 1024;
 
 /// Once a server has ended, at most what its pipe could still hold belongs to it.
 constexpr std::size_t kLeftoverLimit = std::size_t { 1 } << 20;
@@ -65,7 +65,7 @@ public:
 
 private:
     FileHandle m_reader;
-    std::array<std::byte, kReadChunkBytes> m_chunk;
+    std::array<std::byte, kReadChunkBytes> m_chunk {};
 };
 
 /// Passes bytes on to a pipe as it takes them, and keeps the rest for later.

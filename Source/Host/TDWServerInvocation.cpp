@@ -51,7 +51,7 @@ std::string textOf(const Data& bytes)
 Data availableBytes(const tdw::FileHandle& reader)
 {
     Data result;
-    std::array<std::byte, 4096> chunk;
+    std::array<std::byte, 4096> chunk {};
     pollfd entry { reader.descriptor(), POLLIN, 0 };
     while (reader.isOpen() && poll(&entry, 1, 0) > 0) {
         const ssize_t count = ::read(reader.descriptor(), chunk.data(), chunk.size());
@@ -75,7 +75,7 @@ std::string failureMessage(
         return "Server name is not valid: " + serverName
             + ". Make sure main() in tdwserver is checking for it and that it's declared in the "
               "TDWServer string enum.";
-    const std::string text = textOf(standardError());
+    std::string text = textOf(standardError());
     if (!isBlank(text))
         return text;
     return "Server " + serverName + " terminated unexpectedly with code " + std::to_string(status);
@@ -98,7 +98,7 @@ Value envelopeOfRun(const std::string& serverName, const std::optional<Data>& ou
 std::optional<std::string> TDWValidateServerExecutable(
     const std::string& serverName, const tdw::Bundle& bundle, std::optional<Error>& outError)
 {
-    const auto path = bundle.pathForAuxiliaryExecutable(serverName);
+    auto path = bundle.pathForAuxiliaryExecutable(serverName);
     if (!path) {
         outError = notFound(serverName,
             Error(tdw::kCocoaErrorDomain, EINVAL,

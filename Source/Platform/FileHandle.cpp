@@ -12,7 +12,7 @@ namespace tdw {
 
 namespace {
 
-constexpr std::size_t kReadChunkBytes = 64 * 1024;
+constexpr std::size_t kReadChunkBytes = std::size_t { 64 } * 1024;
 
 /// Blocks until a non-blocking descriptor is ready again.
 void waitUntilReady(int descriptor, short events)
@@ -54,11 +54,13 @@ void FileHandle::close()
         ::close(release());
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): it moves the descriptor along
 Result<Data> FileHandle::readToEnd()
 {
     return readDescriptorToEnd(m_descriptor);
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): it changes what is behind it
 Result<void> FileHandle::write(std::span<const std::byte> bytes)
 {
     return writeToDescriptor(m_descriptor, bytes);
@@ -81,7 +83,7 @@ Result<void> writeToDescriptor(int descriptor, std::span<const std::byte> bytes)
 Result<Data> readDescriptorToEnd(int descriptor)
 {
     Data result;
-    std::array<std::byte, kReadChunkBytes> chunk;
+    std::array<std::byte, kReadChunkBytes> chunk {};
     while (true) {
         const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
         if (count == 0)

@@ -20,8 +20,10 @@
 
 extern "C" {
 
+// NOLINTBEGIN(readability-identifier-naming): these names follow the device libraries' own.
+
 /// The results, in the client's own numbering.
-enum wallpaper_error_t : std::int32_t { // NOLINT(readability-identifier-naming): as the libraries'
+enum wallpaper_error_t : std::int32_t {
     WALLPAPER_E_SUCCESS = 0,
     WALLPAPER_E_INVALID_ARG = -1,
     WALLPAPER_E_PLIST_ERROR = -2,
@@ -39,7 +41,7 @@ inline constexpr std::uint32_t WALLPAPER_NAME_HOME_SCREEN = 1;
 TDW_EXPORT extern const char kWallpaperNameHomeScreen[];
 TDW_EXPORT extern const char kWallpaperNameLockScreen[];
 
-struct wallpaper_client_private; // NOLINT(readability-identifier-naming): as the libraries' own
+struct wallpaper_client_private;
 typedef wallpaper_client_private* wallpaper_client_t;
 
 /// The code that stands for one of the property-list service's.
@@ -91,4 +93,6 @@ TDW_EXPORT wallpaper_error_t wallpaper_client_get_wallpaper_info(
 TDW_EXPORT wallpaper_error_t wallpaper_client_get_wallpaper_preview_image_png_data(
     wallpaper_client_t client, std::uint32_t name, double widthPixels, char** outImage,
     std::uint64_t* outLength);
+
+// NOLINTEND(readability-identifier-naming)
 }
