@@ -58,6 +58,13 @@ TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
         { { "list", "--json=yes" }, "The option \"--json\" takes no value" },
         { { "list", "more" }, "\"more\" after \"list\"; try 'tidewell list --help'" },
         { { "help", "--json" }, "\"help\" does not take the option \"--json\"" },
+        { { "wifi", "x", "up" }, "Expected \"on\" or \"off\", not \"up\"; try 'tidewell wifi" },
+        { { "info", "x", "--connection", "tcp" }, "\"network\" or \"any\", not \"tcp\"" },
+        { { "info", "x", "--connection" }, "--connection" },
+        { { "pair", "x", "--timeout=-1" }, "from 1 to 3600, not \"-1\"" },
+        { { "pair", "x", "--timeout", "1s" }, "from 1 to 3600, not \"1s\"" },
+        { { "battery", "x", "--timeout=5" }, "\"battery\" does not take the option \"--timeout\"" },
+        { { "info" }, "needs more: tidewell info DEVICE" },
         { { "completion" }, "needs more: tidewell completion bash|zsh|fish" },
         { { "completion", "tcsh" }, "Expected \"bash\", \"zsh\" or \"fish\", not \"tcsh\"" },
     };

@@ -2,7 +2,7 @@
 #include "Errors/ExitStatus.h"
 #include "Platform/FileHandle.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 
@@ -12,15 +12,20 @@ namespace tdw::cli {
 
 namespace {
 
-using testing::HasSubstr;
-
 /// The manual page's source.
-std::string manual()
+std::string readManual()
 {
     FileHandle file(open(TIDEWELL_SOURCE_DIR "/Tools/tidewell/tidewell.1", O_RDONLY | O_CLOEXEC));
     const auto bytes = file.readToEnd();
     return bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size())
                  : std::string();
+}
+
+/// Whether the page holds a passage; the page itself would bury what is missing.
+bool documents(const std::string& passage)
+{
+    static const std::string manual = readManual();
+    return manual.find(passage) != std::string::npos;
 }
 
 /// As the page's source writes a dash that is not a hyphen.
@@ -39,7 +44,7 @@ TEST(Manual, DocumentsEveryCommandWithItsArguments)
         for (const Word& word : command.words)
             heading += word.isOptional ? " [" + std::string(word.name) + "]"
                                        : " " + std::string(word.name);
-        EXPECT_THAT(manual(), HasSubstr(heading + "\n"));
+        EXPECT_TRUE(documents(heading + "\n")) << heading;
     }
 }
 
@@ -52,16 +57,16 @@ TEST(Manual, DocumentsEveryOption)
         heading += withEscapedDashes(option.name);
         if (!option.valueName.empty())
             heading += " " + std::string(option.valueName);
-        EXPECT_THAT(manual(), HasSubstr(heading + "\n"));
+        EXPECT_TRUE(documents(heading + "\n")) << heading;
     }
 }
 
 TEST(Manual, DocumentsEveryExitStatusInTheSameWords)
 {
     for (const auto& [status, meaning] : exitStatusMeanings())
-        EXPECT_THAT(manual(),
-            HasSubstr("\n.TP\n.B " + std::to_string(static_cast<int>(status)) + "\n"
-                + std::string(meaning) + "\n"));
+        EXPECT_TRUE(documents("\n.TP\n.B " + std::to_string(static_cast<int>(status)) + "\n"
+            + std::string(meaning) + "\n"))
+            << meaning;
 }
 
 } // namespace

@@ -56,15 +56,17 @@ Data framed(const Value& body)
     return frame;
 }
 
-TEST(MultiplexerReply, IsRecognisedByteByByte)
+TEST(MultiplexerReply, IsTakenApartByteByByte)
 {
-    const Data frame = framed(Dictionary { { "DeviceList", Array {} } });
+    const Dictionary list { { "DeviceList", Array {} } };
+    const Data frame = framed(list);
     MultiplexerReply reply;
     for (std::size_t i = 0; i < frame.size(); ++i) {
         EXPECT_EQ(reply.state(), MultiplexerReply::State::Incomplete) << i;
         reply.append(std::span(frame).subspan(i, 1));
     }
-    EXPECT_EQ(reply.state(), MultiplexerReply::State::DeviceList);
+    EXPECT_EQ(reply.state(), MultiplexerReply::State::Complete);
+    EXPECT_EQ(reply.body(), list);
 }
 
 TEST(MultiplexerReply, AnythingElseIsRefusedAtOnce)
@@ -73,13 +75,25 @@ TEST(MultiplexerReply, AnythingElseIsRefusedAtOnce)
     huge[3] = std::byte { 0x7F };
     Data tooShort = framed(Dictionary {});
     tooShort[0] = tooShort[1] = std::byte { 0 };
-    Data notAList(64, std::byte { 1 });
-    for (const Data& bytes :
-        { huge, tooShort, notAList, framed(Dictionary { { "Number", 0 } }), framed(Array {}) }) {
+    const Data noFrame(64, std::byte { 1 });
+    for (const Data& bytes : { huge, tooShort, noFrame, framed(Array {}) }) {
         MultiplexerReply reply;
         reply.append(bytes);
-        EXPECT_EQ(reply.state(), MultiplexerReply::State::Other);
+        EXPECT_EQ(reply.state(), MultiplexerReply::State::Malformed);
     }
+    EXPECT_FALSE(isDeviceList({ { "Number", 0 } }));
+}
+
+TEST(MultiplexerReply, APairRecordCountsOnlyWhereTheDeviceLibrariesCanUseIt)
+{
+    const auto record = [](const Value& content) {
+        return Dictionary { { "PairRecordData", *encodeBinaryPropertyList(content) } };
+    };
+    EXPECT_TRUE(isUsablePairRecord(record(Dictionary { { "HostID", "7E57" } })));
+    EXPECT_FALSE(isUsablePairRecord(record(Dictionary { { "HostID", 5 } })));
+    EXPECT_FALSE(isUsablePairRecord(record("HostID")));
+    EXPECT_FALSE(isUsablePairRecord({ { "PairRecordData", Data(9) } }));
+    EXPECT_FALSE(isUsablePairRecord({ { "MessageType", "Result" }, { "Number", 2 } }));
 }
 
 /// A local socket in a directory of its own.

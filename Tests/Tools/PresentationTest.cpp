@@ -42,12 +42,14 @@ TEST(Table, DeviceTextCannotActOnTheTerminal)
 
 TEST(Colour, IsForTerminalsOfUsersWhoDidNotRefuse)
 {
-    EXPECT_EQ(colourMode(true, nullptr, "xterm"), ColourMode::On);
-    EXPECT_EQ(colourMode(true, "", "xterm"), ColourMode::On);
-    EXPECT_EQ(colourMode(true, "1", "xterm"), ColourMode::Off);
-    EXPECT_EQ(colourMode(true, nullptr, "dumb"), ColourMode::Off);
-    EXPECT_EQ(colourMode(true, nullptr, nullptr), ColourMode::Off);
-    EXPECT_EQ(colourMode(false, nullptr, "xterm"), ColourMode::Off);
+    EXPECT_TRUE(isCapableTerminal(true, "xterm"));
+    EXPECT_FALSE(isCapableTerminal(true, "dumb"));
+    EXPECT_FALSE(isCapableTerminal(true, nullptr));
+    EXPECT_FALSE(isCapableTerminal(false, "xterm"));
+    EXPECT_EQ(colourMode(true, nullptr), ColourMode::On);
+    EXPECT_EQ(colourMode(true, ""), ColourMode::On);
+    EXPECT_EQ(colourMode(true, "1"), ColourMode::Off);
+    EXPECT_EQ(colourMode(false, nullptr), ColourMode::Off);
 }
 
 TEST(Json, HoldsEveryKindOfValue)

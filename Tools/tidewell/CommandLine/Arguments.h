@@ -3,8 +3,9 @@
 #include "CommandLine/CommandTable.h"
 #include "Platform/Result.h"
 
+#include <chrono>
 #include <map>
-#include <set>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,6 +31,9 @@ struct Arguments {
         const auto found = options.find(option);
         return found == options.end() ? nullptr : &found->second;
     }
+
+    /// The value of an option that takes a time.
+    std::optional<std::chrono::seconds> secondsOf(std::string_view option) const;
 };
 
 /// A command line taken apart, not yet checked.

@@ -74,7 +74,7 @@ std::string bashCompletion()
     std::string valued;
     std::string values;
     for (const Option& option : optionTable()) {
-        if (option.valueName.empty())
+        if (option.valueKind == ValueKind::None)
             continue;
         valued += (valued.empty() ? "" : " | ") + std::string(option.name);
         values += branch(

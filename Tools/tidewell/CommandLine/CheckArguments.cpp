@@ -3,10 +3,14 @@
 #include "Errors/CommandLineError.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace tdw::cli {
 
 namespace {
+
+/// An hour; nobody waits longer by intention.
+constexpr int kLongestTime = 3600;
 
 Error usageError(const std::string& reason, const Command* command = nullptr)
 {
@@ -53,6 +57,12 @@ std::string unexpected(std::string_view given, std::span<const std::string_view>
     return "Expected " + inWords(choices) + ", not \"" + std::string(given) + "\"";
 }
 
+std::string notATime(std::string_view option, std::string_view given)
+{
+    return std::string(option) + " takes a number of seconds from 1 to "
+        + std::to_string(kLongestTime) + ", not \"" + std::string(given) + "\"";
+}
+
 Result<void> checkOptions(const Arguments& arguments)
 {
     for (const auto& [name, value] : arguments.options) {
@@ -61,8 +71,10 @@ Result<void> checkOptions(const Arguments& arguments)
             return usageError("\"" + std::string(arguments.command->name)
                     + "\" does not take the option \"" + name + "\"",
                 arguments.command);
-        if (!option.valueName.empty() && !isAmong(value, option.choices))
+        if (option.valueKind == ValueKind::Choice && !isAmong(value, option.choices))
             return usageError(unexpected(value, option.choices), arguments.command);
+        if (option.valueKind == ValueKind::Seconds && !arguments.secondsOf(name))
+            return usageError(notATime(name, value), arguments.command);
     }
     return {};
 }
@@ -86,6 +98,19 @@ Result<void> checkWords(const Arguments& arguments)
 }
 
 } // namespace
+
+std::optional<std::chrono::seconds> Arguments::secondsOf(std::string_view option) const
+{
+    const std::string* text = valueOf(option);
+    if (!text)
+        return std::nullopt;
+    int number = 0;
+    const char* const end = text->data() + text->size();
+    const auto parsed = std::from_chars(text->data(), end, number);
+    if (parsed.ec != std::errc() || parsed.ptr != end || number < 1 || number > kLongestTime)
+        return std::nullopt;
+    return std::chrono::seconds(number);
+}
 
 Error unknownCommandError(const std::string& name)
 {

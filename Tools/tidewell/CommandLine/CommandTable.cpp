@@ -9,23 +9,62 @@ namespace tdw::cli {
 namespace {
 
 constexpr std::string_view kShells[] = { "bash", "zsh", "fish" };
+constexpr std::string_view kConnections[] = { "usb", "network", "any" };
+constexpr std::string_view kSwitch[] = { "on", "off" };
 
 constexpr std::string_view kEverywhere[] = { "--help", "--version" };
 constexpr std::string_view kRequestOptions[] = { "--json", "--direct" };
+constexpr std::string_view kInfoOptions[] = { "--json", "--direct", "--connection" };
+constexpr std::string_view kPairOptions[] = { "--json", "--direct", "--timeout" };
 
 constexpr Option kOptions[] = {
-    { "--json", "", "", {}, "Write one JSON object instead of text for people" },
-    { "--direct", "", "", {}, "Ask without the service; there is no other way yet" },
-    { "--help", "-h", "", {}, "Explain the tool, or the command that is given" },
-    { "--version", "", "", {}, "Tell the version" },
+    { .name = "--json", .help = "Write one JSON object instead of text for people" },
+    { .name = "--connection",
+        .valueKind = ValueKind::Choice,
+        .valueName = "usb|network|any",
+        .choices = kConnections,
+        .help = "How to reach the device, instead of either way" },
+    { .name = "--timeout",
+        .valueKind = ValueKind::Seconds,
+        .valueName = "SECONDS",
+        .help = "How long to wait, instead of 60 seconds" },
+    { .name = "--direct", .help = "Ask without the service; there is no other way yet" },
+    { .name = "--help",
+        .shortName = "-h",
+        .help = "Explain the tool, or the command that is given" },
+    { .name = "--version", .help = "Tell the version" },
 };
 
+constexpr Word kDeviceWords[] = { { "DEVICE", WordKind::Device } };
+constexpr Word kWifiWords[]
+    = { { "DEVICE", WordKind::Device }, { "on|off", WordKind::Choice, kSwitch } };
+constexpr Word kBuddyWords[] = { { "DEVICE", WordKind::Device }, { "TEXT", WordKind::Text } };
 constexpr Word kHelpWords[] = { { "COMMAND", WordKind::Command, {}, true } };
 constexpr Word kCompletionWords[] = { { "bash|zsh|fish", WordKind::Choice, kShells } };
 
 constexpr Command kCommands[] = {
     { "list", {}, kRequestOptions, "List the devices that can be reached now",
         "Asks the multiplexer alone; no device is woken or asked for anything.", &listCommand },
+    { "info", kDeviceWords, kInfoOptions, "Tell about a device",
+        "A device that does not trust this computer tells less, and takes the question for a wish "
+        "to pair: it asks its user.",
+        &infoCommand },
+    { "battery", kDeviceWords, kRequestOptions, "Tell the charge of a device",
+        "The device must trust this computer. It is reached over USB or the network, whichever "
+        "works.",
+        &batteryCommand },
+    { "pair", kDeviceWords, kPairOptions, "Make a device trust this computer",
+        "The device must be connected with a cable. It asks its user; the command waits for the "
+        "answer, for 60 seconds unless --timeout says otherwise.",
+        &pairCommand },
+    { "unpair", kDeviceWords, kRequestOptions, "Make a device forget this computer",
+        "The device must be connected with a cable.", &unpairCommand },
+    { "wifi", kWifiWords, kRequestOptions, "Allow or forbid connections over Wi-Fi",
+        "The device must be connected with a cable, and trust this computer.", &wifiCommand },
+    { "buddy", kBuddyWords, kRequestOptions, "Set the host that a device synchronises with",
+        "Writes TEXT as the wireless buddy of the device, which must be connected with a cable and "
+        "trust this computer. TEXT may be empty.",
+        &buddyCommand },
     { "help", kHelpWords, {}, "Explain the tool or a command", "", &helpCommand },
     { "completion", kCompletionWords, {}, "Write the completion script for a shell",
         "Packages install these scripts. By hand: tidewell completion bash > "

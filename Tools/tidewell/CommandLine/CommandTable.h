@@ -24,15 +24,18 @@ struct Word {
     bool isOptional = false;
 };
 
+enum class ValueKind { None, Choice, Seconds };
+
 struct Option {
     /// With its dashes.
     std::string_view name;
     /// The one-letter form with its dash, or nothing.
-    std::string_view shortName;
-    /// What its value is called in usage lines; nothing for an option without a value.
-    std::string_view valueName;
-    /// What its value may be; nothing where it is free.
-    std::span<const std::string_view> choices;
+    std::string_view shortName {};
+    ValueKind valueKind = ValueKind::None;
+    /// As usage lines show the value.
+    std::string_view valueName {};
+    /// What may be given, for `ValueKind::Choice`.
+    std::span<const std::string_view> choices {};
     std::string_view help;
 };
 

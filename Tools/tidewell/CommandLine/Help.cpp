@@ -47,7 +47,7 @@ std::string optionName(const Option& option)
 {
     std::string name = option.shortName.empty() ? "    " : std::string(option.shortName) + ", ";
     name += option.name;
-    return option.valueName.empty() ? name : name + " " + std::string(option.valueName);
+    return option.valueKind == ValueKind::None ? name : name + " " + std::string(option.valueName);
 }
 
 /// The options of one command, or all of them.
@@ -83,8 +83,7 @@ Entries exitStatusEntries()
 std::string overviewText()
 {
     return "Usage: tidewell COMMAND [ARGUMENT...] [OPTION...]\n\n"
-        + wrapped("Shows and changes the state of iOS devices and of the watches that are paired "
-                  "with them.")
+        + wrapped("Shows and changes the state of iOS devices.")
         + section("Commands:", commandEntries()) + section("Options:", optionEntries(nullptr))
         + section("Exit status:", exitStatusEntries())
         + "\n\"tidewell COMMAND --help\" tells more, and so does the manual: man tidewell\n";

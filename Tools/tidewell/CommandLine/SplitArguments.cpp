@@ -26,7 +26,7 @@ void declare(CLI::App& parser, Declared& declared)
     if (!option.shortName.empty())
         names = std::string(option.shortName) + "," + names;
     // Given twice, the last value counts, as with most tools.
-    if (option.valueName.empty())
+    if (option.valueKind == ValueKind::None)
         declared.parsed = parser.add_flag(names);
     else
         declared.parsed = parser.add_option(names, declared.value)->take_last();
@@ -37,7 +37,7 @@ void declare(CLI::App& parser, Declared& declared)
 bool hasUncalledForValue(const Declared& declared)
 {
     const auto& results = declared.parsed->results();
-    return declared.option->valueName.empty()
+    return declared.option->valueKind == ValueKind::None
         && std::any_of(results.begin(), results.end(),
             [](const std::string& result) { return result != "true"; });
 }

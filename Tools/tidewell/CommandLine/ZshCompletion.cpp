@@ -38,8 +38,9 @@ std::string optionArgument(const Option& option)
 {
     const std::string name(option.name);
     std::string value;
-    if (!option.valueName.empty())
-        value = ":" + std::string(option.valueName) + ":(" + choiceNames(option.choices) + ")";
+    if (option.valueKind != ValueKind::None)
+        value = ":" + std::string(option.valueName) + ":"
+            + (option.choices.empty() ? " " : "(" + choiceNames(option.choices) + ")");
     const std::string help = "[" + std::string(option.help) + "]";
     if (option.shortName.empty())
         return "'" + name + help + value + "'";

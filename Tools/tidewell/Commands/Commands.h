@@ -17,6 +17,12 @@ struct Session {
 /// The commands, by the names that they have on the command line. Each writes its data to standard
 /// output, and returns an error for everything that the user should be told otherwise.
 Result<void> listCommand(const Session& session);
+Result<void> infoCommand(const Session& session);
+Result<void> batteryCommand(const Session& session);
+Result<void> pairCommand(const Session& session);
+Result<void> unpairCommand(const Session& session);
+Result<void> wifiCommand(const Session& session);
+Result<void> buddyCommand(const Session& session);
 Result<void> helpCommand(const Session& session);
 Result<void> completionCommand(const Session& session);
 

@@ -6,14 +6,10 @@
 #include "Interfaces/TDWServer.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace tdw::cli {
 
 namespace {
-
-/// Much more than a multiplexer on a machine under load needs.
-constexpr std::chrono::seconds kPatience { 3 };
 
 constexpr std::string_view kAttempt = "Cannot list the devices";
 
@@ -41,9 +37,7 @@ Result<Value> requestDeviceList(const Requests& requests)
         return whileTrying(kAttempt, error);
 
     // The library has one code for everything; the socket itself knows more.
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes its environment
-    const auto address = multiplexerAddress(std::getenv("USBMUXD_SOCKET_ADDRESS"));
-    return whileTrying(kAttempt, multiplexerError(probeMultiplexer(address, kPatience), error));
+    return whileTrying(kAttempt, multiplexerError(probeMultiplexer(multiplexerAddress()), error));
 }
 
 Result<std::vector<ListedDevice>> parseDeviceList(const Value& payload)

@@ -1,6 +1,7 @@
 #include "Devices/MultiplexerAddress.h"
 
 #include <charconv>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -53,6 +54,12 @@ MultiplexerAddress multiplexerAddress(const char* variable)
             return *std::move(address);
     }
     return { .path = std::string(kDefaultPath) };
+}
+
+MultiplexerAddress multiplexerAddress()
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes its environment
+    return multiplexerAddress(std::getenv("USBMUXD_SOCKET_ADDRESS"));
 }
 
 } // namespace tdw::cli

@@ -26,4 +26,7 @@ struct MultiplexerAddress {
 ///        or null. The libraries pass over what they cannot read, and so does this.
 MultiplexerAddress multiplexerAddress(const char* variable);
 
+/// The same with the variable as it is now.
+MultiplexerAddress multiplexerAddress();
+
 } // namespace tdw::cli

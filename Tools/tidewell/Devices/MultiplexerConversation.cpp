@@ -2,7 +2,9 @@
 
 #include "Platform/PropertyList.h"
 
+#include <cassert>
 #include <cstdint>
+#include <utility>
 
 namespace tdw::cli {
 
@@ -31,18 +33,30 @@ std::uint32_t numberAt(const Data& bytes, std::size_t index)
 
 } // namespace
 
-Data deviceListRequest()
+Data multiplexerRequest(Dictionary body)
 {
-    const auto body = encodeXmlPropertyList(
-        Dictionary { { "MessageType", "ListDevices" }, { "ClientVersionString", "tidewell" },
-            { "ProgName", "tidewell" }, { "kLibUSBMuxVersion", 3 } });
+    body.set("ClientVersionString", "tidewell");
+    body.set("ProgName", "tidewell");
+    body.set("kLibUSBMuxVersion", 3);
+    const auto encoded = encodeXmlPropertyList(std::move(body));
+    assert(encoded);
     Data request;
-    appendNumber(request, static_cast<std::uint32_t>(kHeaderBytes + body->size()));
+    appendNumber(request, static_cast<std::uint32_t>(kHeaderBytes + encoded->size()));
     appendNumber(request, kPropertyListVersion);
     appendNumber(request, kPropertyListMessage);
     appendNumber(request, 1);
-    request.insert(request.end(), body->begin(), body->end());
+    request.insert(request.end(), encoded->begin(), encoded->end());
     return request;
+}
+
+Data deviceListRequest()
+{
+    return multiplexerRequest({ { "MessageType", "ListDevices" } });
+}
+
+Data pairRecordRequest(std::string_view udid)
+{
+    return multiplexerRequest({ { "MessageType", "ReadPairRecord" }, { "PairRecordID", udid } });
 }
 
 void MultiplexerReply::append(std::span<const std::byte> bytes)
@@ -53,7 +67,7 @@ void MultiplexerReply::append(std::span<const std::byte> bytes)
     m_state = examine();
 }
 
-MultiplexerReply::State MultiplexerReply::examine() const
+MultiplexerReply::State MultiplexerReply::examine()
 {
     if (m_bytes.size() < kHeaderBytes)
         return State::Incomplete;
@@ -61,14 +75,32 @@ MultiplexerReply::State MultiplexerReply::examine() const
     if (length < kHeaderBytes || length > kLongestReply
         || numberAt(m_bytes, 1) != kPropertyListVersion
         || numberAt(m_bytes, 2) != kPropertyListMessage)
-        return State::Other;
+        return State::Malformed;
     if (m_bytes.size() < length)
         return State::Incomplete;
     const auto body
         = decodePropertyList(std::span(m_bytes).subspan(kHeaderBytes, length - kHeaderBytes));
-    const Dictionary* reply = body ? body->asDictionary() : nullptr;
-    const Value* list = reply ? reply->find("DeviceList") : nullptr;
-    return list && list->asArray() ? State::DeviceList : State::Other;
+    if (!body || !body->asDictionary())
+        return State::Malformed;
+    m_body = *body->asDictionary();
+    return State::Complete;
+}
+
+bool isDeviceList(const Dictionary& reply)
+{
+    const Value* list = reply.find("DeviceList");
+    return list && list->asArray();
+}
+
+bool isUsablePairRecord(const Dictionary& reply)
+{
+    const Value* data = reply.find("PairRecordData");
+    if (!data || !data->asData())
+        return false;
+    const auto decoded = decodePropertyList(*data->asData());
+    const Dictionary* record = decoded ? decoded->asDictionary() : nullptr;
+    const Value* host = record ? record->find("HostID") : nullptr;
+    return host && host->asString();
 }
 
 } // namespace tdw::cli

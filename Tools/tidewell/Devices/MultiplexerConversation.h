@@ -4,35 +4,53 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 namespace tdw::cli {
 
-/// The request for the device list in the multiplexer's protocol:
+/// A request in the multiplexer's protocol:
 ///
 ///     length of all | version 1 | message type 8 | tag     four times 32 bits, little-endian
 ///     XML property list
+Data multiplexerRequest(Dictionary body);
+
+/// Asks which devices there are.
 Data deviceListRequest();
 
-/// Recognises the reply to that request, byte by byte. Knows no socket.
+/// Asks for what this computer holds of its pairing with a device.
+Data pairRecordRequest(std::string_view udid);
+
+/// Takes one reply apart, byte by byte. Knows no socket.
 class MultiplexerReply {
 public:
     enum class State {
         /// More bytes are needed.
         Incomplete,
-        /// It is a device list, be it empty.
-        DeviceList,
-        /// It is something else.
-        Other,
+        /// The reply is there.
+        Complete,
+        /// It is no reply of a multiplexer.
+        Malformed,
     };
 
     void append(std::span<const std::byte> bytes);
     State state() const { return m_state; }
 
+    /// The reply, once it is complete.
+    const Dictionary& body() const { return m_body; }
+
 private:
-    State examine() const;
+    State examine();
 
     Data m_bytes;
+    Dictionary m_body;
     State m_state = State::Incomplete;
 };
+
+/// Whether a reply is a device list, be it empty.
+bool isDeviceList(const Dictionary& reply);
+
+/// Whether a reply holds a pairing that the device libraries can use. They pair anew, and make the
+/// device ask its user, where it does not.
+bool isUsablePairRecord(const Dictionary& reply);
 
 } // namespace tdw::cli

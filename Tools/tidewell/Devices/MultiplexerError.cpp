@@ -11,26 +11,36 @@ struct Explanation {
     std::string advice;
 };
 
+/// What to do about a multiplexer that is not there.
+std::string adviceToStart(const MultiplexerReport& report, std::string_view usually)
+{
+    if (report.address.isFromEnvironment)
+        return "The variable USBMUXD_SOCKET_ADDRESS says to look there; without it, this computer's "
+               "own usbmuxd is asked.";
+    return std::string(usually);
+}
+
 Explanation explain(const MultiplexerReport& report)
 {
-    const std::string restart = "Restart it: systemctl restart usbmuxd";
+    constexpr std::string_view kRestart = "Restart it: systemctl restart usbmuxd";
     switch (report.state) {
     case MultiplexerState::Absent:
         return { "does not exist: usbmuxd is not running.",
-            "Connecting a device with a cable starts usbmuxd, if it is installed. To start it by "
-            "hand: systemctl start usbmuxd" };
+            adviceToStart(report,
+                "Connecting a device with a cable starts usbmuxd, if it is installed. To start it "
+                "by hand: systemctl start usbmuxd") };
     case MultiplexerState::NotPermitted:
         return { "may not be opened by this user.",
             "usbmuxd lets every user in by default; its socket's permissions were changed." };
     case MultiplexerState::NobodyListens:
-        return { "has nobody listening on it: usbmuxd is not running.", restart };
+        return { "has nobody listening on it: usbmuxd is not running.",
+            adviceToStart(report, kRestart) };
     case MultiplexerState::Unreachable:
-        return { "cannot be reached: " + report.systemMessage + ".", {} };
+        return { "cannot be reached: " + report.systemMessage + ".", adviceToStart(report, "") };
     case MultiplexerState::Silent:
-        return { "does not answer.", restart };
+        return { "does not answer.", adviceToStart(report, kRestart) };
     case MultiplexerState::Nonsense:
-        return { "answers, but not as usbmuxd does.",
-            "Something other than usbmuxd may be listening there. " + restart };
+        return { "answers, but not as usbmuxd does.", adviceToStart(report, kRestart) };
     case MultiplexerState::Working:
         return { "answers, but its list of devices cannot be read.",
             "Try again. If that does not help, reconnect the devices one by one: a single one that "
@@ -44,10 +54,6 @@ Explanation explain(const MultiplexerReport& report)
 Error multiplexerError(const MultiplexerReport& report, const Error& cause)
 {
     auto explanation = explain(report);
-    if (report.address.isFromEnvironment)
-        explanation.advice
-            = "The variable USBMUXD_SOCKET_ADDRESS says to look there; without it, this computer's own "
-              "usbmuxd is asked.";
     return commandLineError({ .status = ExitStatus::MultiplexerUnavailable,
         .reason = "The multiplexer's socket \"" + report.address.description() + "\" "
             + explanation.whatIsWrong,

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <memory>
 #include <system_error>
-#include <vector>
 
 namespace tdw::cli {
 
@@ -113,25 +112,39 @@ MultiplexerState stateOfFailedConnection(int error)
     }
 }
 
-MultiplexerState converse(const FileHandle& socket, Clock::time_point deadline)
+/// What became of one question.
+struct Conversation {
+    MultiplexerState state = MultiplexerState::Nonsense;
+    Dictionary reply {};
+};
+
+Conversation converse(const FileHandle& socket, const Data& request, Clock::time_point deadline)
 {
-    const Data request = deviceListRequest();
     if (send(socket.descriptor(), request.data(), request.size(), MSG_NOSIGNAL)
         != static_cast<ssize_t>(request.size()))
-        return MultiplexerState::Nonsense;
+        return { MultiplexerState::Nonsense };
 
     MultiplexerReply reply;
     std::array<std::byte, 4096> chunk {};
     while (reply.state() == MultiplexerReply::State::Incomplete) {
         if (!waitFor(socket, POLLIN, deadline))
-            return MultiplexerState::Silent;
+            return { MultiplexerState::Silent };
         const ssize_t count = recv(socket.descriptor(), chunk.data(), chunk.size(), 0);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN))
+            continue;
         if (count <= 0)
-            return MultiplexerState::Nonsense;
+            return { MultiplexerState::Nonsense };
         reply.append(std::span(chunk).first(static_cast<std::size_t>(count)));
     }
-    return reply.state() == MultiplexerReply::State::DeviceList ? MultiplexerState::Working
-                                                                : MultiplexerState::Nonsense;
+    if (reply.state() == MultiplexerReply::State::Malformed)
+        return { MultiplexerState::Nonsense };
+    return { MultiplexerState::Working, reply.body() };
+}
+
+Connected connectTo(const MultiplexerAddress& address, Clock::time_point deadline)
+{
+    return address.path.empty() ? connectByNetwork(address, deadline)
+                                : connectLocally(address.path, deadline);
 }
 
 } // namespace
@@ -140,12 +153,22 @@ MultiplexerReport probeMultiplexer(
     const MultiplexerAddress& address, std::chrono::milliseconds patience)
 {
     const auto deadline = Clock::now() + patience;
-    const Connected connected = address.path.empty() ? connectByNetwork(address, deadline)
-                                                     : connectLocally(address.path, deadline);
-    if (connected.error == 0)
-        return { address, converse(connected.socket, deadline), {} };
-    return { address, stateOfFailedConnection(connected.error),
-        std::generic_category().message(connected.error) };
+    const Connected connected = connectTo(address, deadline);
+    if (connected.error != 0)
+        return { address, stateOfFailedConnection(connected.error),
+            std::generic_category().message(connected.error) };
+    const auto conversation = converse(connected.socket, deviceListRequest(), deadline);
+    const bool isOther
+        = conversation.state == MultiplexerState::Working && !isDeviceList(conversation.reply);
+    return { address, isOther ? MultiplexerState::Nonsense : conversation.state, {} };
+}
+
+bool holdsPairing(const MultiplexerAddress& address, std::string_view udid)
+{
+    const auto deadline = Clock::now() + kMultiplexerPatience;
+    const Connected connected = connectTo(address, deadline);
+    return connected.error == 0
+        && isUsablePairRecord(converse(connected.socket, pairRecordRequest(udid), deadline).reply);
 }
 
 } // namespace tdw::cli

@@ -33,10 +33,16 @@ struct MultiplexerReport {
     std::string systemMessage {};
 };
 
+/// The most time that asking a multiplexer takes: much more than one on a loaded machine needs.
+inline constexpr std::chrono::milliseconds kMultiplexerPatience { 3000 };
+
 /// Connects and asks for the device list.
-/// @param patience the most time that this takes; a multiplexer that works answers at once
 MultiplexerReport probeMultiplexer(
-    const MultiplexerAddress& address, std::chrono::milliseconds patience);
+    const MultiplexerAddress& address, std::chrono::milliseconds patience = kMultiplexerPatience);
+
+/// Whether this computer is paired with a device, as far as it knows itself. The device is not
+/// asked; where the multiplexer cannot be asked either, the answer is no.
+bool holdsPairing(const MultiplexerAddress& address, std::string_view udid);
 
 /// The error for people about a device list that could not be had.
 /// @param cause what the device library said

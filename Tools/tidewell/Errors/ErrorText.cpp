@@ -109,13 +109,11 @@ void addParallelCauses(Message& message, const Error& error)
     }
 }
 
-} // namespace
-
-std::string errorText(const Error& error, ColourMode colours)
+std::string textBeginningWith(std::string beginning, const Error& error)
 {
     const auto chain = causeChain(error);
     auto previous = reasonOf(error);
-    Message message(coloured("tidewell:", Colour::Red, colours) + " ", previous);
+    Message message(std::move(beginning), previous);
     for (const Error& link : std::span(chain).subspan(1)) {
         auto reason = reasonOf(link);
         if (reason != previous)
@@ -129,6 +127,19 @@ std::string errorText(const Error& error, ColourMode colours)
     message.addNote("", textUnder(chain.back(), kDebugDescriptionErrorKey));
     message.addNote("", adviceFor(error));
     return message.text();
+}
+
+} // namespace
+
+std::string errorText(const Error& error, ColourMode colours)
+{
+    return textBeginningWith(coloured("tidewell:", Colour::Red, colours) + " ", error);
+}
+
+std::string warningText(const Error& warning, ColourMode colours)
+{
+    return textBeginningWith(
+        coloured("tidewell: warning:", Colour::Yellow, colours) + " ", warning);
 }
 
 } // namespace tdw::cli

@@ -12,4 +12,7 @@ namespace tdw::cli {
 /// line end; nothing in it can act on a terminal but our own colours.
 std::string errorText(const Error& error, ColourMode colours);
 
+/// The same for what went wrong beside an answer: "tidewell: warning: …"
+std::string warningText(const Error& warning, ColourMode colours);
+
 } // namespace tdw::cli

@@ -29,19 +29,22 @@ std::string_view escapeSequence(Colour colour)
 
 } // namespace
 
-ColourMode colourModeFor(int descriptor)
+bool isCapableTerminal(int descriptor)
 {
-    // NOLINTBEGIN(concurrency-mt-unsafe): nothing in this program changes its environment
-    return colourMode(isatty(descriptor) == 1, std::getenv("NO_COLOR"), std::getenv("TERM"));
-    // NOLINTEND(concurrency-mt-unsafe)
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes its environment
+    return isCapableTerminal(isatty(descriptor) == 1, std::getenv("TERM"));
 }
 
-ColourMode colourMode(bool isTerminal, const char* noColourVariable, const char* termVariable)
+bool isCapableTerminal(bool isTerminal, const char* termVariable)
+{
+    const std::string_view term = termVariable ? termVariable : "";
+    return isTerminal && !term.empty() && term != "dumb";
+}
+
+ColourMode colourMode(bool isCapableTerminal, const char* noColourVariable)
 {
     const bool isRefused = noColourVariable && *noColourVariable != '\0';
-    const bool isAble
-        = termVariable && *termVariable != '\0' && termVariable != std::string_view("dumb");
-    return isTerminal && isAble && !isRefused ? ColourMode::On : ColourMode::Off;
+    return isCapableTerminal && !isRefused ? ColourMode::On : ColourMode::Off;
 }
 
 std::string coloured(std::string_view text, Colour colour, ColourMode mode)

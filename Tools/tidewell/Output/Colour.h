@@ -9,12 +9,15 @@ enum class Colour { None, Bold, Dim, Red, Yellow, Green };
 
 enum class ColourMode { Off, On };
 
-/// Whether output to `descriptor` is coloured: on a terminal that can show it, unless the user said
-/// no (NO_COLOR, or TERM=dumb).
-ColourMode colourModeFor(int descriptor);
+/// Whether `descriptor` is a terminal that understands escape sequences.
+bool isCapableTerminal(int descriptor);
 
-/// The rule behind it. Null: the variable is not set.
-ColourMode colourMode(bool isTerminal, const char* noColourVariable, const char* termVariable);
+/// The rule behind it, with the value of TERM (null: not set).
+bool isCapableTerminal(bool isTerminal, const char* termVariable);
+
+/// Whether what goes to a terminal is coloured.
+/// @param noColourVariable the value of NO_COLOR (null: not set)
+ColourMode colourMode(bool isCapableTerminal, const char* noColourVariable);
 
 /// `text` in a colour, or as it is.
 std::string coloured(std::string_view text, Colour colour, ColourMode mode);

@@ -7,13 +7,25 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <span>
 
 namespace tdw::cli {
 
+namespace {
+
+ColourMode coloursOf(int descriptor)
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes its environment
+    return colourMode(isCapableTerminal(descriptor), std::getenv("NO_COLOR"));
+}
+
+} // namespace
+
 Console::Console()
-    : m_outputColours(colourModeFor(STDOUT_FILENO))
-    , m_errorColours(colourModeFor(STDERR_FILENO))
+    : m_outputColours(coloursOf(STDOUT_FILENO))
+    , m_errorColours(coloursOf(STDERR_FILENO))
+    , m_canRedraw(isCapableTerminal(STDERR_FILENO))
 {
 }
 

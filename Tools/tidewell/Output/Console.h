@@ -17,6 +17,9 @@ public:
     ColourMode outputColours() const { return m_outputColours; }
     ColourMode errorColours() const { return m_errorColours; }
 
+    /// Whether what is said can be taken back and said anew in the same line.
+    bool canRedraw() const { return m_canRedraw; }
+
     /// Writes data. Errors: `ExitStatus::OutputNotWritten`.
     Result<void> print(std::string_view text) const;
 
@@ -26,6 +29,7 @@ public:
 private:
     ColourMode m_outputColours;
     ColourMode m_errorColours;
+    bool m_canRedraw;
 };
 
 /// Whether `error` is the reader of standard output having gone, which is no news to anybody.

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Devices/DeviceList.h"
+#include "Platform/Result.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tdw::cli {
+
+// Which of the listed devices a user means. Nothing here asks anybody.
+
+/// A device with the name that it has told.
+struct NamedDevice {
+    ListedDevice device;
+    std::string name;
+};
+
+/// Refuses what can be neither a UDID nor a name, before it goes anywhere.
+/// Errors: `ExitStatus::Usage`
+Result<void> validateDeviceText(std::string_view text);
+
+/// Whether `text` is as long as a whole UDID and made like one, so that it can be no name.
+bool isWholeUdid(std::string_view text);
+
+/// The device whose UDID is `text` or begins with it, whatever the case of the letters and wherever
+/// the hyphens; a whole UDID wins over a longer one that begins with it.
+/// @return none where no UDID fits. Errors: `ExitStatus::NoDevice`, where more than one fits
+Result<std::optional<ListedDevice>> selectByUdid(
+    std::string_view text, const std::vector<ListedDevice>& devices);
+
+/// The device that is called `text`. A straight apostrophe stands for a typographic one too, which
+/// is what devices put into their names and nobody can type; ASCII letters match in either case.
+/// @return and errors as above
+Result<std::optional<ListedDevice>> selectByName(
+    std::string_view text, const std::vector<NamedDevice>& devices);
+
+} // namespace tdw::cli
