@@ -29,12 +29,6 @@ Error unwritable(const std::string& path, std::string_view what)
             + " as a property list: " + std::string(what));
 }
 
-Error unreadable(std::string_view what)
-{
-    return Error(kCocoaErrorDomain, kPropertyListReadCorruptError,
-        "Not a readable property list: " + std::string(what));
-}
-
 /// The node's document as libplist writes it; empty where it cannot.
 std::string xmlOf(plist_t node)
 {
@@ -124,7 +118,7 @@ Value dataFromNode(plist_t node)
 Result<Value> valueFromNode(plist_t node, std::size_t depth)
 {
     if (depth > kPropertyListMaximumDepth)
-        return unreadable("it is nested too deeply");
+        return corruptPropertyList("it is nested too deeply");
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
         std::uint8_t boolean = 0;
@@ -155,7 +149,7 @@ Result<Value> valueFromNode(plist_t node, std::size_t depth)
         return Value(Dictionary { { "CF$UID", reference } });
     }
     default:
-        return unreadable("it holds an object of no known type");
+        return corruptPropertyList("it holds an object of no known type");
     }
 }
 
@@ -339,7 +333,7 @@ Result<Data> encodeBinaryPropertyList(const Value& value)
 Result<Value> decodePropertyList(std::span<const std::byte> bytes)
 {
     if (bytes.size() > UINT32_MAX)
-        return unreadable("it is larger than 4 GiB");
+        return corruptPropertyList("it is larger than 4 GiB");
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     const auto length = static_cast<std::uint32_t>(bytes.size());
     PropertyListNode node;
@@ -351,7 +345,7 @@ Result<Value> decodePropertyList(std::span<const std::byte> bytes)
         plist_from_xml(text.data(), length, out(node));
     }
     if (!node)
-        return unreadable("its contents are garbage");
+        return corruptPropertyList("its contents are garbage");
     return valueFromNode(node.get());
 }
 

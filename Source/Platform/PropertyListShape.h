@@ -21,4 +21,8 @@ Result<void> checkXmlPropertyListShape(std::string_view text);
 /// The same for a binary property list ("bplist00").
 Result<void> checkBinaryPropertyListShape(std::span<const std::byte> bytes);
 
+/// The error of bytes that are no property list.
+/// @param what what is wrong with them, to stand after a colon
+Error corruptPropertyList(std::string_view what);
+
 } // namespace tdw

@@ -1,141 +1,13 @@
+#include "Platform/PropertyList.h"
 #include "Platform/PropertyListShape.h"
 
-#include "Platform/PropertyList.h"
-
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <vector>
 
 namespace tdw {
 
 namespace {
-
-Error corrupt(std::string_view what)
-{
-    return Error(kCocoaErrorDomain, kPropertyListReadCorruptError,
-        "Not a readable property list: " + std::string(what));
-}
-
-constexpr std::array<std::string_view, 11> kElements { "plist", "dict", "array", "key", "string",
-    "integer", "real", "true", "false", "date", "data" };
-
-constexpr std::string_view kSpace = " \t\r\n";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-/// Walks the tags of an XML document and keeps the open ones.
-class XmlTagWalker {
-public:
-    explicit XmlTagWalker(std::string_view text)
-        : m_rest(text)
-    {
-        if (m_rest.starts_with(kByteOrderMark))
-            m_rest.remove_prefix(kByteOrderMark.size());
-    }
-
-    Result<void> run()
-    {
-        while (true) {
-            const auto tag = m_rest.find('<');
-            if (m_open.empty() && m_rest.substr(0, tag).find_first_not_of(kSpace) != m_rest.npos)
-                return corrupt("text stands outside its elements");
-            if (tag == std::string_view::npos)
-                break;
-            m_rest.remove_prefix(tag);
-            TDW_TRY(step());
-        }
-        if (!m_open.empty())
-            return corrupt("it ends inside <" + std::string(m_open.back()) + ">");
-        if (!m_sawElement)
-            return corrupt("it holds no element");
-        return {};
-    }
-
-private:
-    Result<void> step()
-    {
-        if (m_rest.starts_with("<!--"))
-            return skipPast("-->");
-        if (m_rest.starts_with("<![CDATA[")) {
-            if (m_open.empty())
-                return corrupt("character data outside an element");
-            return skipPast("]]>");
-        }
-        if (m_rest.starts_with("<?"))
-            return skipPast("?>");
-        if (m_rest.starts_with("<!"))
-            return skipDeclaration();
-        return element();
-    }
-
-    Result<void> skipPast(std::string_view end)
-    {
-        const auto found = m_rest.find(end, 2);
-        if (found == std::string_view::npos)
-            return corrupt("it ends before \"" + std::string(end) + "\"");
-        m_rest.remove_prefix(found + end.size());
-        return {};
-    }
-
-    /// A document type; an internal subset would be the place of entity tricks and is refused.
-    Result<void> skipDeclaration()
-    {
-        const auto end = m_rest.find_first_of("[>", 2);
-        if (end == std::string_view::npos || m_rest[end] == '[')
-            return corrupt("it holds an unfinished or internal document type");
-        m_rest.remove_prefix(end + 1);
-        return {};
-    }
-
-    Result<void> element()
-    {
-        const auto end = m_rest.find('>');
-        if (end == std::string_view::npos)
-            return corrupt("it ends inside a tag");
-        std::string_view body = m_rest.substr(1, end - 1);
-        m_rest.remove_prefix(end + 1);
-        const bool closes = body.starts_with('/');
-        const bool isEmpty = !closes && body.ends_with('/');
-        if (closes)
-            body.remove_prefix(1);
-        const auto name = body.substr(0, body.find_first_of(" \t\r\n/"));
-        const auto known = std::find(kElements.begin(), kElements.end(), name);
-        if (known == kElements.end())
-            return corrupt("unknown element <" + std::string(name.substr(0, 40)) + ">");
-        return closes ? close(*known) : open(*known, isEmpty);
-    }
-
-    Result<void> open(std::string_view name, bool isEmpty)
-    {
-        if (m_open.empty() && m_sawElement)
-            return corrupt("a second document follows the first");
-        m_sawElement = true;
-        if (++m_objects > kPropertyListMaximumObjects)
-            return corrupt("it holds too many objects");
-        if (isEmpty)
-            return {};
-        // Two more than values may nest: <plist> and the innermost value's own tags.
-        if (m_open.size() == kPropertyListMaximumDepth + 2)
-            return corrupt("it is nested too deeply");
-        m_open.push_back(name);
-        return {};
-    }
-
-    Result<void> close(std::string_view name)
-    {
-        if (m_open.empty() || m_open.back() != name)
-            return corrupt("</" + std::string(name) + "> closes nothing");
-        m_open.pop_back();
-        return {};
-    }
-
-    std::string_view m_rest;
-    std::vector<std::string_view> m_open;
-    std::size_t m_objects = 0;
-    bool m_sawElement = false;
-};
 
 constexpr std::size_t kBinaryHeaderBytes = 8;
 constexpr std::size_t kBinaryTrailerBytes = 32;
@@ -204,7 +76,7 @@ private:
     Result<void> readTrailer()
     {
         if (m_bytes.size() < kBinaryHeaderBytes + kBinaryTrailerBytes)
-            return corrupt("it is cut short");
+            return corruptPropertyList("it is cut short");
         const std::size_t trailer = m_bytes.size() - kBinaryTrailerBytes;
         m_offsetSize = number(trailer + 6, 1);
         m_referenceSize = number(trailer + 7, 1);
@@ -212,10 +84,10 @@ private:
         m_root = number(trailer + 16, 8);
         m_offsetTable = number(trailer + 24, 8);
         if (m_offsetSize < 1 || m_offsetSize > 8 || m_referenceSize < 1 || m_referenceSize > 8)
-            return corrupt("its trailer is wrong");
+            return corruptPropertyList("its trailer is wrong");
         if (m_offsetTable < kBinaryHeaderBytes || m_offsetTable > trailer
             || m_objectCount > (trailer - m_offsetTable) / m_offsetSize || m_root >= m_objectCount)
-            return corrupt("its trailer points outside it");
+            return corruptPropertyList("its trailer points outside it");
         return {};
     }
 
@@ -224,23 +96,23 @@ private:
     {
         const auto offset = number(m_offsetTable + object * m_offsetSize, m_offsetSize);
         if (offset < kBinaryHeaderBytes || offset >= m_offsetTable)
-            return corrupt("an object lies outside it");
+            return corruptPropertyList("an object lies outside it");
         const auto marker = number(offset, 1);
         Contents result { marker >> 4, offset + 1, marker & 0xF };
         if (unitSize(result.kind) == 0)
             return Contents { result.kind, result.offset, 0 };
         if (result.count == 0xF) {
             if (result.offset >= m_offsetTable)
-                return corrupt("an object is cut short");
+                return corruptPropertyList("an object is cut short");
             const auto sizeMarker = number(result.offset, 1);
             const std::size_t size = std::size_t { 1 } << (sizeMarker & 0x3);
             if (sizeMarker >> 4 != 1 || size > m_offsetTable - result.offset - 1)
-                return corrupt("an object has no size");
+                return corruptPropertyList("an object has no size");
             result.count = number(result.offset + 1, size);
             result.offset += 1 + size;
         }
         if (result.count > (m_offsetTable - result.offset) / unitSize(result.kind))
-            return corrupt("an object is larger than the document");
+            return corruptPropertyList("an object is larger than the document");
         return result;
     }
 
@@ -284,7 +156,7 @@ private:
             return {};
         for (std::size_t i = 0; i < contents.count; ++i) {
             if (number(contents.offset + i * unit, unit) == 0)
-                return corrupt("a text holds a NUL");
+                return corruptPropertyList("a text holds a NUL");
         }
         return {};
     }
@@ -314,10 +186,10 @@ private:
     Result<void> push(std::uint64_t child)
     {
         if (child >= m_objectCount)
-            return corrupt("a reference points at nothing");
+            return corruptPropertyList("a reference points at nothing");
         TDW_TRY(spend(1));
         if (m_measured[child].state == Measured::State::Entered)
-            return corrupt("it refers to itself");
+            return corruptPropertyList("it refers to itself");
         if (m_measured[child].state == Measured::State::Unseen && m_stack.back() != child)
             m_stack.push_back(child);
         return {};
@@ -334,7 +206,7 @@ private:
     {
         m_spent += amount;
         if (m_spent > kPropertyListMaximumObjects)
-            return corrupt("it holds too many objects");
+            return corruptPropertyList("it holds too many objects");
         return {};
     }
 
@@ -345,14 +217,14 @@ private:
             const Measured& child
                 = m_measured[number(below.offset + i * m_referenceSize, m_referenceSize)];
             if (child.state != Measured::State::Done)
-                return corrupt("it refers to itself");
+                return corruptPropertyList("it refers to itself");
             measured.depth = std::max(measured.depth, child.depth + 1);
             measured.objects += child.objects;
         }
         if (measured.objects > kPropertyListMaximumObjects)
-            return corrupt("it holds too many objects");
+            return corruptPropertyList("it holds too many objects");
         if (measured.depth > kPropertyListMaximumDepth)
-            return corrupt("it is nested too deeply");
+            return corruptPropertyList("it is nested too deeply");
         measured.state = Measured::State::Done;
         return {};
     }
@@ -369,13 +241,6 @@ private:
 };
 
 } // namespace
-
-Result<void> checkXmlPropertyListShape(std::string_view text)
-{
-    if (text.find('\0') != std::string_view::npos)
-        return corrupt("it holds a NUL");
-    return XmlTagWalker(text).run();
-}
 
 Result<void> checkBinaryPropertyListShape(std::span<const std::byte> bytes)
 {
