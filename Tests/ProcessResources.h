@@ -2,9 +2,11 @@
 
 #include <sys/wait.h>
 
-#include <compare>
+#include <chrono>
 #include <filesystem>
 #include <iterator>
+#include <ostream>
+#include <thread>
 
 /// What a process holds and must give back: counted before and after a piece of work.
 struct ProcessResources {
@@ -22,6 +24,19 @@ struct ProcessResources {
         siginfo_t ignored {};
         const bool hasChildren = waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) == 0;
         return { entries("/proc/self/fd"), entries("/proc/self/task"), hasChildren };
+    }
+
+    /// What the process holds once that is `expected`, or at the end of a bound: the system lists a
+    /// thread for a moment after it was joined.
+    static ProcessResources settling(const ProcessResources& expected)
+    {
+        const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        ProcessResources resources = now();
+        while (resources != expected && std::chrono::steady_clock::now() < bound) {
+            std::this_thread::yield();
+            resources = now();
+        }
+        return resources;
     }
 };
 

@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -37,7 +38,7 @@ constexpr double kLargestExactReal = 9007199254740992.0;
 
 void complainUnlessInitialized(const char* file = __builtin_FILE(), int line = __builtin_LINE())
 {
-    if (!__gTDWServerInitialized)
+    if (!std::atomic_ref(__gTDWServerInitialized).load())
         tdw::reportError("This server implementation forgot to invoke TDWServerInitialize early in "
                          "the process lifecycle!",
             file, line);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <usbmuxd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -120,7 +121,8 @@ void TDWServerInitialize()
     _TDWServerStartTimeoutClock();
     libusbmuxd_set_debug_level(TDWDebugLevel());
     idevice_set_debug_level(TDWDebugLevel());
-    __gTDWServerInitialized = true;
+    // The clock's thread, which runs by now, reads it.
+    std::atomic_ref(__gTDWServerInitialized).store(true);
 }
 
 namespace tdw {

@@ -126,7 +126,7 @@ protected:
     static void TearDownTestSuite() { s_servers.reset(); }
 
     void SetUp() override { m_before = ProcessResources::now(); }
-    void TearDown() override { EXPECT_EQ(ProcessResources::now(), m_before); }
+    void TearDown() override { EXPECT_EQ(ProcessResources::settling(m_before), m_before); }
 
     static Value invoke(std::vector<std::string> arguments, std::int32_t* status = nullptr)
     {

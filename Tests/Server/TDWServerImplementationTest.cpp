@@ -47,7 +47,7 @@ TEST_F(TDWServerClockDeathTest, FiresOnceItsIntervalIsOver)
 {
     EXPECT_EXIT(
         {
-            TDWServerSetTimeoutInterval(0);
+            TDWServerSetTimeoutInterval(0.1);
             TDWServerInitialize();
             pause();
         },
