@@ -122,7 +122,12 @@ private:
 
 class TDWServerInvocation : public testing::Test {
 protected:
-    static void SetUpTestSuite() { s_servers = std::make_unique<Servers>(); }
+    static void SetUpTestSuite()
+    {
+        s_servers = std::make_unique<Servers>();
+        // The thread sanitizer starts a thread of its own along with a program's first.
+        std::thread([] {}).join();
+    }
     static void TearDownTestSuite() { s_servers.reset(); }
 
     void SetUp() override { m_before = ProcessResources::now(); }
