@@ -20,6 +20,11 @@ constexpr std::uint64_t kArrayKind = 0xA;
 constexpr std::uint64_t kSetKind = 0xC;
 constexpr std::uint64_t kDictionaryKind = 0xD;
 
+/// A document may share objects, but what it comes to must stand in some proportion to its bytes:
+/// otherwise two kilobytes of references are seconds of work and hundreds of megabytes.
+constexpr std::size_t kFreeObjects = 10'000;
+constexpr std::size_t kObjectsPerByte = 16;
+
 /// How much text or data counts as one more object.
 constexpr std::size_t kUnitsPerObject = 64;
 
@@ -30,6 +35,8 @@ class BinaryMeasure {
 public:
     explicit BinaryMeasure(std::span<const std::byte> bytes)
         : m_bytes(bytes)
+        , m_limit(
+              std::min(kPropertyListMaximumObjects, kFreeObjects + kObjectsPerByte * bytes.size()))
     {
     }
 
@@ -205,7 +212,7 @@ private:
     Result<void> spend(std::uint64_t amount)
     {
         m_spent += amount;
-        if (m_spent > kPropertyListMaximumObjects)
+        if (m_spent > m_limit)
             return corruptPropertyList("it holds too many objects");
         return {};
     }
@@ -221,7 +228,7 @@ private:
             measured.depth = std::max(measured.depth, child.depth + 1);
             measured.objects += child.objects;
         }
-        if (measured.objects > kPropertyListMaximumObjects)
+        if (measured.objects > m_limit)
             return corruptPropertyList("it holds too many objects");
         if (measured.depth > kPropertyListMaximumDepth)
             return corruptPropertyList("it is nested too deeply");
@@ -230,6 +237,7 @@ private:
     }
 
     std::span<const std::byte> m_bytes;
+    std::size_t m_limit;
     std::size_t m_offsetSize = 0;
     std::size_t m_referenceSize = 0;
     std::uint64_t m_objectCount = 0;
