@@ -1,7 +1,7 @@
 #include "Commands/Commands.h"
 #include "Model/Json.h"
-#include "Model/LocalSocket.h"
 #include "Model/SimulatorError.h"
+#include "Platform/LocalSocket.h"
 
 #include <unistd.h>
 

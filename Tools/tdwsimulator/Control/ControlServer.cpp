@@ -1,8 +1,8 @@
 #include "Control/ControlServer.h"
 
 #include "Device/Channel.h"
-#include "Model/LocalSocket.h"
 #include "Model/SimulatorError.h"
+#include "Platform/LocalSocket.h"
 
 #include <asio/error.hpp>
 #include <asio/post.hpp>

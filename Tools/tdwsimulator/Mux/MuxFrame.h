@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Model/FrameBuffer.h"
+#include "Platform/FrameBuffer.h"
 #include "Platform/Result.h"
 #include "Platform/Value.h"
 

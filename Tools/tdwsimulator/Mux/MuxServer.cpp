@@ -1,7 +1,7 @@
 #include "Mux/MuxServer.h"
 
-#include "Model/LocalSocket.h"
 #include "Mux/MuxConnection.h"
+#include "Platform/LocalSocket.h"
 
 #include <asio/error.hpp>
 

@@ -1,5 +1,6 @@
-#include "Model/LocalSocket.h"
+#include "Platform/LocalSocket.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -8,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace tdw::simulator {
+namespace tdw {
 
 namespace {
 
@@ -23,9 +24,9 @@ Result<sockaddr_un> addressOf(const std::filesystem::path& path)
     return address;
 }
 
-FileHandle streamSocket()
+FileHandle streamSocket(int flags)
 {
-    return FileHandle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return FileHandle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
 }
 
 const sockaddr* generic(const sockaddr_un& address)
@@ -33,30 +34,15 @@ const sockaddr* generic(const sockaddr_un& address)
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-/// The permissions of a socket are there from its creation; the umask is the process's own.
-class PrivateUmask {
-public:
-    PrivateUmask()
-        : m_previous(::umask(0177))
-    {
-    }
-    PrivateUmask(const PrivateUmask&) = delete;
-    PrivateUmask& operator=(const PrivateUmask&) = delete;
-    ~PrivateUmask() { ::umask(m_previous); }
-
-private:
-    mode_t m_previous;
-};
-
 } // namespace
 
 Result<FileHandle> listenOnLocalSocket(const std::filesystem::path& path)
 {
     const sockaddr_un address = TDW_TRY(addressOf(path));
-    FileHandle socket = streamSocket();
-    if (!socket.isOpen())
+    FileHandle socket = streamSocket(0);
+    // The mode goes with the socket to its name, which therefore never has another one.
+    if (!socket.isOpen() || ::fchmod(socket.descriptor(), 0600) != 0)
         return Error::posix(errno, "Cannot create a socket for " + path.string());
-    const PrivateUmask umask;
     int bound = ::bind(socket.descriptor(), generic(address), sizeof address);
     if (bound != 0 && errno == EADDRINUSE && !connectToLocalSocket(path)) {
         ::unlink(path.c_str());
@@ -70,12 +56,16 @@ Result<FileHandle> listenOnLocalSocket(const std::filesystem::path& path)
 Result<FileHandle> connectToLocalSocket(const std::filesystem::path& path)
 {
     const sockaddr_un address = TDW_TRY(addressOf(path));
-    FileHandle socket = streamSocket();
+    // Where more wait to be accepted than the listener allows, a blocking socket waits without end.
+    FileHandle socket = streamSocket(SOCK_NONBLOCK);
     if (!socket.isOpen())
         return Error::posix(errno, "Cannot create a socket for " + path.string());
     if (::connect(socket.descriptor(), generic(address), sizeof address) != 0)
         return Error::posix(errno, "Cannot connect to " + path.string());
+    const int flags = ::fcntl(socket.descriptor(), F_GETFL);
+    if (flags < 0 || ::fcntl(socket.descriptor(), F_SETFL, flags & ~O_NONBLOCK) != 0)
+        return Error::posix(errno, "Cannot make the socket for " + path.string() + " blocking");
     return socket;
 }
 
-} // namespace tdw::simulator
+} // namespace tdw

@@ -7,7 +7,7 @@
 #include <span>
 #include <utility>
 
-namespace tdw::simulator {
+namespace tdw {
 
 /// Bytes that have arrived and were not understood yet.
 class FrameBuffer {
@@ -43,4 +43,4 @@ private:
     std::size_t m_start = 0;
 };
 
-} // namespace tdw::simulator
+} // namespace tdw

@@ -5,13 +5,15 @@
 
 #include <filesystem>
 
-namespace tdw::simulator {
+namespace tdw {
 
 /// A local stream socket that listens on `path`, for this user only. A socket that nobody listens
 /// on any more is replaced. Errors name the path: it is too long, or in use.
 Result<FileHandle> listenOnLocalSocket(const std::filesystem::path& path);
 
-/// A connected one. Errors name the path.
+/// A connected one, in blocking mode. Does not wait.
+/// Errors name the path (ENOENT, ECONNREFUSED: nobody listens; EAGAIN: too many wait there
+/// already).
 Result<FileHandle> connectToLocalSocket(const std::filesystem::path& path);
 
-} // namespace tdw::simulator
+} // namespace tdw

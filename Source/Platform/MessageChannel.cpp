@@ -1,0 +1,188 @@
+#include "Platform/MessageChannel.h"
+
+#include "Platform/WorkerPool.h"
+
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+
+#include <array>
+#include <cassert>
+#include <cerrno>
+#include <utility>
+
+namespace tdw {
+
+using asio::local::stream_protocol;
+
+Result<std::shared_ptr<MessageChannel>> MessageChannel::create(
+    FileHandle socket, Queue queue, Handlers handlers)
+{
+    stream_protocol::socket asioSocket(workerPool(queue).context());
+    std::error_code error;
+    asioSocket.assign(stream_protocol(), socket.descriptor(), error);
+    if (!error) {
+        (void)socket.release();
+        asioSocket.non_blocking(true, error);
+    }
+    if (error)
+        return Error::posix(error.value(), "Cannot watch a connection");
+    return std::shared_ptr<MessageChannel>(
+        new MessageChannel(std::move(queue), std::move(asioSocket), std::move(handlers)));
+}
+
+MessageChannel::MessageChannel(Queue queue, stream_protocol::socket socket, Handlers handlers)
+    : m_queue(std::move(queue))
+    , m_pool(workerPool(m_queue))
+    , m_socket(std::move(socket))
+    , m_handlers(std::move(handlers))
+{
+    m_pool.beginWait();
+}
+
+void MessageChannel::start()
+{
+    assert(m_queue.isCurrent());
+    waitForInput();
+}
+
+bool MessageChannel::isHeldUp() const
+{
+    return m_unanswered >= kMaximumUnanswered || m_backlog > kPausingBacklog;
+}
+
+void MessageChannel::waitForInput()
+{
+    if (m_isClosed || m_waitsForInput || isHeldUp())
+        return;
+    m_waitsForInput = true;
+    m_socket.async_wait(
+        stream_protocol::socket::wait_read, [self = shared_from_this()](std::error_code) {
+            self->m_pool.perform([&self] {
+                self->m_waitsForInput = false;
+                self->readable();
+            });
+        });
+}
+
+void MessageChannel::readable()
+{
+    if (m_isClosed)
+        return;
+    std::array<std::byte, std::size_t { 64 } * 1024> chunk;
+    std::error_code error;
+    const std::size_t count = m_socket.read_some(asio::buffer(chunk), error);
+    if (error == asio::error::eof || error == asio::error::connection_reset)
+        return end(Error::posix(ECONNRESET, "The other end of the connection is gone"));
+    if (error && error != asio::error::would_block && error != asio::error::interrupted)
+        return end(Error::posix(error.value(), "Cannot read from the connection"));
+    m_decoder.append(std::span(chunk).first(count));
+    handleInput();
+}
+
+void MessageChannel::handleInput()
+{
+    // A handler that answers at once comes back here through `answered`.
+    if (m_handlesInput)
+        return;
+    m_handlesInput = true;
+    while (!m_isClosed && !isHeldUp()) {
+        const auto payload = m_decoder.next();
+        if (!payload) {
+            end(payload.error());
+            break;
+        }
+        if (!*payload)
+            break;
+        handle(**payload);
+    }
+    m_handlesInput = false;
+    waitForInput();
+}
+
+void MessageChannel::handle(std::span<const std::byte> payload)
+{
+    auto decoded = decodeMessage(payload);
+    if (!decoded)
+        return end(decoded.error());
+    if (auto* reply = std::get_if<Reply>(&*decoded)) {
+        m_handlers.reply(std::move(*reply));
+        return;
+    }
+    auto& message = std::get<Message>(*decoded);
+    if (message.identifier != 0)
+        ++m_unanswered;
+    m_handlers.message(std::move(message));
+}
+
+void MessageChannel::answered()
+{
+    assert(m_queue.isCurrent());
+    assert(m_unanswered > 0);
+    --m_unanswered;
+    handleInput();
+}
+
+void MessageChannel::send(Data frame)
+{
+    assert(m_queue.isCurrent());
+    if (m_isClosed)
+        return;
+    m_backlog += frame.size();
+    m_output.push_back(std::move(frame));
+    write();
+    if (m_backlog > kMaximumBacklog)
+        end(Error::posix(ENOBUFS, "The other end of the connection does not fetch what it asked"));
+}
+
+void MessageChannel::write()
+{
+    while (!m_isClosed && !m_waitsForRoom && !m_output.empty()) {
+        const Data& first = m_output.front();
+        std::error_code error;
+        const std::size_t count = m_socket.write_some(asio::buffer(first) + m_firstWritten, error);
+        m_firstWritten += count;
+        m_backlog -= count;
+        if (m_firstWritten == first.size()) {
+            m_output.pop_front();
+            m_firstWritten = 0;
+        }
+        if (error == asio::error::would_block) {
+            m_waitsForRoom = true;
+            m_socket.async_wait(
+                stream_protocol::socket::wait_write, [self = shared_from_this()](std::error_code) {
+                    self->m_pool.perform([&self] {
+                        self->m_waitsForRoom = false;
+                        self->write();
+                        self->handleInput();
+                    });
+                });
+        } else if (error && error != asio::error::interrupted) {
+            return end(Error::posix(error.value(), "Cannot write to the connection"));
+        }
+    }
+}
+
+void MessageChannel::end(const Error& error)
+{
+    if (m_isClosed)
+        return;
+    // Called last: whoever is told may give up the handlers, and itself.
+    const auto ended = m_handlers.ended;
+    close();
+    ended(error);
+}
+
+void MessageChannel::close()
+{
+    assert(m_queue.isCurrent());
+    if (m_isClosed)
+        return;
+    m_isClosed = true;
+    std::error_code ignored;
+    m_socket.close(ignored);
+    m_pool.endWait();
+    m_output.clear();
+    m_backlog = 0;
+}
+
+} // namespace tdw
