@@ -1,8 +1,5 @@
 #include "Host/ServerRun.h"
 
-#include "Platform/FileHandle.h"
-
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -26,47 +23,6 @@ constexpr std::chrono::milliseconds kLongestWait = 60s;
 
 /// What a typical envelope needs, and where the buffer starts.
 constexpr std::size_t kInitialOutputCapacity = 1496;
-constexpr std::size_t kReadChunkBytes = std::size_t { 64 } * 1024;
-
-/// Once a server has ended, at most what its pipe could still hold belongs to it.
-constexpr std::size_t kLeftoverLimit = std::size_t { 1 } << 20;
-
-Result<void> makeNonBlocking(const FileHandle& handle)
-{
-    const int flags = fcntl(handle.descriptor(), F_GETFL);
-    if (flags < 0 || fcntl(handle.descriptor(), F_SETFL, flags | O_NONBLOCK) < 0)
-        return Error::posix(errno, "Cannot make a pipe non-blocking");
-    return {};
-}
-
-/// The reading end of one of the server's streams.
-class Stream {
-public:
-    explicit Stream(FileHandle reader)
-        : m_reader(std::move(reader))
-    {
-    }
-
-    /// What `poll` is to wait for; a closed descriptor (-1) is passed over by it.
-    pollfd interest() const { return { m_reader.descriptor(), POLLIN, 0 }; }
-
-    /// Reads once, without waiting; an empty result says that there is nothing now.
-    std::span<const std::byte> read()
-    {
-        if (!m_reader.isOpen())
-            return {};
-        const ssize_t count = ::read(m_reader.descriptor(), m_chunk.data(), m_chunk.size());
-        if (count > 0)
-            return std::span(m_chunk).first(static_cast<std::size_t>(count));
-        if (count == 0 || (errno != EAGAIN && errno != EINTR))
-            m_reader.close();
-        return {};
-    }
-
-private:
-    FileHandle m_reader;
-    std::array<std::byte, kReadChunkBytes> m_chunk {};
-};
 
 /// Passes bytes on to a pipe as it takes them, and keeps the rest for later.
 class CopyWriter {
@@ -115,10 +71,10 @@ private:
 /// The server's process with its two streams, from its start to its end.
 class Run {
 public:
-    Run(Process process, Stream output, Stream standardError, FileHandle standardErrorCopy)
-        : m_process(std::move(process))
-        , m_output(std::move(output))
-        , m_standardError(std::move(standardError))
+    Run(ServerProcess server, FileHandle standardErrorCopy)
+        : m_process(std::move(server.process))
+        , m_output(std::move(server.output))
+        , m_standardError(std::move(server.standardError))
         , m_copy(std::move(standardErrorCopy))
     {
         m_outcome.output.reserve(kInitialOutputCapacity);
@@ -178,13 +134,13 @@ private:
     {
         const std::size_t limit = m_outcome.output.size() + kLeftoverLimit;
         while (m_outcome.output.size() < limit && readOutput()) { }
-        for (std::size_t i = 0; i < kLeftoverLimit / kReadChunkBytes && readStandardError(); ++i) {
-        }
+        for (std::size_t i = 0;
+             i < kLeftoverLimit / ServerStream::kChunkBytes && readStandardError(); ++i) { }
     }
 
     Process m_process;
-    Stream m_output;
-    Stream m_standardError;
+    ServerStream m_output;
+    ServerStream m_standardError;
     CopyWriter m_copy;
     ServerRunOutcome m_outcome;
 };
@@ -193,27 +149,9 @@ private:
 
 Result<ServerRunOutcome> runServer(ServerRunOptions options)
 {
-    Pipe output = TDW_TRY(Pipe::create());
-    Pipe standardError = TDW_TRY(Pipe::create());
-    TDW_TRY(makeNonBlocking(output.reader));
-    TDW_TRY(makeNonBlocking(standardError.reader));
     const auto deadline = options.timeout ? Clock::now() + *options.timeout : kNever;
-
-    LaunchOptions launch;
-    launch.executable = std::move(options.executable);
-    launch.programName = std::move(options.serverName);
-    launch.arguments = std::move(options.arguments);
-    launch.standardOutput = output.writer.descriptor();
-    launch.standardError = standardError.writer.descriptor();
-    launch.ownProcessGroup = true;
-    Process process = TDW_TRY(Process::launch(launch));
-    // From here on the server alone holds the writing ends, so that its end shows in them.
-    output.writer.close();
-    standardError.writer.close();
-
-    return Run(std::move(process), Stream(std::move(output.reader)),
-        Stream(std::move(standardError.reader)), std::move(options.standardErrorCopy))
-        .finish(deadline);
+    ServerProcess server = TDW_TRY(launchServer(options));
+    return Run(std::move(server), std::move(options.standardErrorCopy)).finish(deadline);
 }
 
 } // namespace tdw

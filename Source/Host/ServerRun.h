@@ -1,27 +1,16 @@
 #pragma once
 
-#include "Platform/Process.h"
+#include "Host/ServerProcess.h"
 #include "Platform/Result.h"
 #include "Platform/Value.h"
 
 #include <chrono>
 #include <optional>
-#include <string>
-#include <vector>
 
 namespace tdw {
 
 /// One run of a server executable.
-struct ServerRunOptions {
-    /// The path of the executable, already accepted.
-    std::string executable;
-
-    /// What the server sees as its own name.
-    std::string serverName;
-
-    /// The arguments after the program name.
-    std::vector<std::string> arguments;
-
+struct ServerRunOptions : ServerLaunch {
     /// Kills the server, with all its descendants, once this much time has passed; none: never.
     std::optional<std::chrono::milliseconds> timeout;
 

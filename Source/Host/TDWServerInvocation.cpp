@@ -1,9 +1,8 @@
 #include "Host/TDWServerInvocation.h"
 
+#include "Host/ServerEnvelope.h"
 #include "Host/ServerRun.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyList.h"
-#include "Platform/Text.h"
 #include "Platform/Trust.h"
 #include "Support/TDWErrorHelpers.h"
 
@@ -22,10 +21,6 @@ using tdw::Value;
 
 namespace {
 
-/// The statuses by which the server tool says that it never got as far as a server.
-constexpr std::int32_t kStatusNoServerName = 111;
-constexpr std::int32_t kStatusUnknownServerName = 123;
-
 constexpr std::int32_t kNotFoundCode = 1;
 
 Error notFound(const std::string& serverName, const Error& cause)
@@ -34,17 +29,6 @@ Error notFound(const std::string& serverName, const Error& cause)
                                     "Server executable not found for \"" + serverName + "\"" },
         { tdw::kUnderlyingErrorKey, cause } };
     return TDWErrorCreateWithInfo(kNotFoundCode, &userInfo);
-}
-
-bool isBlank(const std::string& text)
-{
-    return text.find_first_not_of(" \t\n\v\f\r") == std::string::npos;
-}
-
-std::string textOf(const Data& bytes)
-{
-    std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return tdw::isValidUtf8(text) ? text : std::string();
 }
 
 /// What stands in a pipe now, without waiting for more.
@@ -60,37 +44,6 @@ Data availableBytes(const tdw::FileHandle& reader)
         result.insert(result.end(), chunk.begin(), chunk.begin() + count);
     }
     return result;
-}
-
-/// The message for a run that gave no envelope; `standardError` is asked only where it matters.
-template <typename StandardError>
-std::string failureMessage(
-    const std::string& serverName, std::int32_t status, StandardError&& standardError)
-{
-    if (status == kStatusNoServerName)
-        return "Server " + serverName
-            + " failed to determine its own server name. This is a serious bug that should never "
-              "occur in production (famous last words).";
-    if (status == kStatusUnknownServerName)
-        return "Server name is not valid: " + serverName
-            + ". Make sure main() in tdwserver is checking for it and that it's declared in the "
-              "TDWServer string enum.";
-    std::string text = textOf(standardError());
-    if (!isBlank(text))
-        return text;
-    return "Server " + serverName + " terminated unexpectedly with code " + std::to_string(status);
-}
-
-template <typename StandardError>
-Value envelopeOfRun(const std::string& serverName, const std::optional<Data>& output,
-    std::int32_t status, StandardError&& standardError)
-{
-    if (output) {
-        if (auto decoded = tdw::decodePropertyList(*output))
-            return *std::move(decoded);
-    }
-    const auto message = failureMessage(serverName, status, standardError);
-    return TDWClientErrorResponse(TDWErrorCreateWithMessage(message, status));
 }
 
 } // namespace
@@ -137,7 +90,7 @@ Value TDWInvokeServer(const std::string& serverName, const tdw::Bundle& bundle,
         return TDWClientErrorResponse(outcome.error());
 
     const std::int32_t status = outcome->termination.status;
-    Value envelope = envelopeOfRun(serverName, outcome->output, status, [&] {
+    Value envelope = tdw::envelopeOfRun(serverName, outcome->output, status, [&] {
         return standardErrorPipe ? availableBytes(standardErrorPipe->reader)
                                  : outcome->standardError;
     });
@@ -150,7 +103,7 @@ Value TDWParseServerBinaryResponseData(const std::string& serverName,
     const std::optional<Data>& outputData, tdw::FileHandle& standardErrorReader,
     std::int32_t terminationStatus)
 {
-    return envelopeOfRun(serverName, outputData, terminationStatus, [&] {
+    return tdw::envelopeOfRun(serverName, outputData, terminationStatus, [&] {
         auto text = standardErrorReader.readToEnd();
         return text ? *std::move(text) : Data();
     });

@@ -1,5 +1,6 @@
 #include "Host/TDWServerInvocation.h"
 
+#include "Host/FakeServers.h"
 #include "Host/ServerRun.h"
 #include "Interfaces/TDWResponse.h"
 #include "Platform/PropertyList.h"
@@ -33,11 +34,6 @@ namespace {
 Value envelopeOf(std::size_t payloadBytes)
 {
     return Dictionary { { "response", std::string(payloadBytes, 'x') } };
-}
-
-void print(int descriptor, std::string_view text)
-{
-    (void)writeToDescriptor(descriptor, std::as_bytes(std::span(text)));
 }
 
 void printEnvelope(std::size_t payloadBytes)
@@ -93,38 +89,11 @@ void leaveGrandchildBehind(const char* lockFile, bool inAGroupOfItsOwn)
     _exit(status);
 }
 
-/// A directory of executables, with this binary in it under the name of a server.
-class Servers {
-public:
-    Servers()
-        : m_directory(std::filesystem::temp_directory_path() / "tidewell-host-XXXXXX")
-    {
-        std::string name = m_directory;
-        m_directory = mkdtemp(name.data());
-        add("tdw_child");
-    }
-    Servers(const Servers&) = delete;
-    Servers& operator=(const Servers&) = delete;
-    ~Servers() { std::filesystem::remove_all(m_directory); }
-
-    void add(const std::string& name, std::filesystem::perms mode = std::filesystem::perms(0755))
-    {
-        std::filesystem::copy_file("/proc/self/exe", m_directory / name);
-        std::filesystem::permissions(m_directory / name, mode);
-    }
-
-    Bundle bundle() const { return Bundle(m_directory); }
-    std::filesystem::path path(const std::string& name) const { return m_directory / name; }
-
-private:
-    std::filesystem::path m_directory;
-};
-
 class TDWServerInvocation : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        s_servers = std::make_unique<Servers>();
+        s_servers = std::make_unique<FakeServers>();
         // The thread sanitizer starts a thread of its own along with a program's first.
         std::thread([] {}).join();
     }
@@ -145,11 +114,11 @@ protected:
         return *error;
     }
 
-    static std::unique_ptr<Servers> s_servers;
+    static std::unique_ptr<FakeServers> s_servers;
     ProcessResources m_before;
 };
 
-std::unique_ptr<Servers> TDWServerInvocation::s_servers;
+std::unique_ptr<FakeServers> TDWServerInvocation::s_servers;
 
 } // namespace
 

@@ -1,0 +1,50 @@
+#include "Host/ServerProcess.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tdw {
+
+Result<ServerProcess> launchServer(const ServerLaunch& launch)
+{
+    Pipe output = TDW_TRY(Pipe::create());
+    Pipe standardError = TDW_TRY(Pipe::create());
+    TDW_TRY(makeNonBlocking(output.reader));
+    TDW_TRY(makeNonBlocking(standardError.reader));
+
+    LaunchOptions options;
+    options.executable = launch.executable;
+    options.programName = launch.serverName;
+    options.arguments = launch.arguments;
+    options.standardOutput = output.writer.descriptor();
+    options.standardError = standardError.writer.descriptor();
+    options.ownProcessGroup = true;
+    Process process = TDW_TRY(Process::launch(options));
+    // The writing ends go here: from now on the server alone holds them, and its end shows in them.
+    return ServerProcess { std::move(process), std::move(output.reader),
+        std::move(standardError.reader) };
+}
+
+Result<void> makeNonBlocking(const FileHandle& handle)
+{
+    const int flags = fcntl(handle.descriptor(), F_GETFL);
+    if (flags < 0 || fcntl(handle.descriptor(), F_SETFL, flags | O_NONBLOCK) < 0)
+        return Error::posix(errno, "Cannot make a pipe non-blocking");
+    return {};
+}
+
+std::span<const std::byte> ServerStream::read()
+{
+    if (!m_reader.isOpen())
+        return {};
+    const ssize_t count = ::read(m_reader.descriptor(), m_chunk.data(), m_chunk.size());
+    if (count > 0)
+        return std::span(m_chunk).first(static_cast<std::size_t>(count));
+    if (count == 0 || (errno != EAGAIN && errno != EINTR))
+        m_reader.close();
+    return {};
+}
+
+} // namespace tdw

@@ -1,0 +1,249 @@
+#include "Host/TDWStreamingInvocation.h"
+
+#include "Host/FakeServers.h"
+#include "Host/StreamingServerRun.h"
+#include "Interfaces/TDWResponse.h"
+#include "Platform/Counter.h"
+#include "Platform/PropertyList.h"
+#include "ProcessResources.h"
+#include "Support/TDWErrorHelpers.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace tdw;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// This binary is also the server that the tests run, under the name "tdw_child".
+
+namespace {
+
+const Error kServersError = Error("org.example", -7, "the server's own reason");
+
+std::string textOf(const Value& envelope)
+{
+    const Data bytes = *encodeXmlPropertyList(envelope);
+    return { reinterpret_cast<const char*>(bytes.data()), bytes.size() };
+}
+
+/// A descendant that keeps both pipes until nobody reads them any more, and a lock until its end.
+void leaveGrandchildBehind(const char* lockFile, bool inAGroupOfItsOwn)
+{
+    const int lock = open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    flock(lock, LOCK_EX);
+    LaunchOptions options;
+    options.executable = "/proc/self/exe";
+    options.programName = "tdw_child";
+    options.arguments = { "wait for the reader" };
+    options.standardInput = lock; // an open lock file is what carries the lock into the grandchild
+    options.ownProcessGroup = inAGroupOfItsOwn;
+    static auto grandchild = Process::launch(options);
+}
+
+[[noreturn]] void runAsServer(std::string_view job, const std::vector<std::string>& arguments)
+{
+    int status = 0;
+    if (job == "say") {
+        print(STDOUT_FILENO, arguments[0]);
+        print(STDERR_FILENO, arguments[1]);
+        status = std::stoi(arguments[2]);
+    } else if (job == "flood") {
+        print(STDERR_FILENO, std::string(std::size_t { 8 } << 20, '\n') + arguments[0]);
+        status = 1;
+    } else if (job == "count") {
+        std::string lines;
+        for (int i = 0; i < std::stoi(arguments[0]); ++i)
+            lines += std::to_string(i) + '\n';
+        print(STDOUT_FILENO, lines + "last");
+    } else if (job == "grandchild") {
+        leaveGrandchildBehind(arguments[0].c_str(), arguments[1] == "own group");
+        print(STDOUT_FILENO, "line\nrest");
+    } else if (job == "close") {
+        close(STDOUT_FILENO);
+        print(STDERR_FILENO, "closed");
+        pause();
+    } else if (job == "hang") {
+        print(STDOUT_FILENO, "ready\n");
+        pause();
+    } else if (job == "wait for the reader") {
+        pollfd entry { STDOUT_FILENO, 0, 0 };
+        (void)poll(&entry, 1, -1);
+    }
+    _exit(status);
+}
+
+class TDWStreamingInvocation : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        s_servers = std::make_unique<FakeServers>();
+        // The thread sanitizer starts a thread of its own along with a program's first.
+        std::thread([] {}).join();
+    }
+    static void TearDownTestSuite() { s_servers.reset(); }
+
+    void SetUp() override { m_before = ProcessResources::now(); }
+    void TearDown() override { EXPECT_EQ(ProcessResources::settling(m_before), m_before); }
+
+    /// A run of the child with what it came to. The queues are given up at once: the run keeps
+    /// what it needs.
+    struct Run {
+        explicit Run(std::vector<std::string> arguments)
+        {
+            auto started = startStreamingServer({ "tdw_child", s_servers->bundle(),
+                std::move(arguments), Queue::serial("wait"), Queue::concurrent("callback"),
+                [this](const std::string& line) {
+                    EXPECT_EQ(completions.value(), 0) << "the completion comes last";
+                    lines.push_back(line);
+                    delivered.add();
+                },
+                [this](const std::optional<Error>& result) {
+                    error = result;
+                    completions.add();
+                } });
+            EXPECT_TRUE(started);
+            handle = *started;
+        }
+
+        std::vector<std::string> lines;
+        Counter delivered;
+        std::optional<Error> error;
+        Counter completions;
+        std::shared_ptr<StreamingServerRun> handle;
+    };
+
+    static std::unique_ptr<FakeServers> s_servers;
+    ProcessResources m_before;
+};
+
+std::unique_ptr<FakeServers> TDWStreamingInvocation::s_servers;
+
+Error unexpectedEnd(int status)
+{
+    return Error(kTidewellErrorDomain, status,
+        "Server tdw_child terminated unexpectedly with code " + std::to_string(status));
+}
+
+} // namespace
+
+TEST_F(TDWStreamingInvocation, CompletesWithTheErrorThatStandardErrorHolds)
+{
+    const std::string failure = textOf(TDWClientErrorResponse(kServersError));
+    const std::string answer = textOf(Dictionary { { "response", "fine" } });
+    const std::string warnings = "WARN: <one>\n[libusbmuxd] two\n";
+    const struct {
+        std::vector<std::string> arguments;
+        std::optional<Error> error;
+    } cases[] = {
+        { { "say", "", failure, "0" }, std::nullopt },
+        { { "say", "", failure, "7" }, kServersError },
+        { { "say", "", warnings + failure, "7" }, kServersError },
+        { { "say", "", warnings + failure + warnings, "7" }, kServersError },
+        { { "say", "", failure.substr(0, failure.size() / 2), "7" }, unexpectedEnd(7) },
+        { { "say", failure, "words\n", "7" }, unexpectedEnd(7) },
+        { { "say", "", answer, "7" }, std::nullopt },
+        { { "flood", failure }, kServersError },
+    };
+    for (const auto& row : cases) {
+        Run run(row.arguments);
+        ASSERT_TRUE(run.completions.reaches(1));
+        EXPECT_EQ(run.error, row.error) << testing::PrintToString(row.arguments).substr(0, 300);
+    }
+    Run unnamed({ "say", "", "ignored", "123" });
+    ASSERT_TRUE(unnamed.completions.reaches(1));
+    EXPECT_THAT(unnamed.error->failureReason(), HasSubstr("Server name is not valid: tdw_child"));
+}
+
+TEST_F(TDWStreamingInvocation, DeliversEveryLineBeforeTheCompletion)
+{
+    constexpr int kLines = 200'000;
+    Run run({ "count", std::to_string(kLines) });
+    ASSERT_TRUE(run.completions.reaches(1));
+    ASSERT_EQ(run.lines.size(), kLines + 1);
+    EXPECT_EQ(run.lines[kLines - 1], std::to_string(kLines - 1));
+    EXPECT_EQ(run.lines.back(), "last");
+}
+
+TEST_F(TDWStreamingInvocation, DeliversLinesWhileTheServerRunsAndPassesSignalsOn)
+{
+    Run run({ "hang" });
+    ASSERT_TRUE(run.delivered.reaches(1));
+    EXPECT_EQ(run.completions.value(), 0);
+    EXPECT_EQ(getpgid(run.handle->identifier()), run.handle->identifier());
+    run.handle->sendSignal(SIGTERM);
+    ASSERT_TRUE(run.completions.reaches(1));
+    EXPECT_EQ(run.error, unexpectedEnd(SIGTERM));
+    run.handle->sendSignal(SIGKILL); // whoever has the identifier now is not meant
+}
+
+TEST_F(TDWStreamingInvocation, GoesOnWithoutAnOwnerAndWithoutStandardOutput)
+{
+    Run run({ "close" });
+    const pid_t server = run.handle->identifier();
+    run.handle.reset();
+    EXPECT_EQ(kill(server, 0), 0);
+    EXPECT_EQ(kill(server, SIGINT), 0);
+    ASSERT_TRUE(run.completions.reaches(1));
+    EXPECT_EQ(run.error, unexpectedEnd(SIGINT));
+}
+
+TEST_F(TDWStreamingInvocation, EndsWithTheServerThoughADescendantKeepsThePipesOpen)
+{
+    for (const std::string group : { "same group", "own group" }) {
+        const std::string lock = s_servers->path("lock of " + group);
+        Run run({ "grandchild", lock, group });
+        ASSERT_TRUE(run.completions.reaches(1));
+        EXPECT_THAT(run.lines, ElementsAre("line", "rest"));
+        EXPECT_EQ(run.error, std::nullopt);
+        // Both are gone in the end: the one with the group, the other because its reader went.
+        const FileHandle file(open(lock.c_str(), O_RDWR | O_CLOEXEC));
+        EXPECT_EQ(flock(file.descriptor(), LOCK_EX), 0);
+    }
+}
+
+TEST_F(TDWStreamingInvocation, SaysWhatCannotBeStartedAndCallsNobody)
+{
+    const auto mustNotBeCalled = [](const auto&) {
+        ADD_FAILURE();
+    };
+    const auto invoke = [&](const std::string& name) {
+        return TDWInvokeStreamingServer(name, s_servers->bundle(), {}, Queue::serial("wait"),
+            Queue::serial("callback"), mustNotBeCalled, mustNotBeCalled);
+    };
+    const auto absent = invoke("tdw_absent");
+    ASSERT_TRUE(absent);
+    EXPECT_EQ(absent->failureReason(), "Server executable not found for \"tdw_absent\"");
+    s_servers->add("tdw_broken");
+    std::filesystem::resize_file(s_servers->path("tdw_broken"), 100);
+    const auto broken = invoke("tdw_broken");
+    ASSERT_TRUE(broken);
+    EXPECT_EQ(broken->domain(), kPosixErrorDomain);
+}
+
+TEST_F(TDWStreamingInvocation, NeedsNoHandlers)
+{
+    const Queue wait = Queue::serial("wait");
+    EXPECT_EQ(TDWInvokeStreamingServer("tdw_child", s_servers->bundle(), { "say", "x\n", "", "1" },
+                  wait, Queue::serial("callback"), nullptr, nullptr),
+        std::nullopt);
+}
+
+int main(int argc, char** argv)
+{
+    if (std::string_view(argv[0]).ends_with("tdw_child") && argc > 1)
+        runAsServer(argv[1], { argv + 2, argv + argc });
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
