@@ -35,13 +35,13 @@ Result<void> makeNonBlocking(const FileHandle& handle)
     return {};
 }
 
-std::span<const std::byte> ServerStream::read()
+std::span<const std::byte> ServerStream::read(Chunk& chunk)
 {
     if (!m_reader.isOpen())
         return {};
-    const ssize_t count = ::read(m_reader.descriptor(), m_chunk.data(), m_chunk.size());
+    const ssize_t count = ::read(m_reader.descriptor(), chunk.data(), chunk.size());
     if (count > 0)
-        return std::span(m_chunk).first(static_cast<std::size_t>(count));
+        return std::span(chunk).first(static_cast<std::size_t>(count));
     if (count == 0 || (errno != EAGAIN && errno != EINTR))
         m_reader.close();
     return {};

@@ -48,6 +48,7 @@ inline constexpr std::size_t kLeftoverLimit = std::size_t { 1 } << 20;
 class ServerStream {
 public:
     static constexpr std::size_t kChunkBytes = std::size_t { 64 } * 1024;
+    using Chunk = std::array<std::byte, kChunkBytes>;
 
     explicit ServerStream(FileHandle reader)
         : m_reader(std::move(reader))
@@ -57,12 +58,12 @@ public:
     /// What `poll` is to wait for; a closed descriptor (-1) is passed over by it.
     pollfd interest() const { return { m_reader.descriptor(), POLLIN, 0 }; }
 
-    /// Reads once; an empty result says that there is nothing now. Valid until the next call.
-    std::span<const std::byte> read();
+    /// Reads once; an empty result says that there is nothing now.
+    /// @param chunk takes the bytes; the caller's, because many streams may wait and one is read
+    std::span<const std::byte> read(Chunk& chunk);
 
 private:
     FileHandle m_reader;
-    std::array<std::byte, kChunkBytes> m_chunk {};
 };
 
 } // namespace tdw

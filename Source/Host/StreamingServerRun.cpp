@@ -126,7 +126,8 @@ private:
 
     bool readStandardError()
     {
-        const auto bytes = m_standardError.read();
+        ServerStream::Chunk chunk;
+        const auto bytes = m_standardError.read(chunk);
         m_tail.append(bytes);
         return !bytes.empty();
     }
