@@ -16,3 +16,14 @@ add_library(Asio INTERFACE)
 target_include_directories(Asio SYSTEM INTERFACE "${ASIO_INCLUDE_DIR}")
 target_compile_definitions(Asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
 target_link_libraries(Asio INTERFACE Threads::Threads)
+
+# The releases of the device libraries differ, and their version numbers do not tell.
+include(CheckSymbolExists)
+function(tidewell_check_library target symbol header result)
+  set(CMAKE_REQUIRED_LIBRARIES ${target})
+  check_symbol_exists(${symbol} "${header}" ${result})
+endfunction()
+tidewell_check_library(PkgConfig::LibImobiledevice idevice_events_subscribe
+  libimobiledevice/libimobiledevice.h TIDEWELL_HAS_EVENTS_SUBSCRIBE)
+tidewell_check_library(PkgConfig::LibUsbmuxd libusbmuxd_set_use_inotify
+  usbmuxd.h TIDEWELL_HAS_SET_USE_INOTIFY)

@@ -8,26 +8,22 @@
 
 namespace tdw {
 
-namespace {
-
-void writeLine(std::string line)
+void reportLine(std::string_view line)
 {
-    line += '\n';
+    const std::string text = std::string(line) + '\n';
     // There is nowhere left to report that standard error cannot be written.
-    (void)writeToDescriptor(STDERR_FILENO, std::as_bytes(std::span(line)));
+    (void)writeToDescriptor(STDERR_FILENO, std::as_bytes(std::span(text)));
 }
-
-} // namespace
 
 void reportError(std::string_view message, const char* file, int line)
 {
-    writeLine(
+    reportLine(
         "[ERROR] (" + std::string(file) + ":" + std::to_string(line) + ") " + std::string(message));
 }
 
 void reportWarning(std::string_view message)
 {
-    writeLine("WARN: " + std::string(message));
+    reportLine("WARN: " + std::string(message));
 }
 
 } // namespace tdw

@@ -11,6 +11,9 @@ namespace tdw {
 void reportError(
     std::string_view message, const char* file = __builtin_FILE(), int line = __builtin_LINE());
 
+/// Writes a line and a line end to standard error, in one piece.
+void reportLine(std::string_view line);
+
 /// Writes "WARN: message" and a line end to standard error, in one piece.
 void reportWarning(std::string_view message);
 

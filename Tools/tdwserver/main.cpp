@@ -4,6 +4,7 @@
 #include "Server/TDWConfigServer.h"
 #include "Server/TDWDeviceInfoServer.h"
 #include "Server/TDWDeviceListServer.h"
+#include "Server/TDWEventsServer.h"
 #include "Server/TDWPairingServer.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/TDWWallpaperServer.h"
@@ -29,6 +30,11 @@ int listDevices(int, char**)
     return TDWDeviceListServerMain();
 }
 
+int streamEvents(int, char**)
+{
+    TDWEventsServerMain();
+}
+
 /// Looked up once per process, and not set up before: the names are constants of other files.
 EntryPoint entryPointNamed(TDWServer name)
 {
@@ -41,6 +47,7 @@ EntryPoint entryPointNamed(TDWServer name)
         { kTidewellServerCompanionBattery, &TDWCompanionBatteryServerMain },
         { kTidewellServerWallpaper, &TDWWallpaperServerMain },
         { kTidewellServerPairing, &TDWPairingServerMain },
+        { kTidewellServerEvents, &streamEvents },
     };
     const auto* found = std::find_if(std::begin(entryPoints), std::end(entryPoints),
         [name](const EntryPoint& entry) { return entry.name == name; });

@@ -1,0 +1,200 @@
+#include "Server/TDWEventsServer.h"
+
+#include "Interfaces/TDWResponse.h"
+#include "Platform/FileHandle.h"
+#include "Platform/Kept.h"
+#include "Platform/Source.h"
+#include "Server/DeviceEvents.h"
+#include "Server/OutputReader.h"
+#include "Server/TDWServerImplementation.h"
+#include "Support/Diagnostics.h"
+#include "Support/TDWErrorHelpers.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+
+using namespace std::chrono_literals;
+using tdw::Queue;
+using tdw::SignalSource;
+
+namespace {
+
+constexpr double kNoTimeout = -1.0;
+constexpr int kHighestPriority = -20;
+
+/// How long what is under way may take when the server is to end.
+constexpr auto kEndingDelay = 250ms;
+
+/// The process-wide state.
+struct EventsServer {
+    tdw::DeviceEvents subscription;
+    std::atomic<bool> isTerminating = false;
+    std::optional<SignalSource> intHandler;
+    std::optional<SignalSource> termHandler;
+    std::optional<SignalSource> abrtHandler;
+    std::optional<tdw::OutputReader> outputReader;
+
+    /// Subscribes, and then waits for the reader's end.
+    const Queue eventsQueue = Queue::serial("TDWEvents");
+};
+
+/// Made on first use: no other server is to pay for it.
+EventsServer& eventsServer()
+{
+    static const auto& server = tdw::kept(std::make_unique<EventsServer>());
+    return *server;
+}
+
+/// Every line is out once it is written, so there is nothing to flush; and the library's thread may
+/// be anywhere, so nothing may be torn down under it.
+[[noreturn]] void endProcess(int status)
+{
+    _exit(status);
+}
+
+[[noreturn]] void fail(const tdw::Error& error)
+{
+    // Standard error first: a host that finds the envelope there may not read the other any more.
+    (void)TDWSerializeErrorResponseToStandardError(error);
+    const int status = TDWSerializeErrorResponse(error);
+    // The system keeps eight bits of it, and a code such as -256 must not become a success, to
+    // which a host would not look for an error.
+    constexpr int kKeptBits = 0xff;
+    endProcess((status & kKeptBits) != 0 ? status : EXIT_FAILURE);
+}
+
+void raisePriority()
+{
+    // Without privileges this fails, and the server is as good as any other process.
+    const int code = setpriority(PRIO_PROCESS, static_cast<id_t>(getpid()), kHighestPriority);
+    if (code != 0)
+        tdw::reportWarning("setpriority failed with code " + std::to_string(code));
+}
+
+void subscribe()
+{
+    const idevice_error_t code = eventsServer().subscription.subscribe(&_TDWEventsServerCallback);
+    if (code != IDEVICE_E_SUCCESS)
+        fail(TDWErrorCreate("idevice_events_subscribe", code));
+}
+
+/// A host that dies takes its end of the pipe along, and a server without one would live on until
+/// the next event, which may never come.
+void watchTheReader()
+{
+    auto watch = tdw::OutputReader::watch(
+        STDOUT_FILENO, eventsServer().eventsQueue, [] { endProcess(EXIT_SUCCESS); });
+    if (watch)
+        eventsServer().outputReader = *std::move(watch);
+    else
+        tdw::reportWarning(watch.error().failureReason());
+}
+
+void terminate(const char* signalName)
+{
+    tdw::reportLine("Received " + std::string(signalName) + ", terminating");
+    EventsServer& server = eventsServer();
+    // From here on the library may report devices as gone that are still there.
+    server.isTerminating = true;
+    // Before the unsubscribing, which waits for the library's thread.
+    Queue::main().after(kEndingDelay, tdw::WorkItem([] { endProcess(EXIT_SUCCESS); }));
+    server.subscription.unsubscribe();
+}
+
+/// The slot of a signal, or null.
+std::optional<SignalSource>* slotOf(std::int32_t signalNumber)
+{
+    switch (signalNumber) {
+    case SIGINT:
+        return &eventsServer().intHandler;
+    case SIGTERM:
+        return &eventsServer().termHandler;
+    case SIGABRT:
+        return &eventsServer().abrtHandler;
+    default:
+        return nullptr;
+    }
+}
+
+/// Keeps the library from ending its thread in the middle of a line, and from unwinding code of
+/// ours when it does.
+class CancellationHold {
+public:
+    CancellationHold() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous); }
+    CancellationHold(const CancellationHold&) = delete;
+    CancellationHold& operator=(const CancellationHold&) = delete;
+    ~CancellationHold() { (void)pthread_setcancelstate(m_previous, nullptr); }
+
+private:
+    int m_previous = 0;
+};
+
+} // namespace
+
+int TDWEventsServerMain()
+{
+    raisePriority();
+    TDWServerSetTimeoutInterval(kNoTimeout);
+    TDWServerInitialize();
+    registerTerminationSignalHandler(SIGINT, "SIGINT");
+    registerTerminationSignalHandler(SIGTERM, "SIGTERM");
+    registerTerminationSignalHandler(SIGABRT, "SIGABRT");
+    watchTheReader();
+    eventsServer().eventsQueue.async(&subscribe);
+    tdw::dispatchMain();
+}
+
+void _TDWEventsServerCallback(const idevice_event_t* event, void* /*userData*/)
+{
+    const CancellationHold hold;
+    if (eventsServer().isTerminating)
+        return;
+    // A line end in it would make the rest a line of its own.
+    if (!event->udid || std::strchr(event->udid, '\n'))
+        return tdw::reportWarning("No usable UDID for device");
+    const std::string line = std::to_string(event->event) + ',' + std::to_string(event->conn_type)
+        + ',' + event->udid + '\n';
+    const auto written = tdw::writeToDescriptor(STDOUT_FILENO, std::as_bytes(std::span(line)));
+    if (written)
+        return;
+    if (written.error().code() == EPIPE)
+        endProcess(EXIT_SUCCESS);
+    tdw::reportError("Cannot deliver an event: " + written.error().failureReason());
+    endProcess(EXIT_FAILURE);
+}
+
+const Queue& getSignalQueue()
+{
+    static const Queue& queue = tdw::kept(Queue::serial("Signal"));
+    return queue;
+}
+
+void registerTerminationSignalHandler(std::int32_t signalNumber, const char* signalName)
+{
+    std::optional<SignalSource>* slot = slotOf(signalNumber);
+    if (!slot) {
+        tdw::reportLine("FATAL: Missing signal handler dispatch source global for signal "
+            + std::to_string(signalNumber));
+        std::exit(EXIT_FAILURE);
+    }
+    // The source takes the signal's disposition over. Ignoring the signal before that, or letting
+    // an older source of it go, would lose one that comes in between.
+    auto source = SignalSource::create(signalNumber, getSignalQueue(), { .event = [signalName] {
+        terminate(signalName);
+    } });
+    if (!source)
+        fail(source.error());
+    source->resume();
+    *slot = *std::move(source);
+}
