@@ -67,11 +67,7 @@ EventsServer& eventsServer()
 {
     // Standard error first: a host that finds the envelope there may not read the other any more.
     (void)TDWSerializeErrorResponseToStandardError(error);
-    const int status = TDWSerializeErrorResponse(error);
-    // The system keeps eight bits of it, and a code such as -256 must not become a success, to
-    // which a host would not look for an error.
-    constexpr int kKeptBits = 0xff;
-    endProcess((status & kKeptBits) != 0 ? status : EXIT_FAILURE);
+    endProcess(TDWSerializeErrorResponse(error));
 }
 
 void raisePriority()

@@ -30,7 +30,7 @@ enum class FaultKind {
     Detach, ///< the device is unplugged while the request is under way
     WrongCertificate, ///< the device presents a certificate of another pairing (TLS only)
     Absent, ///< the multiplexer is not there at all
-    NoSerialNumber, ///< the first device record of the answer lacks its SerialNumber
+    NoSerialNumber, ///< the first device record of a list or event lacks its SerialNumber
     ResultOnly, ///< ListDevices is answered with a Result and no list
 };
 

@@ -145,7 +145,7 @@ void MuxConnection::notify(const SimulationEvent& event)
     static constexpr std::string_view kNames[] = { "Attached", "Detached", "Paired" };
     const auto fault = m_server.m_simulation.occurred(Occurrence {
         kMuxPlace, event.attachment.device->udid(), kNames[static_cast<int>(event.kind)] });
-    const Delivery delivery = deliver(fault, m_protocol.notification(event), kMuxShape);
+    const Delivery delivery = deliver(fault, m_protocol.notification(event, fault), kMuxShape);
     deliverAnswer(MuxReply {}, delivery);
 }
 

@@ -16,6 +16,19 @@ std::uint16_t hostPort(std::uint64_t number)
     return static_cast<std::uint16_t>(port << 8 | port >> 8);
 }
 
+/// The record of an attachment, as far as a fault leaves it whole.
+Dictionary attachedRecord(
+    const Attachment& attachment, AddressLayout layout, const std::optional<Fault>& fault)
+{
+    Dictionary message = attachedMessage(attachment, layout);
+    if (fault && fault->kind == FaultKind::NoSerialNumber) {
+        Dictionary properties = *message.find("Properties")->asDictionary();
+        properties.remove("SerialNumber");
+        message.set("Properties", std::move(properties));
+    }
+    return message;
+}
+
 } // namespace
 
 MuxProtocol::Request MuxProtocol::read(const MuxFrame& frame)
@@ -48,7 +61,7 @@ MuxReply MuxProtocol::reply(
 
     const Dictionary& message = request.message;
     if (request.name == "Listen")
-        return listen(message, tag);
+        return listen(fault, tag);
     if (request.name == "Connect")
         return connect(message, tag);
     if (request.name == "ListDevices") {
@@ -69,11 +82,12 @@ MuxReply MuxProtocol::reply(
     return MuxReply { .bytes = result(MuxResult::BadCommand, tag) };
 }
 
-Data MuxProtocol::notification(const SimulationEvent& event) const
+Data MuxProtocol::notification(
+    const SimulationEvent& event, const std::optional<Fault>& fault) const
 {
     switch (event.kind) {
     case SimulationEvent::Kind::Attached:
-        return encoded(attachedMessage(event.attachment, m_simulation.addressLayout()), 0);
+        return encoded(attachedRecord(event.attachment, m_simulation.addressLayout(), fault), 0);
     case SimulationEvent::Kind::Detached:
         return encoded(deviceMessage("Detached", event.attachment.identifier), 0);
     case SimulationEvent::Kind::Paired:
@@ -100,13 +114,15 @@ Data MuxProtocol::result(MuxResult result, std::uint32_t tag) const
     return encodeMuxFrame(MuxFrame { 0, kMuxResultMessage, tag, std::move(number) });
 }
 
-MuxReply MuxProtocol::listen(const Dictionary&, std::uint32_t tag)
+MuxReply MuxProtocol::listen(const std::optional<Fault>& fault, std::uint32_t tag)
 {
     m_isListening = true;
     MuxReply reply { result(MuxResult::Ok, tag), MuxReply::Next::Listen, {}, 0 };
     for (const Attachment& attachment : m_simulation.attachments()) {
+        const bool isFirst = &attachment == &m_simulation.attachments().front();
         const Data message
-            = notification(SimulationEvent { SimulationEvent::Kind::Attached, attachment });
+            = notification(SimulationEvent { SimulationEvent::Kind::Attached, attachment },
+                isFirst ? fault : std::nullopt);
         reply.bytes.insert(reply.bytes.end(), message.begin(), message.end());
     }
     return reply;
@@ -133,13 +149,8 @@ Dictionary MuxProtocol::deviceList(const std::optional<Fault>& fault) const
 {
     Array list;
     for (const Attachment& attachment : m_simulation.attachments()) {
-        Dictionary message = attachedMessage(attachment, m_simulation.addressLayout());
-        if (list.empty() && fault && fault->kind == FaultKind::NoSerialNumber) {
-            Dictionary properties = *message.find("Properties")->asDictionary();
-            properties.remove("SerialNumber");
-            message.set("Properties", std::move(properties));
-        }
-        list.emplace_back(std::move(message));
+        list.emplace_back(attachedRecord(
+            attachment, m_simulation.addressLayout(), list.empty() ? fault : std::nullopt));
     }
     return Dictionary { { "DeviceList", std::move(list) } };
 }

@@ -55,12 +55,13 @@ public:
         const MuxFrame& frame, const Request& request, const std::optional<Fault>& fault);
 
     /// The message that tells a listening client of an event.
-    Data notification(const SimulationEvent& event) const;
+    /// @param fault what goes wrong with its content
+    Data notification(const SimulationEvent& event, const std::optional<Fault>& fault) const;
 
 private:
     Data encoded(const Dictionary& message, std::uint32_t tag) const;
     Data result(MuxResult result, std::uint32_t tag) const;
-    MuxReply listen(const Dictionary& request, std::uint32_t tag);
+    MuxReply listen(const std::optional<Fault>& fault, std::uint32_t tag);
     MuxReply connect(const Dictionary& request, std::uint32_t tag);
     Dictionary deviceList(const std::optional<Fault>& fault) const;
     Dictionary listenerList() const;

@@ -1,0 +1,319 @@
+#include "CapturedStream.h"
+#include "EndToEnd/SimulatedDevices.h"
+#include "Host/StreamingServerRun.h"
+#include "Platform/Counter.h"
+#include "Server/TDWEventsServer.h"
+#include "Support/LineSplitter.h"
+#include "Support/TDWErrorHelpers.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <string>
+#include <thread>
+
+using namespace tdw;
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::HasSubstr;
+using testing::Lt;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+const std::string kServers = TIDEWELL_BUILD_DIR "/libexec/tidewell";
+constexpr auto kBound = 20s;
+constexpr const char* kEndOfStream = "(end)";
+
+constexpr const char* kPhone = "00008130-00FACADE0001001C";
+constexpr const char* kTablet = "f1d0000000000000000000000000000000000001";
+
+/// A phone on the cable, and a tablet that is nowhere yet and has never been paired.
+std::string scenario(const std::string& faults = "")
+{
+    return R"({ "devices": [ { "udid": ")" + std::string(kPhone) + R"(" },
+        { "udid": ")"
+        + kTablet + R"(", "connections": [], "state": "unpaired" } ],
+        "faults": [)"
+        + faults + "] }";
+}
+
+std::string request(const std::string& command, const char* device, const char* connection)
+{
+    return R"({"command":")" + command + R"(","device":")" + device + R"(","connection":")"
+        + connection + R"("})";
+}
+
+std::string fault(const std::string& members)
+{
+    return R"({"command":"inject-fault","at":"mux",)" + members + "}";
+}
+
+/// Waits for something that cannot be waited for, within a bound.
+void waitUntil(const auto& condition)
+{
+    const auto bound = std::chrono::steady_clock::now() + kBound;
+    while (!condition() && std::chrono::steady_clock::now() < bound)
+        std::this_thread::yield();
+    ASSERT_TRUE(condition());
+}
+
+/// A running events server.
+class EventStream {
+public:
+    explicit EventStream(Pipe pipe = *Pipe::create())
+        : m_reader(std::move(pipe.reader))
+    {
+        LaunchOptions options;
+        options.executable = kServers + "/tdw_events";
+        options.standardOutput = pipe.writer.descriptor();
+        options.standardError = m_standardError.descriptor();
+        auto process = Process::launch(options);
+        EXPECT_TRUE(process);
+        m_process = *std::move(process);
+    }
+
+    /// The next line as it arrives, or the end.
+    std::string next()
+    {
+        while (true) {
+            if (const auto line = m_splitter.next())
+                return std::string(*line);
+            std::array<std::byte, 4096> bytes {};
+            pollfd entry { m_reader.descriptor(), POLLIN, 0 };
+            if (poll(&entry, 1, std::chrono::milliseconds(kBound).count()) != 1)
+                return "(nothing)";
+            const ssize_t count = read(m_reader.descriptor(), bytes.data(), bytes.size());
+            if (count <= 0)
+                return kEndOfStream;
+            m_splitter.append(std::span(bytes).first(static_cast<std::size_t>(count)));
+        }
+    }
+
+    Termination end()
+    {
+        const auto termination = m_process->waitUntilExit(kBound);
+        EXPECT_TRUE(termination) << "the server lives on";
+        return termination.value_or(Termination { -1, false });
+    }
+
+    /// Whether the server is past the moment from which a signal ends it in order.
+    bool catches(int signalNumber) const
+    {
+        std::ifstream status("/proc/" + std::to_string(m_process->identifier()) + "/status");
+        for (std::string word; status >> word;) {
+            if (word == "SigCgt:" && status >> word)
+                return (std::stoull(word, nullptr, 16) >> (signalNumber - 1) & 1U) != 0;
+        }
+        return false;
+    }
+
+    std::string standardError()
+    {
+        lseek(m_standardError.descriptor(), 0, SEEK_SET);
+        const auto bytes = m_standardError.readToEnd();
+        return { reinterpret_cast<const char*>(bytes->data()), bytes->size() };
+    }
+
+    FileHandle& reader() { return m_reader; }
+    Process& process() { return *m_process; }
+
+private:
+    FileHandle m_reader;
+    FileHandle m_standardError { memfd_create("standard error", MFD_CLOEXEC) };
+    std::optional<Process> m_process;
+    LineSplitter m_splitter;
+};
+
+std::string line(int type, int connection, const char* udid)
+{
+    return std::to_string(type) + "," + std::to_string(connection) + "," + udid;
+}
+
+} // namespace
+
+TEST(EventsServer, ReportsDevicesAsTheyComeAndGoAndArePaired)
+{
+    const SimulatedDevices devices(scenario());
+    EventStream events;
+    EXPECT_EQ(events.next(), line(1, 1, kPhone));
+    devices.control(request("detach", kPhone, "usb"));
+    EXPECT_EQ(events.next(), line(2, 1, kPhone));
+    devices.control(request("attach", kPhone, "network"));
+    EXPECT_EQ(events.next(), line(1, 2, kPhone));
+    devices.control(request("attach", kTablet, "usb"));
+    EXPECT_EQ(events.next(), line(1, 1, kTablet));
+    EXPECT_EQ(SimulatedDevices::run("tdw_pairing", { "pair", kTablet }).status, 0);
+    EXPECT_EQ(events.next(), line(3, 1, kTablet));
+    devices.control(request("detach", kPhone, "network"));
+    EXPECT_EQ(events.next(), line(2, 2, kPhone));
+}
+
+TEST(EventsServer, EndsInOrderOnASignal)
+{
+    const SimulatedDevices devices(scenario());
+    const struct {
+        int number;
+        std::string message;
+    } signals[] = { { SIGINT, "Received SIGINT, terminating\n" },
+        { SIGTERM, "Received SIGTERM, terminating\n" },
+        { SIGABRT, "Received SIGABRT, terminating\n" } };
+    for (const auto& signal : signals) {
+        EventStream events;
+        EXPECT_EQ(events.next(), line(1, 1, kPhone));
+        const auto start = std::chrono::steady_clock::now();
+        events.process().sendSignal(signal.number);
+        waitUntil([&] { return events.standardError().ends_with(signal.message); });
+        events.process().sendSignal(signal.number);
+        EXPECT_EQ(events.end(), (Termination { 0, false }));
+        EXPECT_THAT(std::chrono::steady_clock::now() - start, AllOf(Ge(250ms), Lt(5s)));
+        EXPECT_THAT(events.standardError(), HasSubstr(signal.message + signal.message));
+        EXPECT_EQ(events.next(), kEndOfStream) << "the device is still there";
+    }
+}
+
+TEST(EventsServer, EndsInOrderFromTheFirstMomentOn)
+{
+    const SimulatedDevices devices(scenario());
+    for (int i = 0; i < 4; ++i) {
+        EventStream events;
+        waitUntil([&] { return events.catches(SIGTERM); });
+        events.process().sendSignal(SIGTERM);
+        EXPECT_EQ(events.end(), (Termination { 0, false }));
+        EXPECT_THAT(events.standardError(), HasSubstr("Received SIGTERM, terminating\n"));
+    }
+}
+
+TEST(EventsServer, SurvivesAMultiplexerThatComesLateAndGoes)
+{
+    const SimulatedDevices devices(scenario(R"({"at":"mux","fault":"absent"})"));
+    EventStream events;
+    waitUntil([&] { return events.catches(SIGABRT); });
+    devices.control(R"({"command":"clear-fault"})");
+    EXPECT_EQ(events.next(), line(1, 1, kPhone));
+    devices.control(fault(R"("fault":"absent")"));
+    EXPECT_EQ(events.next(), line(2, 1, kPhone));
+    devices.control(R"({"command":"clear-fault"})");
+    EXPECT_EQ(events.next(), line(1, 1, kPhone));
+}
+
+TEST(EventsServer, EndsWithItsReader)
+{
+    const SimulatedDevices devices(scenario());
+    std::array<int, 2> sockets {};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
+    std::array outputs { *Pipe::create(), Pipe { FileHandle(sockets[0]), FileHandle(sockets[1]) } };
+    for (Pipe& output : outputs) {
+        EventStream events(std::move(output));
+        EXPECT_EQ(events.next(), line(1, 1, kPhone));
+        events.reader().close();
+        EXPECT_EQ(events.end(), (Termination { 0, false }));
+    }
+    Pipe unread = *Pipe::create();
+    unread.reader.close();
+    EXPECT_EQ(EventStream(std::move(unread)).end(), (Termination { 0, false })) << "from the start";
+}
+
+TEST(EventsServer, EndsThoughNobodyTakesItsLines)
+{
+    std::string list;
+    for (int i = 100; i < 250; ++i)
+        list += std::string(list.empty() ? "" : ",") + R"({"udid":"f1d0000000000000000000000000000)"
+            + R"(000000)" + std::to_string(i) + R"("})";
+    const SimulatedDevices devices(R"({"devices":[)" + list + "]}");
+    Pipe pipe = *Pipe::create();
+    const int capacity = fcntl(pipe.writer.descriptor(), F_SETPIPE_SZ, 4096);
+    EventStream events(std::move(pipe));
+    waitUntil([&] {
+        int bytes = 0;
+        ioctl(events.reader().descriptor(), FIONREAD, &bytes);
+        return bytes > capacity - 100;
+    });
+    events.process().sendSignal(SIGTERM);
+    EXPECT_EQ(events.end(), (Termination { 0, false }));
+    std::string last;
+    for (std::string next = events.next(); next != kEndOfStream; next = events.next()) {
+        EXPECT_EQ(next.size(), line(1, 1, kTablet).size()) << "no part of a line";
+        last = next;
+    }
+    EXPECT_NE(last, "");
+}
+
+TEST(EventsServer, GoesOnAfterAMalformedRecord)
+{
+    const SimulatedDevices devices(scenario());
+    EventStream events;
+    EXPECT_EQ(events.next(), line(1, 1, kPhone));
+    devices.control(fault(R"("fault":"no-serial-number","request":"Attached","count":1)"));
+    devices.control(request("attach", kTablet, "usb"));
+    // The library gives the connection up, and all devices with it, and starts anew.
+    EXPECT_EQ(events.next(), line(2, 1, kPhone));
+    EXPECT_THAT((std::array { events.next(), events.next() }),
+        UnorderedElementsAre(line(1, 1, kPhone), line(1, 1, kTablet)));
+}
+
+TEST(EventsServer, TellsItsHostWhyItCannotSubscribe)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs more address space than the test leaves";
+#endif
+    const SimulatedDevices devices(scenario());
+    // Room for the stacks of two threads: the server has two queues, the third is the library's.
+    constexpr rlim_t kStack = rlim_t { 1 } << 30;
+    rlimit oldStack {};
+    rlimit oldSpace {};
+    getrlimit(RLIMIT_STACK, &oldStack);
+    getrlimit(RLIMIT_AS, &oldSpace);
+    const rlimit stack { kStack, oldStack.rlim_max };
+    const rlimit space { kStack * 5 / 2, oldSpace.rlim_max };
+    ASSERT_EQ(setrlimit(RLIMIT_STACK, &stack), 0);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &space), 0);
+
+    std::vector<std::string> lines;
+    std::optional<Error> error;
+    Counter completions;
+    const auto run
+        = startStreamingServer({ "tdw_events", Bundle(kServers), {}, Queue::serial("wait"),
+            Queue::serial("callback"), [&](const std::string& text) { lines.push_back(text); },
+            [&](const std::optional<Error>& result) {
+                error = result;
+                completions.add();
+            } });
+    setrlimit(RLIMIT_STACK, &oldStack);
+    setrlimit(RLIMIT_AS, &oldSpace);
+    ASSERT_TRUE(run);
+    ASSERT_TRUE(completions.reaches(1));
+    EXPECT_EQ(error, TDWErrorCreate("idevice_events_subscribe", IDEVICE_E_UNKNOWN_ERROR));
+    EXPECT_THAT(lines, Contains("</plist>")) << "standard output has the envelope, too";
+}
+
+TEST(EventsServer, WritesOneLineAnEventAndNothingElse)
+{
+    CapturedStream output(STDOUT_FILENO);
+    const CapturedStream warnings(STDERR_FILENO);
+    const struct {
+        int type;
+        int connection;
+        const char* udid;
+    } events[] = { { 1, 0, kPhone }, { 2, 2, "odd,one" }, { 1, 1, "x\n2,1,y" }, { 1, 1, nullptr } };
+    for (const auto& row : events) {
+        const idevice_event_t event { static_cast<idevice_event_type>(row.type), row.udid,
+            static_cast<idevice_connection_type>(row.connection) };
+        _TDWEventsServerCallback(&event, nullptr);
+    }
+    EXPECT_EQ(output.text(), line(1, 0, kPhone) + "\n2,2,odd,one\n");
+}
