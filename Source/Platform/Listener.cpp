@@ -10,6 +10,7 @@
 #include <asio/steady_timer.hpp>
 
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -166,11 +167,15 @@ Listener::Listener(std::shared_ptr<Core> core, std::filesystem::path path)
     : m_core(std::move(core))
     , m_path(std::move(path))
 {
+    struct stat status { };
+    if (!m_path.empty() && ::lstat(m_path.c_str(), &status) == 0)
+        m_inode = status.st_ino;
 }
 
 Listener::Listener(Listener&& other) noexcept
     : m_core(std::exchange(other.m_core, nullptr))
     , m_path(std::exchange(other.m_path, {}))
+    , m_inode(other.m_inode)
 {
 }
 
@@ -178,6 +183,7 @@ Listener& Listener::operator=(Listener&& other) noexcept
 {
     std::swap(m_core, other.m_core);
     std::swap(m_path, other.m_path);
+    std::swap(m_inode, other.m_inode);
     return *this;
 }
 
@@ -185,16 +191,28 @@ Listener::~Listener()
 {
     if (!m_core)
         return;
-    if (!m_path.empty())
-        (void)::unlink(m_path.c_str());
+    removeName();
     m_core->queue().async([core = m_core] { core->close(); });
 }
 
 void Listener::stop()
 {
-    if (!m_path.empty())
-        (void)::unlink(std::exchange(m_path, {}).c_str());
+    removeName();
     m_core->stop();
+}
+
+bool Listener::canBeFound() const
+{
+    struct stat status { };
+    return !m_path.empty() && ::lstat(m_path.c_str(), &status) == 0 && status.st_ino == m_inode;
+}
+
+void Listener::removeName()
+{
+    // Another listener may have the name by now.
+    if (canBeFound())
+        (void)::unlink(m_path.c_str());
+    m_path.clear();
 }
 
 } // namespace tdw

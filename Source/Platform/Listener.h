@@ -4,6 +4,8 @@
 #include "Platform/FileHandle.h"
 #include "Platform/Queue.h"
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -37,15 +39,20 @@ public:
     /// Where others find it; of an adopted socket, nowhere.
     Endpoint endpoint() const { return Endpoint(m_path.string()); }
 
+    /// Whether the name still leads here: not where it, or its directory, was removed or replaced.
+    bool canBeFound() const;
+
     /// Accepts what waits already, and listens no more. To be called on the queue.
     void stop();
 
 private:
     class Core;
     Listener(std::shared_ptr<Core> core, std::filesystem::path path);
+    void removeName();
 
     std::shared_ptr<Core> m_core;
     std::filesystem::path m_path;
+    ino_t m_inode = 0;
 };
 
 } // namespace tdw

@@ -1,0 +1,62 @@
+#include "ResourceWatch.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+
+namespace tdw::service {
+
+namespace {
+
+std::size_t openDescriptors()
+{
+    std::error_code error;
+    std::size_t count = 0;
+    for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end;
+         !error && entry != end; entry.increment(error))
+        ++count;
+    return count;
+}
+
+std::size_t residentBytes()
+{
+    struct Close {
+        void operator()(std::FILE* file) const { (void)std::fclose(file); }
+    };
+    const std::unique_ptr<std::FILE, Close> file(std::fopen("/proc/self/statm", "re"));
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    // NOLINTNEXTLINE(cert-err34-c): what cannot be read counts as nothing
+    if (!file || std::fscanf(file.get(), "%zu %zu", &total, &resident) != 2)
+        return 0;
+    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+} // namespace
+
+ResourceWatch::ResourceWatch()
+{
+    rlimit limit {};
+    (void)::getrlimit(RLIMIT_NOFILE, &limit);
+    // Three quarters, so that there is room left to be told of it.
+    m_maximumDescriptors = static_cast<std::size_t>(limit.rlim_cur / 4 * 3);
+}
+
+std::optional<std::int64_t> ResourceWatch::uptimeAtLimit()
+{
+    const auto now = Clock::now();
+    if (m_hasReported || now - m_lastLook < kInterval)
+        return std::nullopt;
+    m_lastLook = now;
+    m_hasReported
+        = openDescriptors() > m_maximumDescriptors || residentBytes() > kMaximumResidentBytes;
+    if (!m_hasReported)
+        return std::nullopt;
+    return std::chrono::duration_cast<std::chrono::seconds>(now - m_start).count();
+}
+
+} // namespace tdw::service

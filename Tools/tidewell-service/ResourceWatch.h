@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+namespace tdw::service {
+
+/// Notices, once, that the service holds more than it ever should. Measured when there is work, and
+/// seldom, so that a service at rest does nothing.
+class ResourceWatch {
+public:
+    static constexpr std::chrono::seconds kInterval { 1 };
+    static constexpr std::size_t kMaximumResidentBytes = std::size_t { 256 } << 20;
+
+    ResourceWatch();
+
+    /// The uptime in seconds, at the first call that finds a limit reached.
+    std::optional<std::int64_t> uptimeAtLimit();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    const Clock::time_point m_start = Clock::now();
+    Clock::time_point m_lastLook = m_start - kInterval;
+    std::size_t m_maximumDescriptors = 0;
+    bool m_hasReported = false;
+};
+
+} // namespace tdw::service

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "EventRelay.h"
+#include "Platform/Bundle.h"
+#include "Platform/Listener.h"
+#include "Platform/Log.h"
+#include "Platform/Queue.h"
+#include "Platform/Result.h"
+#include "Platform/Source.h"
+#include "Requests.h"
+#include "ResourceWatch.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace tdw::service {
+
+class Session;
+
+/// The service: its listeners, the clients that are connected, and what is done for them.
+///
+/// Belongs to the main queue: it is made there, and every function is called there.
+class Service : public std::enable_shared_from_this<Service> {
+public:
+    struct Options {
+        /// Where the servers' executables are.
+        Bundle bundle;
+
+        /// Where a private listener may be put.
+        std::filesystem::path directory;
+
+        /// How long the service stays without a client; none: for ever.
+        std::optional<std::chrono::milliseconds> idleBound;
+
+        /// Ends the process. Called once, when nothing is left to be done.
+        std::function<void()> exit;
+    };
+
+    /// Errors: those of a runner.
+    static Result<std::shared_ptr<Service>> create(Options options);
+
+    /// Listens at a path, and goes away when the path does: nobody could find it any more.
+    /// @param lock says that no other service may listen there; closed when this one does not
+    Result<void> listen(const std::filesystem::path& path, FileHandle lock);
+
+    /// Listens on a socket that was set up by whoever started the service.
+    Result<void> adopt(FileHandle socket);
+
+    /// Ends the servers, the listeners and then the process.
+    void terminate();
+
+private:
+    friend class Session;
+    explicit Service(Options options);
+
+    void accepted(FileHandle socket);
+    void sessionEnded(std::uint64_t identifier);
+    Result<Endpoint> endpoint();
+    Result<void> watchPath(const std::filesystem::path& path);
+    void listDevices(std::function<void(std::optional<std::set<DevicePath>>)> reply);
+
+    bool isIdle() const;
+    void somethingChanged();
+    void leave();
+
+    const Options m_options;
+    const Queue m_queue = Queue::main();
+    const Log m_log;
+    std::optional<Requests> m_requests;
+    std::shared_ptr<EventRelay> m_events;
+    ResourceWatch m_resources;
+
+    FileHandle m_lock;
+    std::vector<Listener> m_listeners;
+    std::optional<Endpoint> m_endpoint;
+    FileHandle m_directoryWatch;
+    std::optional<ReadSource> m_directorySource;
+    bool m_canBeFound = true;
+
+    std::map<std::uint64_t, std::shared_ptr<Session>> m_sessions;
+    std::uint64_t m_lastSession = 0;
+    WorkItem m_idleTimer;
+    bool m_isTerminating = false;
+};
+
+} // namespace tdw::service
