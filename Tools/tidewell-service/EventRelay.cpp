@@ -32,24 +32,32 @@ void EventRelay::subscribe(std::uint64_t identifier, LineHandler lines, ReplyHan
 void EventRelay::unsubscribe(std::uint64_t identifier)
 {
     if (m_subscribers.erase(identifier) > 0 && m_subscribers.empty())
-        stop();
+        endWork();
 }
 
-void EventRelay::stop()
+void EventRelay::endWork()
 {
-    m_subscribers.clear();
-    endServer();
+    endServer(SIGTERM);
     m_presence.clear();
     m_pause = kShortestPause;
 }
 
-void EventRelay::endServer()
+void EventRelay::stop(std::function<void()> done)
+{
+    m_subscribers.clear();
+    endServer(SIGKILL);
+    if (m_living == 0)
+        return done();
+    m_whenNoneLives = std::move(done);
+}
+
+void EventRelay::endServer(int signalNumber)
 {
     m_timer.cancel();
     ++m_generation;
     m_state = State::Stopped;
     if (const auto run = std::exchange(m_run, nullptr))
-        run->sendSignal(SIGTERM);
+        run->sendSignal(signalNumber);
 }
 
 void EventRelay::start()
@@ -72,11 +80,15 @@ void EventRelay::start()
                 ifCurrent([&](EventRelay& self) { self.received(line); });
             },
         .completionHandler =
-            [ifCurrent](const std::optional<Error>& error) {
-                ifCurrent([&](EventRelay& self) { self.ended(error); });
+            [self = shared_from_this(), ifCurrent](const std::optional<Error>& error) {
+                --self->m_living;
+                ifCurrent([&](EventRelay& relay) { relay.ended(error); });
+                if (self->m_living == 0 && self->m_whenNoneLives)
+                    self->m_whenNoneLives();
             } });
     if (!run)
         return ended(run.error());
+    ++m_living;
     m_run = *std::move(run);
     after(kQuietStart, &EventRelay::started);
 }
@@ -106,12 +118,12 @@ void EventRelay::ended(const std::optional<Error>& error)
         = error.value_or(TDWErrorCreateWithMessage("The events server ended without a reason.", 0));
     m_log.error("The events server ended: " + reason.debugDescription());
     const bool wasStarting = m_state == State::Starting;
-    endServer();
+    endServer(SIGTERM);
     m_presence.serverEnded();
     if (wasStarting)
         failWaiting(reason);
     if (m_subscribers.empty())
-        return stop();
+        return endWork();
     pause();
 }
 

@@ -54,8 +54,9 @@ public:
     void subscribe(std::uint64_t identifier, LineHandler lines, ReplyHandler reply);
     void unsubscribe(std::uint64_t identifier);
 
-    /// Ends the events server for good.
-    void stop();
+    /// Forgets all subscribers and kills the events server.
+    /// @param done called when it is gone, so that nobody else has to clean up after it
+    void stop(std::function<void()> done);
 
 private:
     enum class State { Stopped, Starting, Streaming, Pausing };
@@ -72,7 +73,8 @@ private:
     void received(const std::string& line);
     void ended(const std::optional<Error>& error);
     void pause();
-    void endServer();
+    void endServer(int signalNumber);
+    void endWork();
     void failWaiting(const Error& error);
     void welcome(Subscriber& subscriber);
     void confirmDevices();
@@ -89,6 +91,9 @@ private:
     std::map<std::uint64_t, Subscriber> m_subscribers;
     DevicePresence m_presence;
     std::shared_ptr<StreamingServerRun> m_run;
+    /// Events servers that have not ended, those that were told to among them.
+    std::size_t m_living = 0;
+    std::function<void()> m_whenNoneLives;
     /// Which events server the handlers belong to; those of an earlier one count no more.
     std::uint64_t m_generation = 0;
     WorkItem m_timer;

@@ -196,11 +196,10 @@ void Service::terminate()
 {
     if (std::exchange(m_isTerminating, true))
         return;
-    m_events->stop();
     m_listeners.clear();
-    m_requests.reset();
     m_sessions.clear();
-    m_options.exit();
+    m_requests.reset();
+    m_events->stop(m_options.exit);
 }
 
 } // namespace tdw::service
