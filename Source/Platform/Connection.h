@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Endpoint.h"
+#include "Platform/Export.h"
 #include "Platform/FileHandle.h"
 #include "Platform/Message.h"
 #include "Platform/Queue.h"
@@ -65,7 +66,7 @@ struct IncomingMessage {
 /// Safe for use by several threads at once. Handlers run on the connection's queue, one at a time.
 /// While replies are outstanding the connection keeps itself alive; otherwise it ends, without
 /// calling handlers, with its last owner.
-class Connection : public std::enable_shared_from_this<Connection> {
+class TDW_EXPORT Connection : public std::enable_shared_from_this<Connection> {
 public:
     using ReplyHandler = std::function<void(Result<Array>)>;
 

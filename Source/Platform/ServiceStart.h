@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Bundle.h"
+#include "Platform/Export.h"
 #include "Platform/FileHandle.h"
 #include "Platform/Result.h"
 
@@ -37,8 +38,8 @@ inline constexpr std::chrono::seconds kServiceStartBound { 10 };
 /// Blocks for `kServiceStartBound` at most, less when `isCancelled` (asked now and then) says so.
 /// Errors: `kPosixErrorDomain` (ENOENT or ECONNREFUSED: nobody listens), what keeps the executable
 /// from being trusted or started, `kUntrustedPeerError`.
-Result<FileHandle> connectToService(const ServiceIdentity& service, IfNobodyListens choice,
-    const std::function<bool()>& isCancelled);
+TDW_EXPORT Result<FileHandle> connectToService(const ServiceIdentity& service,
+    IfNobodyListens choice, const std::function<bool()>& isCancelled);
 
 /// Connects to a private listener; never starts anything.
 Result<FileHandle> connectToTrustedSocket(const std::string& path);
