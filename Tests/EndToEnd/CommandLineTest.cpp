@@ -1,3 +1,4 @@
+#include "EndToEnd/PrivateRuntime.h"
 #include "EndToEnd/SimulatedDevices.h"
 
 #include <gmock/gmock.h>
@@ -26,6 +27,9 @@ const std::filesystem::path kBuild = TIDEWELL_BUILD_DIR;
 const std::string kPhone = "00008130-00FACADE0010001C";
 const std::string kLockedTablet = "00008103-00FACADE0011003A";
 const std::string kStranger = "00008110-00FACADE0012002E";
+
+/// The simulated household, with a service of its own.
+class Household : PrivateRuntime, public SimulatedDevices { };
 
 struct ToolRun {
     std::string output;
@@ -81,6 +85,17 @@ struct RunningTool {
     std::optional<Process> process;
 };
 
+/// The tool in an installation with one executable more; returns its path.
+std::string installedTool(const std::filesystem::path& directory, const std::string& executable)
+{
+    for (const std::string& file :
+        { std::string("bin/tidewell"), std::string("lib/libtidewell.so.1"), executable }) {
+        std::filesystem::create_directories((directory / file).parent_path());
+        std::filesystem::copy(kBuild / file, directory / file);
+    }
+    return directory / "bin/tidewell";
+}
+
 std::string waitForPairing(const SimulatedDevices& devices)
 {
     return devices.control(
@@ -91,7 +106,7 @@ std::string waitForPairing(const SimulatedDevices& devices)
 
 TEST(CommandLine, ListsDevicesForPeopleAndForPrograms)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     EXPECT_EQ(tidewell({ "list" }).output,
         "UDID                       CONNECTION\n" + kPhone + "  USB, network\n" + kLockedTablet
             + "  USB\n" + kStranger + "  USB\n");
@@ -109,7 +124,7 @@ TEST(CommandLine, ListsDevicesForPeopleAndForPrograms)
 
 TEST(CommandLine, SaysWhatIsWrongWithTheMultiplexer)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     const struct {
         const char* fault;
         const char* words;
@@ -132,7 +147,7 @@ TEST(CommandLine, SaysWhatIsWrongWithTheMultiplexer)
 
 TEST(CommandLine, OutputThatCannotBeWrittenIsAFailure)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     const FileHandle full(open("/dev/full", O_WRONLY | O_CLOEXEC));
     const auto run = RunningTool({ "list" }, full.descriptor()).finish();
     EXPECT_THAT(run.standardError, HasSubstr("standard output: No space left on device"));
@@ -148,7 +163,7 @@ TEST(CommandLine, OutputThatCannotBeWrittenIsAFailure)
 
 TEST(CommandLine, FindsADeviceByItsNameWithoutAskingStrangers)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     const auto run = tidewell({ "info", "robin's iphone" });
     EXPECT_THAT(run.output,
         AllOf(StartsWith("Name               Robin’s iPhone\n"), HasSubstr(kPhone),
@@ -165,7 +180,7 @@ TEST(CommandLine, FindsADeviceByItsNameWithoutAskingStrangers)
 
 TEST(CommandLine, ADeviceThatDoesNotTrustIsToldApart)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     const auto locked = tidewell({ "battery", kLockedTablet, "--json" });
     EXPECT_THAT(locked.output, HasSubstr(R"(Lockdown","code":-17,)"));
     EXPECT_THAT(locked.standardError, HasSubstr("The device is locked.\n"));
@@ -179,7 +194,7 @@ TEST(CommandLine, ADeviceThatDoesNotTrustIsToldApart)
 
 TEST(CommandLine, PairsOnceTheUserTrustsAndUnpairs)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     RunningTool pairing({ "pair", "00008110" });
     waitForPairing(devices);
     devices.control(
@@ -198,7 +213,7 @@ TEST(CommandLine, PairsOnceTheUserTrustsAndUnpairs)
 
 TEST(CommandLine, PairingEndsInTimeWhateverTheDeviceDoes)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     devices.control(
         R"({"command":"inject-fault","at":"lockdown","request":"Pair","fault":"hang"})");
     const auto start = std::chrono::steady_clock::now();
@@ -210,7 +225,7 @@ TEST(CommandLine, PairingEndsInTimeWhateverTheDeviceDoes)
 
 TEST(CommandLine, PairingCanBeInterrupted)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     RunningTool pairing({ "pair", kStranger });
     waitForPairing(devices);
     pairing.process->sendSignal(SIGINT);
@@ -221,7 +236,7 @@ TEST(CommandLine, PairingCanBeInterrupted)
 
 TEST(CommandLine, ChangesSettingsOverTheCable)
 {
-    const SimulatedDevices devices;
+    const Household devices;
     EXPECT_EQ(tidewell({ "wifi", kPhone, "off", "--json" }).output, "{}\n");
     EXPECT_THAT(tidewell({ "buddy", kPhone, "a [b]" }).output, HasSubstr("is \"a [b]\" now"));
     EXPECT_THAT(tidewell({ "info", kPhone, "--json" }).output,
@@ -238,16 +253,26 @@ TEST(CommandLine, ChangesSettingsOverTheCable)
     EXPECT_THAT(tidewell({ "battery", kPhone }).output, HasSubstr(" 76 %"));
 }
 
-TEST(CommandLine, AnInstallationWithoutServersSaysSo)
+TEST(CommandLine, AnIncompleteInstallationSaysWhatIsMissing)
 {
-    std::string name = std::filesystem::temp_directory_path() / "tidewell-test-XXXXXX";
-    const std::filesystem::path directory = mkdtemp(name.data());
-    std::filesystem::create_directories(directory / "bin");
-    std::filesystem::create_directories(directory / "lib");
-    std::filesystem::copy(kBuild / "bin/tidewell", directory / "bin");
-    std::filesystem::copy(kBuild / "lib/libtidewell.so.1", directory / "lib");
-    const auto run = tidewell({ "list" }, directory / "bin/tidewell");
-    EXPECT_EQ(run.termination.status, 6);
-    EXPECT_THAT(run.standardError, HasSubstr("Cannot start \"tdw_list\""));
-    std::filesystem::remove_all(directory);
+    const Household devices;
+    const auto program = installedTool(devices.directory(), "libexec/tidewell/tidewell-service");
+    for (const char* road : { "--json", "--direct" }) {
+        const auto run = tidewell({ "list", road }, program);
+        EXPECT_EQ(run.termination.status, 6);
+        EXPECT_THAT(run.standardError, HasSubstr("Cannot start \"tdw_list\""));
+    }
+}
+
+TEST(CommandLine, AServiceThatCannotBeReachedIsToldApart)
+{
+    const Household devices;
+    const auto program = installedTool(devices.directory(), "libexec/tidewell/tdw_list");
+    const auto run = tidewell({ "list", "--json" }, program);
+    EXPECT_EQ(run.termination.status, 8);
+    EXPECT_THAT(run.output, StartsWith(R"({"error":{)"));
+    EXPECT_THAT(run.standardError,
+        AllOf(HasSubstr("The service of Tidewell cannot be reached"), HasSubstr("tidewell-service"),
+            HasSubstr("With --direct the request works")));
+    EXPECT_EQ(tidewell({ "list", "--direct" }, program).termination, Termination {});
 }

@@ -25,7 +25,8 @@ Result<void> carryOut(const Arguments& arguments, const Console& console)
     if (arguments.has("--help"))
         return console.print(
             arguments.command ? commandHelpText(*arguments.command) : overviewText());
-    return arguments.command->function({ arguments, Requests(), console });
+    const auto road = arguments.has("--direct") ? Requests::Road::Direct : Requests::Road::Service;
+    return arguments.command->function({ arguments, Requests(road), console });
 }
 
 } // namespace

@@ -28,7 +28,7 @@ constexpr Option kOptions[] = {
         .valueKind = ValueKind::Seconds,
         .valueName = "SECONDS",
         .help = "How long to wait, instead of 60 seconds" },
-    { .name = "--direct", .help = "Ask without the service; there is no other way yet" },
+    { .name = "--direct", .help = "Ask without the service, from this process" },
     { .name = "--help",
         .shortName = "-h",
         .help = "Explain the tool, or the command that is given" },

@@ -33,7 +33,8 @@ Result<Value> requestDeviceList(const Requests& requests)
     if (payload)
         return payload;
     const Error& error = payload.error();
-    if (exitStatusOf(error) == ExitStatus::ServerNotRun)
+    const auto status = exitStatusOf(error);
+    if (status == ExitStatus::ServerNotRun || status == ExitStatus::ServiceUnavailable)
         return whileTrying(kAttempt, error);
 
     // The library has one code for everything; the socket itself knows more.

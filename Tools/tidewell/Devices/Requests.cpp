@@ -1,6 +1,7 @@
 #include "Devices/Requests.h"
 
-#include "Errors/CommandLineError.h"
+#include "Devices/RequestErrors.h"
+#include "Devices/ServiceRequests.h"
 #include "Host/TDWServerInvocation.h"
 #include "Interfaces/TDWResponse.h"
 
@@ -15,36 +16,35 @@ namespace {
 /// No process ends with this status; it stays where nothing was started.
 constexpr std::int32_t kNothingStarted = std::numeric_limits<std::int32_t>::min();
 
-Error notRun(const std::string& server, const Error& cause)
-{
-    return commandLineError({ .status = ExitStatus::ServerNotRun,
-        .reason = "Cannot start \"" + server + "\"",
-        .advice = "Tidewell seems not to be installed completely; install it again.",
-        .cause = cause });
-}
-
 } // namespace
 
-Requests::Requests()
+Requests::Requests(Road road)
     : m_bundle(Bundle::mainBundle())
+    , m_service(road == Road::Service ? std::make_shared<const ServiceRequests>() : nullptr)
 {
 }
 
 Result<Value> Requests::send(
     std::string_view server, const std::vector<std::string>& arguments) const
 {
-    const std::string name(server);
+    return m_service ? m_service->send(server, arguments)
+                     : sendDirectly(std::string(server), arguments);
+}
+
+Result<Value> Requests::sendDirectly(
+    const std::string& server, const std::vector<std::string>& arguments) const
+{
     std::optional<Error> error;
-    if (!TDWValidateServerExecutable(name, m_bundle, error))
-        return notRun(name, *error);
+    if (!TDWValidateServerExecutable(server, m_bundle, error))
+        return serverNotRun(server, *error);
 
     std::int32_t status = kNothingStarted;
-    const Value envelope = TDWInvokeServer(name, m_bundle, arguments, nullptr, &status);
+    const Value envelope = TDWInvokeServer(server, m_bundle, arguments, nullptr, &status);
     auto payload = TDWResponseUnwrap(envelope, error);
     if (payload)
         return *std::move(payload);
     if (status == kNothingStarted)
-        return notRun(name, *error);
+        return serverNotRun(server, *error);
     return *std::move(error);
 }
 

@@ -19,6 +19,7 @@ constexpr ExitStatusMeaning kMeanings[] = {
     { ExitStatus::MultiplexerUnavailable, "The multiplexer (usbmuxd) cannot be asked." },
     { ExitStatus::ServerNotRun, "A part of Tidewell could not be started." },
     { ExitStatus::OutputNotWritten, "Standard output could not be written." },
+    { ExitStatus::ServiceUnavailable, "The service of Tidewell cannot be reached, or none runs." },
     { ExitStatus::Usage, "The command line is wrong." },
 };
 

@@ -17,6 +17,7 @@ enum class ExitStatus {
     MultiplexerUnavailable = 5,
     ServerNotRun = 6,
     OutputNotWritten = 7,
+    ServiceUnavailable = 8,
     Usage = 64,
 };
 

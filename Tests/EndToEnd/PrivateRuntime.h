@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Client/ServiceMessages.h"
+#include "Platform/FileHandle.h"
+#include "Platform/ServiceStart.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+/// A runtime directory for as long as it lives, with the environment of this process pointing at
+/// it. A service that was started there ends with it.
+class PrivateRuntime {
+public:
+    PrivateRuntime()
+    {
+        std::string name = std::filesystem::temp_directory_path() / "tidewell-runtime-XXXXXX";
+        m_directory = mkdtemp(name.data());
+        setenv("XDG_RUNTIME_DIR", m_directory.c_str(), 1);
+    }
+    PrivateRuntime(const PrivateRuntime&) = delete;
+    PrivateRuntime& operator=(const PrivateRuntime&) = delete;
+
+    ~PrivateRuntime()
+    {
+        const pid_t service = servicePid();
+        const tdw::FileHandle process(
+            service > 0 ? static_cast<int>(syscall(SYS_pidfd_open, service, 0)) : -1);
+        // The service goes when its socket does.
+        std::filesystem::remove_all(m_directory);
+        unsetenv("XDG_RUNTIME_DIR");
+        pollfd end { process.descriptor(), POLLIN, 0 };
+        EXPECT_TRUE(!process.isOpen() || poll(&end, 1, 10'000) == 1) << "the service lives on";
+    }
+
+    /// The process of the service that runs there, or 0.
+    static pid_t servicePid()
+    {
+        const auto socket = tdw::connectToService(
+            tdw::tidewellService(), tdw::IfNobodyListens::Fail, [] { return false; });
+        ucred peer {};
+        socklen_t size = sizeof peer;
+        const bool isKnown = socket
+            && getsockopt(socket->descriptor(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+        return isKnown ? peer.pid : 0;
+    }
+
+private:
+    std::filesystem::path m_directory;
+};
