@@ -65,6 +65,10 @@ constexpr Command kCommands[] = {
         "Writes TEXT as the wireless buddy of the device, which must be connected with a cable and "
         "trust this computer. TEXT may be empty.",
         &buddyCommand },
+    { "events", {}, kRequestOptions, "Tell about devices as they come and go",
+        "Writes one line for each event as it happens, beginning with the devices that are there, "
+        "until it is interrupted.",
+        &eventsCommand },
     { "help", kHelpWords, {}, "Explain the tool or a command", "", &helpCommand },
     { "completion", kCompletionWords, {}, "Write the completion script for a shell",
         "Packages install these scripts. By hand: tidewell completion bash > "
