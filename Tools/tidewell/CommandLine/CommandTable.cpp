@@ -10,10 +10,12 @@ namespace {
 
 constexpr std::string_view kShells[] = { "bash", "zsh", "fish" };
 constexpr std::string_view kConnections[] = { "usb", "network", "any" };
+constexpr std::string_view kServiceActions[] = { "status", "stop" };
 constexpr std::string_view kSwitch[] = { "on", "off" };
 
 constexpr std::string_view kEverywhere[] = { "--help", "--version" };
 constexpr std::string_view kRequestOptions[] = { "--json", "--direct" };
+constexpr std::string_view kJsonOptions[] = { "--json" };
 constexpr std::string_view kInfoOptions[] = { "--json", "--direct", "--connection" };
 constexpr std::string_view kPairOptions[] = { "--json", "--direct", "--timeout" };
 
@@ -39,6 +41,7 @@ constexpr Word kDeviceWords[] = { { "DEVICE", WordKind::Device } };
 constexpr Word kWifiWords[]
     = { { "DEVICE", WordKind::Device }, { "on|off", WordKind::Choice, kSwitch } };
 constexpr Word kBuddyWords[] = { { "DEVICE", WordKind::Device }, { "TEXT", WordKind::Text } };
+constexpr Word kServiceWords[] = { { "status|stop", WordKind::Choice, kServiceActions } };
 constexpr Word kHelpWords[] = { { "COMMAND", WordKind::Command, {}, true } };
 constexpr Word kCompletionWords[] = { { "bash|zsh|fish", WordKind::Choice, kShells } };
 
@@ -69,6 +72,10 @@ constexpr Command kCommands[] = {
         "Writes one line for each event as it happens, beginning with the devices that are there, "
         "until it is interrupted.",
         &eventsCommand },
+    { "service", kServiceWords, kJsonOptions, "Look after the service that runs the requests",
+        "\"status\" tells whether it runs, without starting it; \"stop\" ends it. The next request "
+        "starts it again.",
+        &serviceCommand },
     { "help", kHelpWords, {}, "Explain the tool or a command", "", &helpCommand },
     { "completion", kCompletionWords, {}, "Write the completion script for a shell",
         "Packages install these scripts. By hand: tidewell completion bash > "
