@@ -1,5 +1,4 @@
-#include "EndToEnd/PrivateRuntime.h"
-#include "EndToEnd/SimulatedDevices.h"
+#include "EndToEnd/ToolRuns.h"
 
 #include <gmock/gmock.h>
 
@@ -22,68 +21,6 @@ using testing::StartsWith;
 namespace {
 
 const std::filesystem::path kBuild = TIDEWELL_BUILD_DIR;
-
-// The default household.
-const std::string kPhone = "00008130-00FACADE0010001C";
-const std::string kLockedTablet = "00008103-00FACADE0011003A";
-const std::string kStranger = "00008110-00FACADE0012002E";
-
-/// The simulated household, with a service of its own.
-class Household : PrivateRuntime, public SimulatedDevices { };
-
-struct ToolRun {
-    std::string output;
-    std::string standardError;
-    Termination termination;
-};
-
-std::string textOf(const Data& data)
-{
-    return { reinterpret_cast<const char*>(data.data()), data.size() };
-}
-
-/// Runs the tool as users do.
-ToolRun tidewell(
-    std::vector<std::string> arguments, const std::string& program = kBuild / "bin/tidewell")
-{
-    ServerRunOptions options;
-    options.executable = program;
-    options.serverName = "tidewell";
-    options.arguments = std::move(arguments);
-    options.timeout = 60s;
-    const auto outcome = runServer(std::move(options));
-    EXPECT_TRUE(outcome && !outcome->timedOut);
-    return { textOf(outcome->output), textOf(outcome->standardError), outcome->termination };
-}
-
-/// The tool under way, with its standard error in a pipe.
-struct RunningTool {
-    explicit RunningTool(
-        std::vector<std::string> arguments, std::optional<int> standardOutput = std::nullopt)
-        : pipe(*Pipe::create())
-    {
-        LaunchOptions options;
-        options.executable = kBuild / "bin/tidewell";
-        options.arguments = std::move(arguments);
-        options.standardOutput
-            = standardOutput ? standardOutput : std::optional(pipe.writer.descriptor());
-        options.standardError = pipe.writer.descriptor();
-        auto launched = Process::launch(options);
-        EXPECT_TRUE(launched);
-        process = *std::move(launched);
-        pipe.writer.close();
-    }
-
-    /// What it wrote, and how it ended.
-    ToolRun finish()
-    {
-        const auto text = textOf(*pipe.reader.readToEnd());
-        return { text, text, process->waitUntilExit() };
-    }
-
-    Pipe pipe;
-    std::optional<Process> process;
-};
 
 /// The tool in an installation with one executable more; returns its path.
 std::string installedTool(const std::filesystem::path& directory, const std::string& executable)

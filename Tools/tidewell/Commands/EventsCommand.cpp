@@ -55,7 +55,8 @@ Result<void> printEvents(const Session& session, DeviceFeed& feed, const SignalW
             pollfd { STDOUT_FILENO, 0, 0 }, pollfd { feed.descriptor(), POLLIN, 0 } };
         (void)poll(entries.data(), entries.size(), -1);
         const bool isUnread = (entries[1].revents & (POLLERR | POLLHUP)) != 0;
-        if (entries[0].revents != 0 || isUnread)
+        // Taken, because a signal that stays would end the process after all.
+        if (signals.take() || isUnread)
             return {};
         for (const DeviceEvent& event : TDW_TRY(feed.take()))
             TDW_TRY(print(session, event));

@@ -1,0 +1,161 @@
+#include "EndToEnd/ToolRuns.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+using namespace tdw;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+using testing::UnorderedElementsAreArray;
+
+// The command line where it has to do with the service: the same answers by both roads, the stream
+// of events, and looking after the service itself.
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string connect(const std::string& command, const std::string& udid)
+{
+    return R"({"command":")" + command + R"(","connection":"usb","device":")" + udid + R"("})";
+}
+
+std::string event(const std::string& word, const std::string& udid, int connection = 1)
+{
+    return R"({"Event":")" + word + R"(","UDID":")" + udid + R"(","Connection":)"
+        + std::to_string(connection);
+}
+
+/// As many lines of events, without their dates.
+Lines readEvents(RunningTool& tool, std::size_t count)
+{
+    Lines events;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string line = tool.readLine();
+        events.push_back(line.substr(0, line.find(",\"Date\"")));
+    }
+    return events;
+}
+
+Lines eventsOfHousehold()
+{
+    return { event("attached", kPhone), event("attached", kPhone, 2),
+        event("attached", kLockedTablet), event("attached", kStranger) };
+}
+
+} // namespace
+
+TEST(ServiceCommands, BothRoadsGiveTheSameAnswers)
+{
+    const Household devices;
+    for (const Lines& words : { Lines { "list" }, { "info", kPhone }, { "info", "robin's iphone" },
+             { "battery", kPhone }, { "battery", kLockedTablet }, { "info", "nobody" } }) {
+        for (const char* form : { "--json", "--connection=any" }) {
+            auto arguments = words;
+            if (words.front() == "info" || form == std::string("--json"))
+                arguments.emplace_back(form);
+            const auto service = tidewell(arguments);
+            arguments.emplace_back("--direct");
+            const auto direct = tidewell(arguments);
+            // Errors carry the moment at which they happened.
+            const auto withoutDates = [](const std::string& text) {
+                return text.substr(0, text.find("\"date\":"));
+            };
+            EXPECT_EQ(withoutDates(service.output), withoutDates(direct.output)) << words.back();
+            EXPECT_EQ(service.standardError, direct.standardError);
+            EXPECT_EQ(service.termination, direct.termination);
+        }
+    }
+    EXPECT_NE(PrivateRuntime::servicePid(), 0) << "nothing went through a service";
+}
+
+TEST(ServiceCommands, EventsAreToldAsTheyHappen)
+{
+    const Household devices;
+    for (const Lines& road : { Lines(), { "--direct" } }) {
+        Lines arguments { "events", "--json" };
+        arguments.insert(arguments.end(), road.begin(), road.end());
+        RunningTool tool(arguments);
+        EXPECT_THAT(readEvents(tool, 4), UnorderedElementsAreArray(eventsOfHousehold()));
+        devices.control(connect("detach", kLockedTablet));
+        EXPECT_EQ(readEvents(tool, 1).front(), event("detached", kLockedTablet));
+        devices.control(connect("attach", kLockedTablet));
+        EXPECT_EQ(readEvents(tool, 1).front(), event("attached", kLockedTablet));
+        tool.process->sendSignal(road.empty() ? SIGINT : SIGTERM);
+        EXPECT_EQ(tool.finish().termination, Termination {});
+    }
+}
+
+TEST(ServiceCommands, EventsEndWhenNobodyReadsThem)
+{
+    const Household devices;
+    for (const char* road : { "--json", "--direct" }) {
+        Pipe output = *Pipe::create();
+        RunningTool tool({ "events", road }, output.writer.descriptor());
+        output.writer.close();
+        char first = 0;
+        EXPECT_EQ(read(output.reader.descriptor(), &first, 1), 1);
+        output.reader.close();
+        const auto run = tool.finish();
+        EXPECT_EQ(run.termination, Termination {});
+        EXPECT_EQ(run.standardError, "");
+    }
+}
+
+TEST(ServiceCommands, EventsForPeopleSayWhenAndHow)
+{
+    const Household devices;
+    RunningTool tool({ "events" });
+    EXPECT_THAT(tool.readLine(),
+        MatchesRegex("20..-..-.. ..:..:..  attached  (USB    |network)  0000[0-9A-F-]*"));
+}
+
+TEST(ServiceCommands, EventsGoOnAfterTheServiceIsKilled)
+{
+    const Household devices;
+    RunningTool tool({ "events", "--json" });
+    EXPECT_THAT(readEvents(tool, 4), UnorderedElementsAreArray(eventsOfHousehold()));
+    for (int round = 0; round < 2; ++round) {
+        // What happens while there is no service is told by the next one; what stays is not.
+        kill(PrivateRuntime::servicePid(), SIGKILL);
+        devices.control(connect(round == 0 ? "detach" : "attach", kLockedTablet));
+        std::string line;
+        do {
+            line = tool.readLine();
+        } while (!line.empty() && !line.starts_with('{') && !line.starts_with("tidewell:"));
+        if (line.starts_with("tidewell:")) {
+            EXPECT_THAT(line, HasSubstr("until there is a service again"));
+            line = tool.readLine();
+        }
+        EXPECT_THAT(line, StartsWith(event(round == 0 ? "detached" : "attached", kLockedTablet)));
+    }
+    devices.control(connect("detach", kStranger));
+    EXPECT_EQ(readEvents(tool, 1).front(), event("detached", kStranger));
+}
+
+TEST(ServiceCommands, StatusStartsNoServiceAndStopEndsIt)
+{
+    const Household devices;
+    for (int i = 0; i < 2; ++i) {
+        const auto none = tidewell({ "service", "status" });
+        EXPECT_EQ(none.termination.status, 8);
+        EXPECT_THAT(none.standardError, StartsWith("tidewell: No service runs."));
+    }
+    EXPECT_EQ(tidewell({ "service", "stop" }).output, "No service ran.\n");
+
+    EXPECT_EQ(tidewell({ "list" }).termination, Termination {});
+    const std::string service = std::to_string(PrivateRuntime::servicePid());
+    EXPECT_THAT(tidewell({ "service", "status", "--json" }).output,
+        MatchesRegex("\\{\"Running\":true,\"ProcessID\":" + service
+            + ",\"Uptime\":[0-9.]*,\"ResidentMemory\":[0-9]*\\}\n"));
+    EXPECT_THAT(tidewell({ "service", "status" }).output,
+        AllOf(StartsWith("Service      running\nProcess      " + service), EndsWith(" MiB\n")));
+    EXPECT_EQ(tidewell({ "service", "stop" }).output, "The service has ended.\n");
+    EXPECT_NE(access(("/proc/" + service + "/exe").c_str(), F_OK), 0) << "it has not ended";
+}
