@@ -16,6 +16,7 @@ constexpr std::string_view kSwitch[] = { "on", "off" };
 constexpr std::string_view kEverywhere[] = { "--help", "--version" };
 constexpr std::string_view kRequestOptions[] = { "--json", "--direct" };
 constexpr std::string_view kJsonOptions[] = { "--json" };
+constexpr std::string_view kDirectOptions[] = { "--direct" };
 constexpr std::string_view kInfoOptions[] = { "--json", "--direct", "--connection" };
 constexpr std::string_view kPairOptions[] = { "--json", "--direct", "--timeout" };
 
@@ -72,6 +73,11 @@ constexpr Command kCommands[] = {
         "Writes one line for each event as it happens, beginning with the devices that are there, "
         "until it is interrupted.",
         &eventsCommand },
+    { "watch", {}, kDirectOptions, "Show devices and watches with their batteries, live",
+        "Redraws a table as devices come and go, until it is interrupted. A device that does not "
+        "trust this computer is not asked for anything. Without a terminal it writes a line for "
+        "each change.",
+        &watchCommand },
     { "service", kServiceWords, kJsonOptions, "Look after the service that runs the requests",
         "\"status\" tells whether it runs, without starting it; \"stop\" ends it. The next request "
         "starts it again.",

@@ -24,6 +24,7 @@ Result<void> unpairCommand(const Session& session);
 Result<void> wifiCommand(const Session& session);
 Result<void> buddyCommand(const Session& session);
 Result<void> eventsCommand(const Session& session);
+Result<void> watchCommand(const Session& session);
 Result<void> serviceCommand(const Session& session);
 Result<void> helpCommand(const Session& session);
 Result<void> completionCommand(const Session& session);
