@@ -132,7 +132,7 @@ TEST(WallpaperServer, GivesThePreviewAndAsksForNoMoreThanItWasAsked)
         ASSERT_TRUE(answer[kTDWWallpaperImage]) << answer.output;
         const Data image = *answer[kTDWWallpaperImage]->asData();
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(image.data()), 8), "\x89PNG\r\n\x1a\n");
-        EXPECT_EQ(answer[kTDWWallpaperInterfaceOrientation]->asInteger() != nullptr, true);
+        EXPECT_EQ(answer[kTDWWallpaperInterfaceOrientation], Value(1));
         const std::string log = household.control(
             R"({"command":"log","at":"com.apple.springboardservices","request":"getWallpaperPreviewImage"})");
         // The newest entry is the last; the whole message stands in it, so a further key shows.
