@@ -1,4 +1,5 @@
 #include "EndToEnd/SimulatedDevices.h"
+#include "EndToEnd/ToolRun.h"
 
 #include <gmock/gmock.h>
 
@@ -20,37 +21,10 @@ using testing::StartsWith;
 
 namespace {
 
-const std::filesystem::path kBuild = TIDEWELL_BUILD_DIR;
-
 // The default household.
 const std::string kPhone = "00008130-00FACADE0010001C";
 const std::string kLockedTablet = "00008103-00FACADE0011003A";
 const std::string kStranger = "00008110-00FACADE0012002E";
-
-struct ToolRun {
-    std::string output;
-    std::string standardError;
-    Termination termination;
-};
-
-std::string textOf(const Data& data)
-{
-    return { reinterpret_cast<const char*>(data.data()), data.size() };
-}
-
-/// Runs the tool as users do.
-ToolRun tidewell(
-    std::vector<std::string> arguments, const std::string& program = kBuild / "bin/tidewell")
-{
-    ServerRunOptions options;
-    options.executable = program;
-    options.serverName = "tidewell";
-    options.arguments = std::move(arguments);
-    options.timeout = 60s;
-    const auto outcome = runServer(std::move(options));
-    EXPECT_TRUE(outcome && !outcome->timedOut);
-    return { textOf(outcome->output), textOf(outcome->standardError), outcome->termination };
-}
 
 /// The tool under way, with its standard error in a pipe.
 struct RunningTool {
