@@ -17,8 +17,8 @@ Result<void> checkDestination(const std::string& path, Overwrite overwrite);
 /// the way, a full disk, an interruption or a crash of the system.
 ///
 /// A file that is there already is only replaced with `Overwrite::Yes`, even if it comes into being
-/// in the same moment; what is no ordinary file is never replaced. A symbolic link to a file stays one.
-/// Errors: `ExitStatus::Failure`
+/// in the same moment; what is no ordinary file is never replaced. A symbolic link to a file stays
+/// one. Errors: `ExitStatus::Failure`
 Result<void> writeWholeFile(
     const std::string& path, std::span<const std::byte> bytes, Overwrite overwrite);
 
