@@ -10,8 +10,8 @@ namespace tdw::cli {
 
 /// How much of a terminal a picture may take.
 struct TerminalFrame {
-    unsigned columns;
-    unsigned rows;
+    unsigned columns = 0;
+    unsigned rows = 0;
     PictureSize pixels;
 };
 
