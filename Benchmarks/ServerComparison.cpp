@@ -1,7 +1,9 @@
-// Whole server processes against the libimobiledevice tools that tell the same, on the same
-// simulated device, in turns:
+// Whole server processes against programs of libimobiledevice that tell the same, on the same
+// simulated devices, in turns:
 //
 //     build/release/bin/tdwsimulator run -- build/release/benchmarks/ServerComparison [RUNS]
+//     build/release/bin/tdwsimulator run --scenario Benchmarks/watches.json --
+//         build/release/benchmarks/ServerComparison watches [RUNS]
 //
 // The devices get a processor of their own: where the scheduler runs the simulator in the client's
 // turn, its answer is there before the client looks, which no device behind a cable can do.
@@ -17,23 +19,27 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
 
 using Command = std::vector<std::string>;
 
+/// How several commands are run.
+enum class Order { InTurn, AtOnce };
+
 struct Comparison {
     const char* name;
-    Command ours;
+    std::vector<Command> ours;
     std::vector<Command> theirs;
     double wallLimit;
     double processorLimit;
+    Order ourOrder = Order::InTurn;
 };
 
 /// Milliseconds.
@@ -56,7 +62,15 @@ double milliseconds(const timeval& time)
     return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
 }
 
-Cost costOf(const Command& command)
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void giveUp(const Command& command)
+{
+    std::fprintf(stderr, "%s failed: are the simulated devices around this?\n", command[0].c_str());
+    std::exit(EXIT_FAILURE);
+}
+
+pid_t start(const Command& command)
 {
     std::vector<char*> arguments;
     for (const std::string& argument : command)
@@ -65,31 +79,41 @@ Cost costOf(const Command& command)
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-
-    const auto start = std::chrono::steady_clock::now();
     pid_t child = 0;
     const int failure
         = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    rusage usage {};
-    if (failure != 0 || wait4(child, &status, 0, &usage) < 0 || status != 0) {
-        std::fprintf(stderr, "%s failed: is a simulator running around this?\n", arguments[0]);
-        std::exit(EXIT_FAILURE);
-    }
-    const std::chrono::duration<double, std::milli> wall = std::chrono::steady_clock::now() - start;
-    return { wall.count(), milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime) };
+    if (failure != 0)
+        giveUp(command);
+    return child;
 }
 
-Cost sumOf(const std::vector<Command>& commands)
+/// Waits for the end and returns the processor time.
+double finish(pid_t child, const Command& command)
 {
-    Cost sum;
+    int status = 0;
+    rusage usage {};
+    if (wait4(child, &status, 0, &usage) < 0 || status != 0)
+        giveUp(command);
+    return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+}
+
+Cost costOf(const std::vector<Command>& commands, Order order)
+{
+    const auto begin = Clock::now();
+    Cost cost;
+    std::vector<pid_t> children;
     for (const Command& command : commands) {
-        const Cost cost = costOf(command);
-        sum.wall += cost.wall;
-        sum.processor += cost.processor;
+        children.push_back(start(command));
+        if (order == Order::InTurn)
+            cost.processor += finish(children.back(), command);
     }
-    return sum;
+    if (order == Order::AtOnce) {
+        for (std::size_t i = 0; i < children.size(); ++i)
+            cost.processor += finish(children[i], commands[i]);
+    }
+    cost.wall = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    return cost;
 }
 
 double median(const std::vector<Cost>& costs, double Cost::*part)
@@ -112,8 +136,8 @@ void compare(const Comparison& comparison, int runs)
     std::vector<Cost> ours;
     std::vector<Cost> theirs;
     for (int run = 0; run < runs; ++run) {
-        ours.push_back(costOf(comparison.ours));
-        theirs.push_back(sumOf(comparison.theirs));
+        ours.push_back(costOf(comparison.ours, comparison.ourOrder));
+        theirs.push_back(costOf(comparison.theirs, Order::InTurn));
     }
     report(comparison.name, "wall", median(ours, &Cost::wall), median(theirs, &Cost::wall),
         comparison.wallLimit);
@@ -121,30 +145,63 @@ void compare(const Comparison& comparison, int runs)
         median(theirs, &Cost::processor), comparison.processorLimit);
 }
 
+std::string serverPath(const char* name)
+{
+    return std::string(TIDEWELL_BUILD_DIR) + "/libexec/tidewell/" + name;
+}
+
+/// The trusted phone of the default household, which is also the first of the two with watches.
+const std::string kPhone = "00008130-00FACADE0010001C";
+const std::string kPhoneWithSlowWatches = "00008110-00FACADE0012002E";
+
+std::vector<Comparison> deviceComparisons()
+{
+    const Command everything { "ideviceinfo", "-u", kPhone };
+    const Command battery { "ideviceinfo", "-u", kPhone, "-q", "com.apple.mobile.battery" };
+    const Command wireless { "ideviceinfo", "-u", kPhone, "-q",
+        "com.apple.mobile.wireless_lockdown" };
+    return {
+        { "tdw_list", { { serverPath("tdw_list") } }, { { "idevice_id", "-l" } }, 1.15, 1.15 },
+        { "tdw_battery", { { serverPath("tdw_battery"), kPhone } }, { battery }, 0.30, 1.15 },
+        { "tdw_info", { { serverPath("tdw_info"), kPhone, "1" } },
+            { everything, battery, wireless }, 0.15, 0.45 },
+    };
+}
+
+/// The same watches of a phone, asked by the server and by the loop.
+Comparison watchComparison(const char* name, const Command& watches)
+{
+    Command ours { serverPath("tdw_companion"), kPhone, "1" };
+    Command theirs { std::string(TIDEWELL_BUILD_DIR) + "/benchmarks/CompanionLoop", kPhone };
+    ours.insert(ours.end(), watches.begin(), watches.end());
+    theirs.insert(theirs.end(), watches.begin(), watches.end());
+    return { name, { ours }, { theirs }, 0.30, 1.15 };
+}
+
+std::vector<Comparison> watchComparisons()
+{
+    const Command phone { serverPath("tdw_companion"), kPhone, "1" };
+    const Command slow { serverPath("tdw_companion"), kPhoneWithSlowWatches, "1" };
+    return {
+        watchComparison("one watch", { "watch-1" }),
+        watchComparison("three", { "watch-1", "watch-2", "watch-3" }),
+        { "two phones", { phone, slow }, { slow }, 1.10, 2.20, Order::AtOnce },
+    };
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const std::string servers = std::string(TIDEWELL_BUILD_DIR) + "/libexec/tidewell/";
-    // The trusted phone of the default household.
-    const std::string device = "00008130-00FACADE0010001C";
-    const Command everything { "ideviceinfo", "-u", device };
-    const Command battery { "ideviceinfo", "-u", device, "-q", "com.apple.mobile.battery" };
-    const Command wireless { "ideviceinfo", "-u", device, "-q",
-        "com.apple.mobile.wireless_lockdown" };
-    const std::array comparisons {
-        Comparison { "tdw_list", { servers + "tdw_list" }, { { "idevice_id", "-l" } }, 1.15, 1.15 },
-        Comparison { "tdw_battery", { servers + "tdw_battery", device }, { battery }, 0.30, 1.15 },
-        Comparison { "tdw_info", { servers + "tdw_info", device, "1" },
-            { everything, battery, wireless }, 0.15, 0.45 },
-    };
+    const bool isAboutWatches = argc > 1 && argv[1] == std::string_view("watches");
+    const char* count = argc > (isAboutWatches ? 2 : 1) ? argv[argc - 1] : "40";
+    const int runs = std::max(1, std::atoi(count));
     // The simulator is this program's parent, and the measured programs are its children.
     pin(getppid(), 0);
     pin(getpid(), 1);
-    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 40;
     std::printf("%-12s %-9s %11s %13s %7s   (medians of %d runs)\n", "server", "time", "ours",
         "theirs", "ratio", runs);
-    for (const Comparison& comparison : comparisons)
+    for (const Comparison& comparison : isAboutWatches ? watchComparisons() : deviceComparisons())
         compare(comparison, runs);
     return EXIT_SUCCESS;
 }

@@ -38,6 +38,21 @@ struct ProcessResources {
         }
         return resources;
     }
+
+    /// Whether the process comes to hold no more than `bound`, which may have been counted while
+    /// threads of earlier work were still ending.
+    static bool settleWithin(const ProcessResources& bound)
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (std::chrono::steady_clock::now() < end) {
+            const ProcessResources current = now();
+            if (current.descriptors <= bound.descriptors && current.threads <= bound.threads
+                && current.hasChildren <= bound.hasChildren)
+                return true;
+            std::this_thread::yield();
+        }
+        return false;
+    }
 };
 
 inline void PrintTo(const ProcessResources& resources, std::ostream* stream)

@@ -7,6 +7,7 @@ pkg_check_modules(LibUsbmuxd REQUIRED IMPORTED_TARGET libusbmuxd-2.0)
 pkg_check_modules(LibImobiledevice REQUIRED IMPORTED_TARGET libimobiledevice-1.0)
 pkg_check_modules(LibSystemd REQUIRED IMPORTED_TARGET libsystemd)
 find_package(OpenSSL REQUIRED)
+find_package(PNG 1.6 REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(CLI11 REQUIRED)
 

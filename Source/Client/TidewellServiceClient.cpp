@@ -139,12 +139,28 @@ void TidewellServiceClient::forget(const std::weak_ptr<Connection>& connection)
 
 void TidewellServiceClient::_performWithServiceObject(const ServiceBlock& block)
 {
+    performWithServiceObject(block, true);
+}
+
+void TidewellServiceClient::performWithServiceObject(const ServiceBlock& block, bool isFirstAttempt)
+{
     const auto connection = _ensureConnection();
     if (!connection)
         return block(nullptr,
             TDWErrorCreateWithMessage(
                 "Connection to XPC service is not available.", kNoConnectionCode));
-    tdw::ServiceProxy service(connection, [block](const Error& error) { block(nullptr, error); });
+    tdw::ServiceProxy service(
+        connection, [weak = weak_from_this(), block, isFirstAttempt](const Error& error) {
+            // The connection ended in the moment between asking for it and using it. Nothing was
+            // sent, so that asking again is what the caller would do.
+            const auto self = isFirstAttempt && error.code() == tdw::kConnectionSpentError
+                ? weak.lock()
+                : nullptr;
+            if (self)
+                self->performWithServiceObject(block, false);
+            else
+                block(nullptr, error);
+        });
     block(&service, std::nullopt);
 }
 

@@ -153,6 +153,7 @@ private:
         CompletionHandler handler);
     std::shared_ptr<tdw::Connection> _ensureConnection();
     void _performWithServiceObject(const ServiceBlock& block);
+    void performWithServiceObject(const ServiceBlock& block, bool isFirstAttempt);
     void _subscribeToDeviceEventsWithEventHandler(EventHandler eventHandler, ErrorHandler handler);
     void _resubscribeToDeviceEventsIfNeeded();
 

@@ -32,6 +32,12 @@ Error interrupted(const Error& cause)
     return Error(kCocoaErrorDomain, kConnectionInterruptedError, userInfo);
 }
 
+Error spent()
+{
+    return Error(kCocoaErrorDomain, kConnectionSpentError,
+        std::string_view("The connection had ended before the message was sent."));
+}
+
 } // namespace
 
 class MessageReply::State {
@@ -139,6 +145,7 @@ void Connection::submit(OutgoingMessage message)
 {
     // Work of a queue is copied with its function, so what is large or unique is moved through.
     auto shared = std::make_shared<OutgoingMessage>(std::move(message));
+    shared->isLate = m_isInvalidated;
     m_queue.async([self = shared_from_this(), shared] { self->sendNow(std::move(*shared)); });
 }
 
@@ -150,8 +157,11 @@ void Connection::sendNow(OutgoingMessage message)
     };
     if (!message.frame)
         return fail(message.frame.error());
-    if (m_isInvalid || m_isInvalidated)
-        return fail(invalidated());
+    // What was submitted before the invalidation still goes out, unless it would have to connect.
+    if (!m_channel && m_isInvalidated)
+        becomeInvalid(invalidated());
+    if (m_end)
+        return fail(message.isLate ? spent() : *m_end);
     if (!m_channel) {
         if (const auto opened = open(message.choice); !opened) {
             // A message that is not worth a service's start says nothing about the connection.
@@ -241,14 +251,10 @@ void Connection::received(Reply reply)
 
 void Connection::ended(const Error& error)
 {
-    if (!m_opener)
-        return becomeInvalid(interrupted(error));
-    m_channel.reset();
-    // First: whoever learns that a message has failed may ask again at once, and is to find the
-    // new connection.
-    if (m_handlers.interruption)
-        m_handlers.interruption();
-    failPending(interrupted(error));
+    if (m_opener)
+        finish(&Handlers::interruption, interrupted(error), spent());
+    else
+        becomeInvalid(interrupted(error));
 }
 
 void Connection::invalidate()
@@ -259,23 +265,25 @@ void Connection::invalidate()
 
 void Connection::becomeInvalid(const Error& error)
 {
-    if (m_isInvalid)
+    finish(&Handlers::invalidation, error, invalidated());
+}
+
+void Connection::finish(std::function<void()> Handlers::*handler, const Error& pending, Error later)
+{
+    if (m_end)
         return;
-    m_isInvalid = true;
+    m_end = std::move(later);
     if (m_channel)
         m_channel->close();
     m_channel.reset();
-    const Handlers handlers = std::exchange(m_handlers, {});
-    if (handlers.invalidation)
-        handlers.invalidation();
-    failPending(error);
-}
-
-void Connection::failPending(const Error& error)
-{
     const auto keptAlive = std::exchange(m_keptAlive, nullptr);
-    for (const auto& [identifier, handler] : std::exchange(m_pending, {}))
-        handler(error);
+    // First: whoever learns that a message has failed may ask again at once, and is to find that
+    // this connection is no more.
+    const Handlers handlers = std::exchange(m_handlers, {});
+    if (handlers.*handler)
+        (handlers.*handler)();
+    for (const auto& [identifier, reply] : std::exchange(m_pending, {}))
+        reply(pending);
 }
 
 } // namespace tdw

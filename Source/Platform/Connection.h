@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -21,6 +22,7 @@ class MessageChannel;
 /// Codes in `kCocoaErrorDomain` of messages that never get their reply.
 inline constexpr std::int64_t kConnectionInterruptedError = 4097;
 inline constexpr std::int64_t kConnectionInvalidError = 4099;
+inline constexpr std::int64_t kConnectionSpentError = 4100;
 inline constexpr std::int64_t kReplyInvalidError = 4101;
 
 /// The right and the duty to answer one message: a handle, whose copies all mean the same reply.
@@ -54,14 +56,16 @@ struct IncomingMessage {
 ///     connection->activate({ .message = …, .interruption = …, .invalidation = … });
 ///     connection->send("list", {}, [](Result<Array> reply) { … });
 ///
-///      made ──send──> connecting ──> open ──the other end goes──> interrupted (as if just made)
-///                         │            │                               │
-///                         └─ no service to be had, or `invalidate` ────┴──> invalid, for good
+///      made ──send──> connecting ──> open ──the other end goes──> interrupted
+///                         │            │
+///                         └────────────┴─ no service to be had, or `invalidate` ──> invalid
 ///
 /// Making one succeeds always and sends nothing; the first message connects, and starts the service
 /// where it must. When the other end goes away, the interruption handler runs, then what waits for
-/// replies fails; the next message connects anew. A connection that the other end made does not
-/// outlive it: it becomes invalid. A message gets its reply or its error, exactly once.
+/// replies fails. From then on, as after an invalidation, nothing is sent, and messages fail with
+/// `kConnectionSpentError`: what the connection meant to the other end, a subscription say, went
+/// with it, so that its owner has to make a new one. A connection that the other end made is
+/// invalid then. A message gets its reply or its error, exactly once.
 ///
 /// Safe for use by several threads at once. Handlers run on the connection's queue, one at a time.
 /// While replies are outstanding the connection keeps itself alive; otherwise it ends, without
@@ -73,9 +77,10 @@ public:
     struct Handlers {
         /// What the other end asks. Without one, everything is answered with an error.
         std::function<void(IncomingMessage)> message {};
-        /// The other end is gone; the connection can be used again.
+        /// The other end is gone.
         std::function<void()> interruption {};
-        /// The connection is no more. Runs once; all handlers are given up after it.
+        /// No other end can be had, or somebody invalidated the connection. Of this and
+        /// `interruption`, one runs, once; all handlers are given up after it.
         std::function<void()> invalidation {};
     };
 
@@ -99,7 +104,8 @@ public:
         IfNobodyListens choice = IfNobodyListens::Start);
 
     /// Sends a message. Errors of the reply: the other end's own; the reason why there is no
-    /// connection; `kConnectionInterruptedError`, `kConnectionInvalidError`; what of the arguments
+    /// connection; `kConnectionInterruptedError` (it may or may not have arrived);
+    /// `kConnectionSpentError`, `kConnectionInvalidError` (it was not sent); what of the arguments
     /// cannot be sent.
     void send(std::string_view selector, Array arguments, ReplyHandler handler);
 
@@ -114,6 +120,7 @@ private:
         std::uint64_t identifier = 0;
         ReplyHandler handler;
         IfNobodyListens choice = IfNobodyListens::Start;
+        bool isLate = false; // submitted after the invalidation
     };
 
     Connection(Queue queue, Opener opener, FileHandle socket);
@@ -125,8 +132,8 @@ private:
     void received(Message message);
     void received(Reply reply);
     void ended(const Error& error);
+    void finish(std::function<void()> Handlers::*handler, const Error& pending, Error later);
     void becomeInvalid(const Error& error);
-    void failPending(const Error& error);
 
     const Queue m_queue;
     const Opener m_opener;
@@ -139,7 +146,8 @@ private:
     std::shared_ptr<MessageChannel> m_channel;
     std::unordered_map<std::uint64_t, ReplyHandler> m_pending;
     std::shared_ptr<Connection> m_keptAlive;
-    bool m_isInvalid = false;
+    /// What a message fails with, once nothing is sent any more.
+    std::optional<Error> m_end;
 };
 
 } // namespace tdw

@@ -125,7 +125,7 @@ void MessageChannel::answered()
 void MessageChannel::send(Data frame)
 {
     assert(m_queue.isCurrent());
-    if (m_isClosed)
+    if (m_isClosed || !m_canWrite)
         return;
     m_backlog += frame.size();
     m_output.push_back(std::move(frame));
@@ -157,9 +157,20 @@ void MessageChannel::write()
                     });
                 });
         } else if (error && error != asio::error::interrupted) {
-            return end(Error::posix(error.value(), "Cannot write to the connection"));
+            return giveUpWriting();
         }
     }
+}
+
+/// The other end has gone, but its last words may still be there to be read; behind them comes the
+/// end, which is reported as such.
+void MessageChannel::giveUpWriting()
+{
+    m_canWrite = false;
+    m_output.clear();
+    m_firstWritten = 0;
+    m_backlog = 0;
+    waitForInput();
 }
 
 void MessageChannel::end(const Error& error)

@@ -70,6 +70,7 @@ private:
     void handleInput();
     void handle(std::span<const std::byte> payload);
     void write();
+    void giveUpWriting();
     void end(const Error& error);
 
     // The queue goes last, because the socket lives in its context.
@@ -87,6 +88,7 @@ private:
     std::size_t m_firstWritten = 0; // of the first element
     std::size_t m_backlog = 0;
     bool m_waitsForRoom = false;
+    bool m_canWrite = true;
 
     bool m_isClosed = false;
 };

@@ -182,7 +182,7 @@ void registerTerminationSignalHandler(std::int32_t signalNumber, const char* sig
     if (!slot) {
         tdw::reportLine("FATAL: Missing signal handler dispatch source global for signal "
             + std::to_string(signalNumber));
-        std::exit(EXIT_FAILURE);
+        endProcess(EXIT_FAILURE);
     }
     // The source takes the signal's disposition over. Ignoring the signal before that, or letting
     // an older source of it go, would lose one that comes in between.

@@ -1,4 +1,4 @@
-#include "EndToEnd/ToolRuns.h"
+#include "EndToEnd/RunningTool.h"
 
 #include <gmock/gmock.h>
 
@@ -19,8 +19,6 @@ using testing::Not;
 using testing::StartsWith;
 
 namespace {
-
-const std::filesystem::path kBuild = TIDEWELL_BUILD_DIR;
 
 /// The tool in an installation with one executable more; returns its path.
 std::string installedTool(const std::filesystem::path& directory, const std::string& executable)

@@ -317,3 +317,10 @@ TEST(EventsServer, WritesOneLineAnEventAndNothingElse)
     }
     EXPECT_EQ(output.text(), line(1, 0, kPhone) + "\n2,2,odd,one\n");
 }
+
+TEST(EventsServer, HandlesNoOtherSignal)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(registerTerminationSignalHandler(SIGHUP, "SIGHUP"), testing::ExitedWithCode(1),
+        "^FATAL: Missing signal handler dispatch source global for signal 1\n$");
+}

@@ -1,4 +1,4 @@
-#include "EndToEnd/ToolRuns.h"
+#include "EndToEnd/RunningTool.h"
 #include "Platform/LocalSocket.h"
 #include "Platform/RuntimeDirectory.h"
 

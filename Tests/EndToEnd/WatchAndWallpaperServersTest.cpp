@@ -30,6 +30,9 @@ Value entry(const Dictionary& battery)
         { kTDWDeviceListItemUDID, "watch-1" }, { kTDWDeviceInfoBattery, battery } } };
 }
 
+const std::string kProxy = "com.apple.companion_proxy";
+const std::string kSpringboard = "com.apple.springboardservices";
+
 /// The error of a library call, with what was being done.
 Error detailed(const char* detail, const char* api, int code)
 {
@@ -43,7 +46,6 @@ TEST(CompanionBatteryServer, TellsWhatEachWatchHasAndEndsWithTheFirstFailure)
 {
     const char* read = "companion_proxy_get_value_from_registry";
     const char* start = "companion_proxy_client_start_service";
-    const std::string proxy = "com.apple.companion_proxy";
     const std::vector<Row> rows {
         { "all values", watch(R"("BatteryCurrentCapacity": 83, "BatteryIsCharging": true,
               "ExternalConnected": true, "FullyCharged": false)"),
@@ -59,7 +61,7 @@ TEST(CompanionBatteryServer, TellsWhatEachWatchHasAndEndsWithTheFirstFailure)
             watch(R"("BatteryCurrentCapacity": 1)") + ","
                 + faulty(R"("wrong-type", "replyKey": "RetrievedValueDictionary", "value": 7,
                     "request": "GetValueFromRegistry")",
-                    proxy),
+                    kProxy),
             {},
             TDWErrorCreateWithMessage(
                 "Expected companion registry response to be a dictionary.", 1),
@@ -68,7 +70,7 @@ TEST(CompanionBatteryServer, TellsWhatEachWatchHasAndEndsWithTheFirstFailure)
             watch(R"("BatteryCurrentCapacity": 1)") + ","
                 + faulty(R"("wrong-type", "replyKey": "RetrievedValueDictionary", "value": {},
                     "request": "GetValueFromRegistry")",
-                    proxy),
+                    kProxy),
             {},
             TDWErrorCreateWithMessage("Companion registry response did not contain required "
                                       "property BatteryCurrentCapacity.",
@@ -132,7 +134,7 @@ TEST(WallpaperServer, GivesThePreviewAndAsksForNoMoreThanItWasAsked)
         ASSERT_TRUE(answer[kTDWWallpaperImage]) << answer.output;
         const Data image = *answer[kTDWWallpaperImage]->asData();
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(image.data()), 8), "\x89PNG\r\n\x1a\n");
-        EXPECT_EQ(answer[kTDWWallpaperInterfaceOrientation]->asInteger() != nullptr, true);
+        EXPECT_EQ(answer[kTDWWallpaperInterfaceOrientation], Value(1));
         const std::string log = household.control(
             R"({"command":"log","at":"com.apple.springboardservices","request":"getWallpaperPreviewImage"})");
         // The newest entry is the last; the whole message stands in it, so a further key shows.
@@ -142,16 +144,15 @@ TEST(WallpaperServer, GivesThePreviewAndAsksForNoMoreThanItWasAsked)
 
 TEST(WallpaperServer, EndsWithWhatFailed)
 {
-    const std::string springboard = "com.apple.springboardservices";
     const char* preview = "wallpaper_client_get_wallpaper_preview_image_png_data";
     const std::vector<Row> rows {
-        { "no image", faulty(R"("missing-key", "replyKey": "pngData")", springboard), {},
+        { "no image", faulty(R"("missing-key", "replyKey": "pngData")", kSpringboard), {},
             TDWErrorCreateWithMessage("Service returned no wallpaper data.", -1), 1 },
         { "an image of another type",
-            faulty(R"("wrong-type", "replyKey": "pngData", "value": 3)", springboard), {},
+            faulty(R"("wrong-type", "replyKey": "pngData", "value": 3)", kSpringboard), {},
             TDWErrorCreateWithMessage("Service returned no wallpaper data.", -1), 1 },
         { "a dropped preview",
-            faulty(R"("drop", "request": "getWallpaperPreviewImage")", springboard), {},
+            faulty(R"("drop", "request": "getWallpaperPreviewImage")", kSpringboard), {},
             TDWErrorCreate(preview, -3), 253 },
         { "no springboard",
             faulty(R"("error", "error": "InvalidService", "request": "StartService")"), {},
@@ -167,6 +168,93 @@ TEST(WallpaperServer, EndsWithWhatFailed)
     EXPECT_EQ(invalid.standardError, "Invalid wallpaper name index specified in arguments!\n");
     EXPECT_EQ(invalid.status, 1);
 }
+
+TEST(WatchesAndWallpapers, AFailureAtAnyStepIsTheOneAnswerAndNamesTheStep)
+{
+    const std::string start = "companion_proxy_client_start_service";
+    const std::string read = "companion_proxy_get_value_from_registry";
+    const std::string orientation = "wallpaper_client_get_interface_orientation";
+    const std::string preview = "wallpaper_client_get_wallpaper_preview_image_png_data";
+    struct Step {
+        const char* situation;
+        std::string device;
+        std::string api;
+        const char* key = "";
+    };
+    const auto value = [](const std::string& fault, int nth) {
+        return faulty(
+            fault + R"(, "request": "GetValueFromRegistry", "nth": )" + std::to_string(nth),
+            kProxy);
+    };
+    const auto picture = [](const std::string& request) {
+        return faulty(R"("truncate", "request": ")" + request + '"', kSpringboard);
+    };
+    std::vector<Step> rows {
+        { "the watches, dropped", faulty(R"("drop", "request": "GetDeviceRegistry")", kProxy),
+            "companion_proxy_get_device_registry" },
+        { "the first value, dropped", value(R"("drop")", 1), read, "BatteryCurrentCapacity" },
+        { "a later one, cut off", value(R"("truncate")", 2), read, "BatteryIsCharging" },
+        { "the last one, unreadable", value(R"("garbage")", 4), read, "FullyCharged" },
+        { "unplugged half way", value(R"("detach")", 3), read, "ExternalConnected" },
+        { "the second start", faulty(R"("error", "error": "InvalidService", "nth": 3,
+              "request": "StartService")"),
+            start, "BatteryIsCharging" },
+        { "the second session", faulty(R"("drop", "request": "StartSession", "nth": 3)"), start,
+            "BatteryIsCharging" },
+        { "the orientation", picture("getInterfaceOrientation"), orientation },
+        { "the preview", picture("getWallpaperPreviewImage"), preview },
+        { "the encryption of the service", faulty(R"("drop", "nth": 2)", "tls"), orientation },
+    };
+    for (Step& row : rows)
+        row.device += "," + watch(R"("BatteryCurrentCapacity": 1, "BatteryIsCharging": true,
+            "ExternalConnected": true, "FullyCharged": true)");
+    forEachRow(rows, [](const SimulatedDevices&, const Step& row, std::size_t i) {
+        const bool isPicture = row.api.starts_with("wallpaper");
+        const auto answer = SimulatedDevices::run(
+            isPicture ? "tdw_wallpaper" : "tdw_companion_battery", { udidOf(i), "1" });
+        ASSERT_TRUE(answer.error) << answer.output;
+        const Dictionary& info = answer.error->userInfo();
+        EXPECT_THAT(*info.find(kDebugDescriptionErrorKey)->asString(),
+            testing::StartsWith("API: " + row.api + " |"));
+        const Value* detail = info.find(kTDWErrorDetailKey);
+        EXPECT_EQ(detail ? *detail->asString() : "", row.key);
+        EXPECT_EQ(answer.status, answer.error->code() & 0xff);
+    });
+}
+
+TEST(WatchesAndWallpapers, AreWaitedForWhileTheyAnswer)
+{
+    const std::vector<Row> rows { { "a slow watch",
+        watch(R"("BatteryCurrentCapacity": 5)") + ","
+            + faulty(R"("delay", "milliseconds": 400)", kProxy),
+        entry({ { "BatteryCurrentCapacity", 5 } }), {}, 0 } };
+    forEachRow(rows, [](const SimulatedDevices&, const Row& row, std::size_t i) {
+        const auto answer = SimulatedDevices::run("tdw_companion_battery", { udidOf(i), "1" });
+        EXPECT_EQ(answer[kTDWDevicesKey], row.devices) << answer.output;
+        EXPECT_GE(answer.duration, std::chrono::seconds(2)) << "five requests";
+    });
+}
+
+class SilentCompanion : public testing::TestWithParam<const char*> { };
+
+TEST_P(SilentCompanion, IsGivenUpByTheClock)
+{
+    const std::string server = GetParam();
+    const auto fault = server == "tdw_wallpaper"
+        ? faulty(R"("hang", "request": "getWallpaperPreviewImage")", kSpringboard)
+        : faulty(R"("hang", "request": "GetValueFromRegistry", "nth": 2)", kProxy);
+    const std::vector<Row> rows { { "silent", watch(R"("BatteryCurrentCapacity": 5)") + "," + fault,
+        {}, TDWErrorCreateWithMessage("Server timeout.", 1), 1 } };
+    forEachRow(rows, [&](const SimulatedDevices&, const Row& row, std::size_t i) {
+        const auto answer = SimulatedDevices::run(server, { udidOf(i), "1" });
+        EXPECT_EQ(answer.error, row.error) << answer.output;
+        EXPECT_EQ(answer.status, row.status);
+        EXPECT_LE(answer.duration, std::chrono::seconds(14));
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , SilentCompanion, testing::Values("tdw_companion_battery", "tdw_wallpaper"));
 
 TEST(WallpaperServer, ReadsTheWidthAsAPlainDecimalNumber)
 {

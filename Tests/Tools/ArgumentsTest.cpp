@@ -32,6 +32,14 @@ TEST(Arguments, OptionsMayStandAnywhere)
     }
 }
 
+TEST(Arguments, TheLastWordMayBeOneThatIsRepeated)
+{
+    EXPECT_TRUE(parse({ "companions" }));
+    const auto arguments = parse({ "companions", "phone", "a", "b", "c" });
+    ASSERT_TRUE(arguments);
+    EXPECT_THAT(arguments->words, testing::ElementsAre("phone", "a", "b", "c"));
+}
+
 TEST(Arguments, WordsAreTakenAsTheyAre)
 {
     // Each of these means something to the parser when it stands in another place.
@@ -64,6 +72,9 @@ TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
         { { "pair", "x", "--timeout=-1" }, "from 1 to 3600, not \"-1\"" },
         { { "pair", "x", "--timeout", "1s" }, "from 1 to 3600, not \"1s\"" },
         { { "battery", "x", "--timeout=5" }, "\"battery\" does not take the option \"--timeout\"" },
+        { { "wallpaper", "x", "--width", "0" }, "number of pixels from 1 to 10000, not \"0\"" },
+        { { "wallpaper", "x", "-o", "" }, "--output takes a file" },
+        { { "companions", "x", "--width=1" }, "\"companions\" does not take the option" },
         { { "info" }, "needs more: tidewell info DEVICE" },
         { { "completion" }, "needs more: tidewell completion bash|zsh|fish" },
         { { "completion", "tcsh" }, "Expected \"bash\", \"zsh\" or \"fish\", not \"tcsh\"" },

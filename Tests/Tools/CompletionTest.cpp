@@ -67,6 +67,9 @@ TEST(Completion, BashOffersCommandsOptionsChoicesAndDevices)
     EXPECT_EQ(bashOffers("tidewell list ''", 2), "\n");
     EXPECT_EQ(bashOffers("tidewell completion ''", 2), "bash zsh fish\n");
     EXPECT_EQ(bashOffers("tidewell help compl", 2), "completion\n");
+    EXPECT_EQ(bashOffers("tidewell companions ''", 2), "00AB-1\n");
+    EXPECT_EQ(bashOffers("tidewell wallpaper -o /etc/passwd 00", 4), "00AB-1\n");
+    EXPECT_EQ(bashOffers("tidewell wallpaper 00AB-1 -o /etc/os-rel", 4), "/etc/os-release\n");
 }
 
 TEST(Completion, EveryScriptIsOneThatItsShellCanRead)

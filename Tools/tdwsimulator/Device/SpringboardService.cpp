@@ -3,6 +3,7 @@
 #include "Model/Lookup.h"
 
 #include <charconv>
+#include <utility>
 
 namespace tdw::simulator {
 
@@ -28,22 +29,42 @@ std::optional<WallpaperPlace> placeNamed(const std::string* name)
     return std::nullopt;
 }
 
+double widthIn(const Dictionary& request)
+{
+    const Value* width = request.find("widthPixels");
+    if (width != nullptr && width->asReal())
+        return *width->asReal();
+    const auto whole = width != nullptr ? width->asInt64() : std::nullopt;
+    return static_cast<double>(whole.value_or(0));
+}
+
+ServiceReply replying(Dictionary message)
+{
+    return ServiceReply { .messages = { std::move(message) } };
+}
+
 } // namespace
 
 ServiceReply SpringboardService::handle(const Dictionary& request)
 {
     const std::string name = requestName(request);
+    if (name == "getInterfaceOrientation")
+        return replying({ { "interfaceOrientation", m_device.description().orientation } });
+
     const bool hasPreviews = majorVersion(m_device) >= kFirstVersionWithPreviews;
     const bool isPreview = name == "getWallpaperPreviewImage";
     const bool isLegacy = name == "getHomeScreenWallpaperPNGData";
+    const bool isInfo = name == "getWallpaperInfo";
     if ((isPreview && !hasPreviews) || (isLegacy && hasPreviews))
         return ServiceReply { .next = ServiceReply::Next::Close };
     const auto place
         = isLegacy ? WallpaperPlace::HomeScreen : placeNamed(stringIn(request, "wallpaperName"));
-    if ((!isPreview && !isLegacy) || !place)
-        return ServiceReply { .messages = { refusal(request, "UnknownCommand") } };
-    return ServiceReply { .messages
-        = { Dictionary { { "pngData", m_device.wallpaper(*place) } } } };
+    if ((!isPreview && !isLegacy && !isInfo) || !place)
+        return replying(refusal(request, "UnknownCommand"));
+    // What devices say here is not known; software is to pass it on whatever it is.
+    if (isInfo)
+        return replying({ { "wallpaperName", *stringIn(request, "wallpaperName") } });
+    return replying({ { "pngData", m_device.wallpaper(*place, widthIn(request)) } });
 }
 
 Dictionary SpringboardService::refusal(const Dictionary&, std::string_view error) const

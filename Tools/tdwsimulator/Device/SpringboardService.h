@@ -4,8 +4,9 @@
 
 namespace tdw::simulator {
 
-/// The home screen's service, as far as wallpapers go. Systems from 16 on answer the newer command
-/// and drop the connection upon the older one; earlier systems do it the other way round.
+/// The home screen's service, as far as wallpapers and the screen's orientation go. Systems from 16
+/// on answer the newer command and drop the connection upon the older one; earlier systems do it
+/// the other way round.
 class SpringboardService final : public Service {
 public:
     explicit SpringboardService(const ServiceContext& context)
@@ -18,7 +19,7 @@ public:
     PropertyListFormat format() const override { return PropertyListFormat::Binary; }
 
 private:
-    SimulatedDevice& m_device;
+    const SimulatedDevice& m_device;
 };
 
 } // namespace tdw::simulator

@@ -106,6 +106,7 @@ private:
             device.watches.push_back(TDW_TRY(readWatch(
                 *item, object.pathOf("watches[" + std::to_string(device.watches.size()) + "]"))));
         }
+        device.orientation = TDW_TRY(object.number("orientation")).value_or(device.orientation);
         device.wallpaper = TDW_TRY(readWallpaper(object));
         for (Fault& fault : TDW_TRY(readFaults(object, device.udid)))
             m_deviceFaults.push_back(std::move(fault));

@@ -64,6 +64,7 @@ struct DeviceDescription {
     bool repliesWithResult = false; ///< as systems before 5 did
     std::optional<std::string> networkAddress; ///< 127.x.y.z; none: one that is free
     std::vector<WatchDescription> watches;
+    std::uint64_t orientation = 1; ///< how it is held: 1 is upright
     std::optional<Data> wallpaper; ///< a PNG image for all places; none: one is drawn
 };
 

@@ -35,12 +35,11 @@ WatchDescription* SimulatedDevice::watch(std::string_view udid)
     return const_cast<WatchDescription*>(std::as_const(*this).watch(udid));
 }
 
-const Data& SimulatedDevice::wallpaper(WallpaperPlace place)
+Data SimulatedDevice::wallpaper(WallpaperPlace place, double widthPixels) const
 {
-    Data& image = m_wallpapers[place];
-    if (image.empty())
-        image = m_description.wallpaper ? *m_description.wallpaper : drawWallpaper(udid(), place);
-    return image;
+    if (m_description.wallpaper)
+        return *m_description.wallpaper;
+    return drawWallpaper({ udid(), text("DeviceName"), text("DeviceClass") }, place, widthPixels);
 }
 
 std::string SimulatedDevice::text(std::string_view key) const

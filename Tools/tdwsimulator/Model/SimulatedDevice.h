@@ -7,7 +7,6 @@
 #include "Trust/TrustDialog.h"
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,8 +37,9 @@ public:
     const WatchDescription* watch(std::string_view udid) const;
     WatchDescription* watch(std::string_view udid);
 
-    /// A PNG image: the scenario's file, or one drawn for the device.
-    const Data& wallpaper(WallpaperPlace place);
+    /// A PNG image: the scenario's file, or one drawn for the device at the width that is asked
+    /// for.
+    Data wallpaper(WallpaperPlace place, double widthPixels) const;
 
     /// Counts the sessions from 1.
     std::uint64_t nextSessionNumber() { return ++m_lastSession; }
@@ -59,7 +59,6 @@ private:
     TrustDialog m_trust;
     PairingStore m_pairings;
     std::uint64_t m_lastSession = 0;
-    std::map<WallpaperPlace, Data> m_wallpapers;
 };
 
 } // namespace tdw::simulator

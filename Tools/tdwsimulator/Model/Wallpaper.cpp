@@ -1,137 +1,188 @@
 #include "Model/Wallpaper.h"
 
+#include "Model/BitmapFont.h"
+
+#include <png.h>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
-#include <span>
+#include <numeric>
+#include <vector>
 
 namespace tdw::simulator {
 
 namespace {
 
-constexpr std::uint32_t kWidth = 195;
-constexpr std::uint32_t kHeight = 422;
+constexpr std::size_t kWidest = 4096;
 constexpr std::size_t kColours = 256;
-constexpr unsigned kFirstHillColour = 192;
+constexpr std::size_t kTextColour = kColours - 1;
+constexpr std::size_t kShadowColour = kColours - 2;
+constexpr std::size_t kSkyColours = kColours - 2;
 
-void appendBigEndian(Data& data, std::uint32_t number)
+/// Names that are longer are broken between words where they can be.
+constexpr std::size_t kLongestLine = 16;
+constexpr std::size_t kMostLines = 5;
+
+struct Size {
+    std::size_t width;
+    std::size_t height;
+};
+
+/// The screen of a class of devices, in the points that its system counts by.
+Size screenOf(std::string_view deviceClass)
 {
-    for (int shift = 24; shift >= 0; shift -= 8)
-        data.push_back(static_cast<std::byte>(number >> shift & 0xff));
+    return deviceClass == "iPad" ? Size { 768, 1024 } : Size { 393, 852 };
 }
 
-std::uint32_t crc32(std::span<const std::byte> bytes)
+Size sizeOf(std::string_view deviceClass, double widthPixels)
 {
-    std::uint32_t crc = 0xffffffff;
-    for (const std::byte byte : bytes) {
-        crc ^= std::to_integer<std::uint32_t>(byte);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0xedb88320u : 0u);
+    const Size screen = screenOf(deviceClass);
+    if (!std::isfinite(widthPixels) || widthPixels <= 0)
+        return screen;
+    const double bounded = std::clamp(widthPixels, 1.0, static_cast<double>(kWidest));
+    const auto width = static_cast<std::size_t>(std::lround(bounded));
+    return { width, std::max<std::size_t>(1, width * screen.height / screen.width) };
+}
+
+/// A picture whose pixels are indices of its palette.
+struct Picture {
+    Size size;
+    std::vector<std::uint8_t> pixels;
+    std::array<std::uint8_t, 3 * kColours> palette {};
+
+    explicit Picture(Size extent)
+        : size(extent)
+        , pixels(extent.width * extent.height)
+    {
     }
-    return ~crc;
-}
 
-std::uint32_t adler32(std::span<const std::byte> bytes)
-{
-    std::uint32_t low = 1;
-    std::uint32_t high = 0;
-    for (const std::byte byte : bytes) {
-        low = (low + std::to_integer<std::uint32_t>(byte)) % 65521;
-        high = (high + low) % 65521;
-    }
-    return high << 16 | low;
-}
-
-void appendChunk(Data& image, std::string_view type, std::span<const std::byte> content)
-{
-    appendBigEndian(image, static_cast<std::uint32_t>(content.size()));
-    const std::size_t start = image.size();
-    const auto name = std::as_bytes(std::span(type));
-    image.insert(image.end(), name.begin(), name.end());
-    image.insert(image.end(), content.begin(), content.end());
-    appendBigEndian(image, crc32(std::span(image).subspan(start)));
-}
-
-/// A zlib stream of stored blocks: no compression, and so no compression library.
-Data stored(std::span<const std::byte> bytes)
-{
-    constexpr std::size_t kBlock = 65535;
-    Data stream { std::byte { 0x78 }, std::byte { 0x01 } };
-    for (std::size_t start = 0; start < bytes.size(); start += kBlock) {
-        const auto block = bytes.subspan(start, std::min(kBlock, bytes.size() - start));
-        const auto size = static_cast<std::uint16_t>(block.size());
-        const bool isLast = start + kBlock >= bytes.size();
-        stream.push_back(isLast ? std::byte { 1 } : std::byte { 0 });
-        for (const std::uint16_t number : { size, static_cast<std::uint16_t>(~size) }) {
-            stream.push_back(static_cast<std::byte>(number & 0xff));
-            stream.push_back(static_cast<std::byte>(number >> 8));
+    void fill(std::size_t left, std::size_t top, std::size_t side, std::size_t colour)
+    {
+        const std::size_t right = std::min(left + side, size.width);
+        for (std::size_t y = top; y < std::min(top + side, size.height); ++y) {
+            for (std::size_t x = left; x < right; ++x)
+                pixels[y * size.width + x] = static_cast<std::uint8_t>(colour);
         }
-        stream.insert(stream.end(), block.begin(), block.end());
     }
-    appendBigEndian(stream, adler32(bytes));
-    return stream;
-}
+};
 
-/// A smooth ramp of colours, shifted by the device's own hue; the hills are the dark end.
-Data palette(std::uint32_t hue, WallpaperPlace place)
+/// From one hue at the top to a darker one at the bottom; the lock screen's differ from the home
+/// screen's.
+void mixColours(Picture& picture, std::string_view udid, WallpaperPlace place)
 {
     constexpr double kTurn = 6.283185307179586;
-    const double start
-        = static_cast<double>(hue % 360) / 360 + (place == WallpaperPlace::LockScreen ? 0.3 : 0.0);
-    Data colours;
-    for (std::size_t i = 0; i < kColours; ++i) {
-        const double along = static_cast<double>(i) / kColours;
-        const double light = i < kFirstHillColour ? 0.95 - along / 2 : 0.45 - along / 4;
-        for (const double phase : { 0.0, 1.0 / 3, 2.0 / 3 }) {
-            const double wave = 0.5 + 0.5 * std::cos(kTurn * (start + along / 4 + phase));
-            colours.push_back(static_cast<std::byte>(255 * light * (0.45 + 0.55 * wave)));
+    const unsigned seed
+        = std::accumulate(udid.begin(), udid.end(), 0U, [](unsigned sum, char character) {
+              return sum * 31 + static_cast<unsigned char>(character);
+          });
+    const double start = seed % 360 / 360.0 + (place == WallpaperPlace::LockScreen ? 0.4 : 0.0);
+    for (std::size_t i = 0; i < kSkyColours; ++i) {
+        const double along = static_cast<double>(i) / kSkyColours;
+        for (std::size_t part = 0; part < 3; ++part) {
+            const double phase = static_cast<double>(part) / 3;
+            const double wave = 0.5 + 0.5 * std::cos(kTurn * (start + along / 5 + phase));
+            picture.palette[3 * i + part]
+                = static_cast<std::uint8_t>(255 * (0.95 - 0.6 * along) * (0.4 + 0.6 * wave));
         }
     }
-    return colours;
-}
-
-/// Where a hill begins; the nearer, the lower.
-double crestOf(unsigned hill, std::uint32_t x, double shift)
-{
-    return kHeight * (0.62 + 0.12 * hill)
-        - 26 * std::sin(x / (24.0 + 11 * hill) + shift * (hill + 1));
-}
-
-unsigned colourAt(std::uint32_t x, std::uint32_t y, double shift)
-{
-    for (unsigned hill = 3; hill > 0; --hill) {
-        if (y > crestOf(hill - 1, x, shift))
-            return kFirstHillColour + 16 * hill;
+    for (std::size_t part = 0; part < 3; ++part) {
+        picture.palette[3 * kTextColour + part] = 255;
+        picture.palette[3 * kShadowColour + part] = 24;
     }
-    return y * (kFirstHillColour - 1) / kHeight;
+}
+
+void paintSky(Picture& picture)
+{
+    const auto [width, height] = picture.size;
+    for (std::size_t y = 0; y < height; ++y) {
+        const auto colour = static_cast<std::uint8_t>(y * kSkyColours / height);
+        std::fill_n(picture.pixels.begin() + static_cast<std::ptrdiff_t>(y * width), width, colour);
+    }
+}
+
+std::vector<std::vector<Glyph>> linesOf(std::string_view name)
+{
+    std::vector<std::vector<Glyph>> lines;
+    while (!name.empty() && lines.size() < kMostLines) {
+        std::size_t length = name.size();
+        if (length > kLongestLine) {
+            const std::size_t blank = name.rfind(' ', kLongestLine);
+            length = std::min(blank == name.npos ? name.find(' ') : blank, length);
+        }
+        lines.push_back(glyphsOf(name.substr(0, length)));
+        name.remove_prefix(std::min(length + 1, name.size()));
+    }
+    return lines;
+}
+
+/// One glyph of square dots over its own shadow.
+void writeGlyph(
+    Picture& picture, const Glyph& glyph, std::size_t left, std::size_t top, std::size_t dot)
+{
+    for (const std::size_t colour : { kShadowColour, kTextColour }) {
+        const std::size_t shift = colour == kShadowColour ? (dot + 1) / 2 : 0;
+        for (std::size_t i = 0; i < kGlyphHeight * kGlyphWidth; ++i) {
+            const std::size_t row = i / kGlyphWidth;
+            const std::size_t column = i % kGlyphWidth;
+            if ((glyph[row] >> (kGlyphWidth - 1 - column) & 1) != 0)
+                picture.fill(left + column * dot + shift, top + row * dot + shift, dot, colour);
+        }
+    }
+}
+
+/// Writes lines in the middle, as large as nine tenths of the width allow.
+void writeLines(Picture& picture, const std::vector<std::vector<Glyph>>& lines)
+{
+    constexpr std::size_t kAdvance = kGlyphWidth + 1;
+    std::size_t longest = 1;
+    for (const auto& line : lines)
+        longest = std::max(longest, line.size());
+    const auto [width, height] = picture.size;
+    const std::size_t dot
+        = std::clamp<std::size_t>(width * 9 / 10 / (longest * kAdvance), 1, width / 64 + 1);
+    const std::size_t lineHeight = dot * (kGlyphHeight + 3);
+    std::size_t top = (height - std::min(height, lines.size() * lineHeight)) / 2;
+    for (const auto& line : lines) {
+        std::size_t left = (width - std::min(width, line.size() * kAdvance * dot)) / 2;
+        for (const Glyph& glyph : line) {
+            writeGlyph(picture, glyph, left, top, dot);
+            left += kAdvance * dot;
+        }
+        top += lineHeight;
+    }
+}
+
+Data encode(const Picture& picture)
+{
+    png_image image {};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(picture.size.width);
+    image.height = static_cast<png_uint_32>(picture.size.height);
+    image.format = PNG_FORMAT_RGB_COLORMAP;
+    image.flags = PNG_IMAGE_FLAG_FAST;
+    image.colormap_entries = kColours;
+    // The largest size that there can be, because asking for the size compresses as well.
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+    Data bytes(size);
+    if (png_image_write_to_memory(
+            &image, bytes.data(), &size, 0, picture.pixels.data(), 0, picture.palette.data())
+        == 0)
+        size = 0;
+    bytes.resize(size);
+    return bytes;
 }
 
 } // namespace
 
-Data drawWallpaper(std::string_view udid, WallpaperPlace place)
+Data drawWallpaper(const WallpaperSubject& subject, WallpaperPlace place, double widthPixels)
 {
-    const std::uint32_t seed = crc32(std::as_bytes(std::span(udid)));
-    Data pixels;
-    pixels.reserve((kWidth + 1) * kHeight);
-    for (std::uint32_t y = 0; y < kHeight; ++y) {
-        pixels.push_back(std::byte { 0 }); // each line says that it is not filtered
-        for (std::uint32_t x = 0; x < kWidth; ++x)
-            pixels.push_back(static_cast<std::byte>(colourAt(x, y, seed % 7)));
-    }
-
-    Data image;
-    for (const unsigned byte : { 0x89u, 0x50u, 0x4eu, 0x47u, 0x0du, 0x0au, 0x1au, 0x0au })
-        image.push_back(static_cast<std::byte>(byte));
-    Data header;
-    appendBigEndian(header, kWidth);
-    appendBigEndian(header, kHeight);
-    for (const unsigned byte : { 8u, 3u, 0u, 0u, 0u }) // eight bits, each a palette's index
-        header.push_back(static_cast<std::byte>(byte));
-    appendChunk(image, "IHDR", header);
-    appendChunk(image, "PLTE", palette(seed, place));
-    appendChunk(image, "IDAT", stored(pixels));
-    appendChunk(image, "IEND", {});
-    return image;
+    Picture picture(sizeOf(subject.deviceClass, widthPixels));
+    mixColours(picture, subject.udid, place);
+    paintSky(picture);
+    writeLines(picture, linesOf(subject.name));
+    return encode(picture);
 }
 
 } // namespace tdw::simulator

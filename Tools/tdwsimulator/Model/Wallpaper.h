@@ -2,13 +2,23 @@
 
 #include "Platform/Value.h"
 
+#include <string>
 #include <string_view>
 
 namespace tdw::simulator {
 
 enum class WallpaperPlace { HomeScreen, LockScreen };
 
-/// Draws a wallpaper as a PNG image: hills under an evening sky, in colours of the device's own.
-Data drawWallpaper(std::string_view udid, WallpaperPlace place);
+/// What a wallpaper is drawn for.
+struct WallpaperSubject {
+    std::string udid; ///< chooses the colours
+    std::string name; ///< stands on the picture
+    std::string deviceClass; ///< decides about its shape
+};
+
+/// Draws a wallpaper as a PNG image: the device's name before a sky of the device's own colours.
+/// @param widthPixels rounded to whole pixels, and to at most 4096; anything that is no width lets
+///        the device choose
+Data drawWallpaper(const WallpaperSubject& subject, WallpaperPlace place, double widthPixels);
 
 } // namespace tdw::simulator

@@ -34,6 +34,9 @@ struct Arguments {
 
     /// The value of an option that takes a time.
     std::optional<std::chrono::seconds> secondsOf(std::string_view option) const;
+
+    /// The value of an option that takes a number of pixels.
+    std::optional<int> pixelsOf(std::string_view option) const;
 };
 
 /// A command line taken apart, not yet checked.

@@ -76,9 +76,16 @@ std::string bashCompletion()
     for (const Option& option : optionTable()) {
         if (option.valueKind == ValueKind::None)
             continue;
-        valued += (valued.empty() ? "" : " | ") + std::string(option.name);
-        values += branch(
-            "    ", std::string(option.name) + ":*", "'" + choiceNames(option.choices) + "'");
+        for (const std::string_view name : { option.name, option.shortName }) {
+            if (name.empty())
+                continue;
+            valued += (valued.empty() ? "" : " | ") + std::string(name);
+            const std::string pattern = std::string(name) + ":*";
+            values += option.valueKind == ValueKind::File
+                ? "    " + pattern
+                    + ") mapfile -t COMPREPLY < <(compgen -f -- \"$current\"); return ;;\n"
+                : branch("    ", pattern, "'" + choiceNames(option.choices) + "'");
+        }
     }
     std::string options;
     std::string words;

@@ -9,8 +9,29 @@ namespace tdw::cli {
 
 namespace {
 
+/// What an option takes that takes a number, from 1 up.
+struct NumberForm {
+    std::string_view unit;
+    int largest;
+};
+
 /// An hour; nobody waits longer by intention.
-constexpr int kLongestTime = 3600;
+constexpr NumberForm kSeconds { "seconds", 3600 };
+
+/// More than any screen has.
+constexpr NumberForm kPixels { "pixels", 10'000 };
+
+std::optional<int> numberIn(const std::string* text, const NumberForm& form)
+{
+    if (!text)
+        return std::nullopt;
+    int number = 0;
+    const char* const end = text->data() + text->size();
+    const auto parsed = std::from_chars(text->data(), end, number);
+    if (parsed.ec != std::errc() || parsed.ptr != end || number < 1 || number > form.largest)
+        return std::nullopt;
+    return number;
+}
 
 Error usageError(const std::string& reason, const Command* command = nullptr)
 {
@@ -57,10 +78,28 @@ std::string unexpected(std::string_view given, std::span<const std::string_view>
     return "Expected " + inWords(choices) + ", not \"" + std::string(given) + "\"";
 }
 
-std::string notATime(std::string_view option, std::string_view given)
+/// What is wrong with the value of an option, or nothing.
+std::string valueProblem(const Option& option, const std::string& given)
 {
-    return std::string(option) + " takes a number of seconds from 1 to "
-        + std::to_string(kLongestTime) + ", not \"" + std::string(given) + "\"";
+    const auto notThat = [&](const NumberForm& form) {
+        return numberIn(&given, form)
+            ? std::string()
+            : std::string(option.name) + " takes a number of " + std::string(form.unit)
+                + " from 1 to " + std::to_string(form.largest) + ", not \"" + given + "\"";
+    };
+    switch (option.valueKind) {
+    case ValueKind::Choice:
+        return isAmong(given, option.choices) ? "" : unexpected(given, option.choices);
+    case ValueKind::Seconds:
+        return notThat(kSeconds);
+    case ValueKind::Pixels:
+        return notThat(kPixels);
+    case ValueKind::File:
+        return given.empty() ? std::string(option.name) + " takes a file" : "";
+    case ValueKind::None:
+        break;
+    }
+    return "";
 }
 
 Result<void> checkOptions(const Arguments& arguments)
@@ -71,10 +110,8 @@ Result<void> checkOptions(const Arguments& arguments)
             return usageError("\"" + std::string(arguments.command->name)
                     + "\" does not take the option \"" + name + "\"",
                 arguments.command);
-        if (option.valueKind == ValueKind::Choice && !isAmong(value, option.choices))
-            return usageError(unexpected(value, option.choices), arguments.command);
-        if (option.valueKind == ValueKind::Seconds && !arguments.secondsOf(name))
-            return usageError(notATime(name, value), arguments.command);
+        if (const auto problem = valueProblem(option, value); !problem.empty())
+            return usageError(problem, arguments.command);
     }
     return {};
 }
@@ -83,7 +120,8 @@ Result<void> checkWords(const Arguments& arguments)
 {
     const Command& command = *arguments.command;
     const auto& words = arguments.words;
-    if (words.size() > command.words.size())
+    const bool takesMore = !command.words.empty() && command.words.back().isRepeated;
+    if (words.size() > command.words.size() && !takesMore)
         return usageError("Unexpected argument \"" + words[command.words.size()] + "\" after \""
                 + std::string(command.name) + "\"",
             &command);
@@ -91,8 +129,9 @@ Result<void> checkWords(const Arguments& arguments)
         return usageError(
             "\"" + std::string(command.name) + "\" needs more: " + usageLine(command), &command);
     for (std::size_t i = 0; i < words.size(); ++i) {
-        if (!isAmong(words[i], command.words[i].choices))
-            return usageError(unexpected(words[i], command.words[i].choices), &command);
+        const Word& word = command.words[std::min(i, command.words.size() - 1)];
+        if (!isAmong(words[i], word.choices))
+            return usageError(unexpected(words[i], word.choices), &command);
     }
     return {};
 }
@@ -101,15 +140,13 @@ Result<void> checkWords(const Arguments& arguments)
 
 std::optional<std::chrono::seconds> Arguments::secondsOf(std::string_view option) const
 {
-    const std::string* text = valueOf(option);
-    if (!text)
-        return std::nullopt;
-    int number = 0;
-    const char* const end = text->data() + text->size();
-    const auto parsed = std::from_chars(text->data(), end, number);
-    if (parsed.ec != std::errc() || parsed.ptr != end || number < 1 || number > kLongestTime)
-        return std::nullopt;
-    return std::chrono::seconds(number);
+    const auto number = numberIn(valueOf(option), kSeconds);
+    return number ? std::optional(std::chrono::seconds(*number)) : std::nullopt;
+}
+
+std::optional<int> Arguments::pixelsOf(std::string_view option) const
+{
+    return numberIn(valueOf(option), kPixels);
 }
 
 Error unknownCommandError(const std::string& name)

@@ -18,6 +18,10 @@ constexpr std::string_view kRequestOptions[] = { "--json", "--direct" };
 constexpr std::string_view kJsonOptions[] = { "--json" };
 constexpr std::string_view kDirectOptions[] = { "--direct" };
 constexpr std::string_view kInfoOptions[] = { "--json", "--direct", "--connection" };
+constexpr std::string_view kCompanionsOptions[]
+    = { "--json", "--direct", "--connection", "--battery" };
+constexpr std::string_view kWallpaperOptions[] = { "--json", "--direct", "--connection", "--home",
+    "--lock", "--width", "--output", "--force" };
 constexpr std::string_view kPairOptions[] = { "--json", "--direct", "--timeout" };
 
 constexpr Option kOptions[] = {
@@ -31,6 +35,19 @@ constexpr Option kOptions[] = {
         .valueKind = ValueKind::Seconds,
         .valueName = "SECONDS",
         .help = "How long to wait, instead of 60 seconds" },
+    { .name = "--battery", .help = "Tell the batteries and nothing else" },
+    { .name = "--home", .help = "Take the wallpaper of the home screen" },
+    { .name = "--lock", .help = "Take the wallpaper of the lock screen; the default" },
+    { .name = "--width",
+        .valueKind = ValueKind::Pixels,
+        .valueName = "PIXELS",
+        .help = "How wide the picture is to be, instead of what the device likes" },
+    { .name = "--output",
+        .shortName = "-o",
+        .valueKind = ValueKind::File,
+        .valueName = "FILE",
+        .help = "Write the picture to a file instead of the terminal" },
+    { .name = "--force", .help = "Overwrite the file where it is there already" },
     { .name = "--direct", .help = "Ask without the service, from this process" },
     { .name = "--help",
         .shortName = "-h",
@@ -43,6 +60,8 @@ constexpr Word kWifiWords[]
     = { { "DEVICE", WordKind::Device }, { "on|off", WordKind::Choice, kSwitch } };
 constexpr Word kBuddyWords[] = { { "DEVICE", WordKind::Device }, { "TEXT", WordKind::Text } };
 constexpr Word kServiceWords[] = { { "status|stop", WordKind::Choice, kServiceActions } };
+constexpr Word kCompanionsWords[] = { { "DEVICE", WordKind::Device, {}, true },
+    { .name = "WATCH...", .isOptional = true, .isRepeated = true } };
 constexpr Word kHelpWords[] = { { "COMMAND", WordKind::Command, {}, true } };
 constexpr Word kCompletionWords[] = { { "bash|zsh|fish", WordKind::Choice, kShells } };
 
@@ -55,8 +74,17 @@ constexpr Command kCommands[] = {
         &infoCommand },
     { "battery", kDeviceWords, kRequestOptions, "Tell the charge of a device",
         "The device must trust this computer. It is reached over USB or the network, whichever "
-        "works.",
+        "works; there is no choosing.",
         &batteryCommand },
+    { "companions", kCompanionsWords, kCompanionsOptions, "Tell about the watches of a phone",
+        "Each WATCH is an identifier as this command shows it; without any, all watches are told "
+        "about that are paired with the phone. DEVICE may be left out where one device is there. A "
+        "watch that cannot be read is a warning, as long as another one can.",
+        &companionsCommand },
+    { "wallpaper", kDeviceWords, kWallpaperOptions, "Save or show the wallpaper of a device",
+        "The picture is written to the file as a whole or not at all. Without a file it is shown on "
+        "the terminal, where that can show pictures.",
+        &wallpaperCommand },
     { "pair", kDeviceWords, kPairOptions, "Make a device trust this computer",
         "The device must be connected with a cable. It asks its user; the command waits for the "
         "answer, for 60 seconds unless --timeout says otherwise.",

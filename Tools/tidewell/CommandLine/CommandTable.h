@@ -22,9 +22,11 @@ struct Word {
     /// What may be given, for `WordKind::Choice`.
     std::span<const std::string_view> choices {};
     bool isOptional = false;
+    /// Whether it may be given any number of times; for the last word of a command.
+    bool isRepeated = false;
 };
 
-enum class ValueKind { None, Choice, Seconds };
+enum class ValueKind { None, Choice, Seconds, Pixels, File };
 
 struct Option {
     /// With its dashes.

@@ -35,7 +35,9 @@ std::string optionLine(const Command& command, const Option& option)
     std::string rest = "-l " + std::string(option.name.substr(2));
     if (!option.shortName.empty())
         rest += " -s " + std::string(option.shortName.substr(1));
-    if (option.valueKind != ValueKind::None)
+    if (option.valueKind == ValueKind::File)
+        rest += " -r -F";
+    else if (option.valueKind != ValueKind::None)
         rest += " -x -a '" + choiceNames(option.choices) + "'";
     return line(
         "__fish_seen_subcommand_from " + std::string(command.name), rest + described(option.help));

@@ -40,7 +40,9 @@ std::string optionArgument(const Option& option)
     std::string value;
     if (option.valueKind != ValueKind::None)
         value = ":" + std::string(option.valueName) + ":"
-            + (option.choices.empty() ? " " : "(" + choiceNames(option.choices) + ")");
+            + (option.valueKind == ValueKind::File ? "_files"
+                    : option.choices.empty()       ? " "
+                                                   : "(" + choiceNames(option.choices) + ")");
     const std::string help = "[" + std::string(option.help) + "]";
     if (option.shortName.empty())
         return "'" + name + help + value + "'";
@@ -65,8 +67,10 @@ std::string wordArgument(const Word& word, std::size_t position)
     case WordKind::Text:
         break;
     }
-    return "'" + std::to_string(position) + (word.isOptional ? "::" : ":") + std::string(word.name)
-        + ":" + action + "'";
+    // A star stands for all words from here on, however many.
+    const std::string place
+        = word.isRepeated ? "*:" : std::to_string(position) + (word.isOptional ? "::" : ":");
+    return "'" + place + std::string(word.name) + ":" + action + "'";
 }
 
 std::string commandCase(const Command& command)

@@ -19,6 +19,8 @@ struct Session {
 Result<void> listCommand(const Session& session);
 Result<void> infoCommand(const Session& session);
 Result<void> batteryCommand(const Session& session);
+Result<void> companionsCommand(const Session& session);
+Result<void> wallpaperCommand(const Session& session);
 Result<void> pairCommand(const Session& session);
 Result<void> unpairCommand(const Session& session);
 Result<void> wifiCommand(const Session& session);

@@ -1,10 +1,15 @@
 #include "Commands/Commands.h"
+#include "Commands/ConnectionChoice.h"
 #include "Commands/DeviceRequest.h"
 #include "Devices/DeviceLookup.h"
+#include "Devices/Watches.h"
 #include "Errors/ErrorText.h"
+#include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWServer.h"
 #include "Output/DeviceInfoText.h"
 #include "Output/Json.h"
+#include "Output/WatchTable.h"
+#include "Support/TDWErrorHelpers.h"
 
 // The commands that ask a device.
 
@@ -12,21 +17,20 @@ namespace tdw::cli {
 
 namespace {
 
-/// The connection type of a server's arguments.
-std::string connectionArgument(const std::string* choice)
-{
-    if (choice && *choice == "usb")
-        return "1";
-    return choice && *choice == "network" ? "2" : "0";
-}
+/// In the answer for programs: what was found out about the watches of a phone.
+constexpr std::string_view kCompanionsKey = "Companions";
 
-Result<void> checkConnection(const std::string* choice, const ListedDevice& device)
+/// The payload with what is known of the watches added to it.
+Value withWatches(const Value& info, const WatchReport& watches)
 {
-    if (choice && *choice == "usb" && !device.isReachedBy(Connection::Usb))
-        return notReachableBy(Connection::Usb, device);
-    if (choice && *choice == "network" && !device.isReachedBy(Connection::Network))
-        return notReachableBy(Connection::Network, device);
-    return {};
+    const Dictionary* fields = info.asDictionary();
+    if (!fields || !watchIdentifiersIn(info))
+        return info;
+    Dictionary result = *fields;
+    result.set(kCompanionsKey, watches.entries);
+    for (const Error& warning : watches.warnings)
+        TDWAppendErrorToWarningsArray(&result, &warning);
+    return result;
 }
 
 } // namespace
@@ -34,19 +38,33 @@ Result<void> checkConnection(const std::string* choice, const ListedDevice& devi
 Result<void> infoCommand(const Session& session)
 {
     const auto device = TDW_TRY(findDevice(session.requests, session.arguments.words.front()));
-    const std::string* choice = session.arguments.valueOf("--connection");
-    TDW_TRY(checkConnection(choice, device));
+    const auto connection = TDW_TRY(connectionArgument(session, device));
     const Value info = TDW_TRY(requestFor(session,
         { .server = kTidewellServerInfo,
-            .arguments = { device.udid, connectionArgument(choice) },
+            .arguments = { device.udid, connection,
+                std::string(kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag) },
             .attempt = "Cannot ask \"" + device.udid + "\"" }));
+    const auto watches = [&] {
+        return requestWatches(session.requests,
+            { .server = kTidewellServerCompanion,
+                .udid = device.udid,
+                .connection = connection,
+                .identifiers = watchIdentifiersIn(info).value_or(std::vector<std::string>()) });
+    };
     if (session.arguments.has("--json"))
-        return session.console.print(jsonLine(info));
+        return session.console.print(jsonLine(withWatches(info, watches())));
 
-    const auto text
-        = TDW_TRY(deviceInfoText(device, info, glyphsOfLocale(), session.console.outputColours()));
+    const auto colours = session.console.outputColours();
+    // What is known is shown before the watches are asked, who may take their time.
+    const auto text = TDW_TRY(deviceInfoText(device, info, glyphsOfLocale(), colours));
     TDW_TRY(session.console.print(text));
-    for (const Error& warning : deviceInfoWarnings(info))
+    auto warnings = deviceInfoWarnings(info);
+    const auto report = watches();
+    if (!report.entries.empty())
+        TDW_TRY(
+            session.console.print("\n" + watchTable(report.entries, glyphsOfLocale(), colours)));
+    warnings.insert(warnings.end(), report.warnings.begin(), report.warnings.end());
+    for (const Error& warning : warnings)
         session.console.say(warningText(warning, session.console.errorColours()));
     return {};
 }
@@ -56,7 +74,7 @@ Result<void> batteryCommand(const Session& session)
     const auto device = TDW_TRY(findDevice(session.requests, session.arguments.words.front()));
     const Value battery = TDW_TRY(requestFor(session,
         { .server = kTidewellServerBattery,
-            .arguments = { device.udid, connectionArgument(nullptr) },
+            .arguments = { device.udid },
             .attempt = "Cannot read the battery of \"" + device.udid + "\"" }));
     if (session.arguments.has("--json"))
         return session.console.print(jsonLine(battery));

@@ -69,6 +69,24 @@ Result<ListedDevice> findDevice(const Requests& requests, const std::string& tex
     return noDevice(text, devices);
 }
 
+Result<ListedDevice> findOnlyDevice(const Requests& requests)
+{
+    const auto payload = TDW_TRY(requestDeviceList(requests));
+    const auto devices = TDW_TRY(parseDeviceList(payload));
+    if (devices.size() == 1)
+        return devices.front();
+    if (devices.empty())
+        return commandLineError({ .status = ExitStatus::NoDevice,
+            .reason = "No device can be reached.",
+            .advice = "Connect it with a cable and unlock it." });
+    std::string candidates;
+    for (const ListedDevice& device : devices)
+        candidates += device.udid + "\n";
+    return commandLineError({ .status = ExitStatus::NoDevice,
+        .reason = "More than one device can be reached:\n" + candidates,
+        .advice = "Say which of them is meant." });
+}
+
 Result<ListedDevice> findDeviceOnCable(const Requests& requests, const std::string& text)
 {
     auto device = TDW_TRY(findDevice(requests, text));

@@ -17,7 +17,12 @@ namespace tdw::cli {
 /// Errors: those of the device list; `ExitStatus::Usage`; `ExitStatus::NoDevice`
 Result<ListedDevice> findDevice(const Requests& requests, const std::string& text);
 
-/// The same for what can be done with a cable only.
+/// The one device that is listed.
+///
+/// Errors: those of the device list; `ExitStatus::NoDevice` where there is none, or more than one
+Result<ListedDevice> findOnlyDevice(const Requests& requests);
+
+/// The same as `findDevice` for what can be done with a cable only.
 Result<ListedDevice> findDeviceOnCable(const Requests& requests, const std::string& text);
 
 /// The error of a device that is there, but not by the connection that is needed.

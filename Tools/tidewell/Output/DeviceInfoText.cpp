@@ -1,5 +1,7 @@
 #include "Output/DeviceInfoText.h"
 
+#include "Devices/Watches.h"
+#include "Errors/Warnings.h"
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
 #include "Output/Table.h"
@@ -38,21 +40,9 @@ bool isAboutWirelessValue(const Error& warning, std::string_view key)
         && warning.failureReason().starts_with(key);
 }
 
-std::vector<Error> allWarnings(const Value& info)
-{
-    std::vector<Error> warnings;
-    const Dictionary* fields = info.asDictionary();
-    const Value* value = fields ? fields->find(kTDWResponseWarningsKey) : nullptr;
-    if (const Array* array = value ? value->asArray() : nullptr) {
-        for (const Value& warning : *array)
-            warnings.push_back(TDWErrorParse(warning));
-    }
-    return warnings;
-}
-
 bool knowsWirelessValues(const Value& info)
 {
-    const auto warnings = allWarnings(info);
+    const auto warnings = warningsIn(info);
     return std::none_of(warnings.begin(), warnings.end(), [](const Error& warning) {
         return isAboutWirelessValue(warning, kTDWDeviceInfoEnableWiFiConnections);
     });
@@ -126,11 +116,15 @@ Result<std::string> deviceInfoText(
 
 std::vector<Error> deviceInfoWarnings(const Value& info)
 {
-    auto warnings = allWarnings(info);
+    auto warnings = warningsIn(info);
     if (knowsWirelessValues(info))
         std::erase_if(warnings, [](const Error& warning) {
             return isAboutWirelessValue(warning, kTDWDeviceInfoWirelessBuddyID);
         });
+    // Only phones have a service to look watches up with.
+    const auto lookup = watchLookupFailure(info);
+    if (lookup && text(*info.asDictionary(), kTDWDeviceInfoDeviceClass) != "iPhone")
+        std::erase(warnings, *lookup);
     return warnings;
 }
 

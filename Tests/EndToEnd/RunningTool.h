@@ -1,7 +1,8 @@
 #pragma once
 
-#include "EndToEnd/PrivateRuntime.h"
-#include "EndToEnd/SimulatedDevices.h"
+#include "EndToEnd/Household.h"
+#include "EndToEnd/ToolRun.h"
+#include "Platform/Process.h"
 
 #include <gtest/gtest.h>
 
@@ -13,40 +14,6 @@
 #include <string>
 #include <vector>
 
-inline const std::string kTool = TIDEWELL_BUILD_DIR "/bin/tidewell";
-
-// The devices of the default household.
-inline const std::string kPhone = "00008130-00FACADE0010001C";
-inline const std::string kLockedTablet = "00008103-00FACADE0011003A";
-inline const std::string kStranger = "00008110-00FACADE0012002E";
-
-/// The simulated household, with a service of its own.
-class Household : PrivateRuntime, public SimulatedDevices { };
-
-struct ToolRun {
-    std::string output;
-    std::string standardError;
-    tdw::Termination termination;
-};
-
-inline std::string textOf(const tdw::Data& data)
-{
-    return { reinterpret_cast<const char*>(data.data()), data.size() };
-}
-
-/// Runs the tool as users do.
-inline ToolRun tidewell(std::vector<std::string> arguments, const std::string& program = kTool)
-{
-    tdw::ServerRunOptions options;
-    options.executable = program;
-    options.serverName = "tidewell";
-    options.arguments = std::move(arguments);
-    options.timeout = std::chrono::seconds(60);
-    const auto outcome = tdw::runServer(std::move(options));
-    EXPECT_TRUE(outcome && !outcome->timedOut);
-    return { textOf(outcome->output), textOf(outcome->standardError), outcome->termination };
-}
-
 /// The tool under way, with its standard error in a pipe.
 struct RunningTool {
     explicit RunningTool(
@@ -54,7 +21,7 @@ struct RunningTool {
         : pipe(*tdw::Pipe::create())
     {
         tdw::LaunchOptions options;
-        options.executable = kTool;
+        options.executable = kBuild / "bin/tidewell";
         options.arguments = std::move(arguments);
         options.standardOutput
             = standardOutput ? standardOutput : std::optional(pipe.writer.descriptor());

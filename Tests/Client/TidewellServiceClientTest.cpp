@@ -1,0 +1,262 @@
+#include "Client/TidewellServiceClient.h"
+
+#include "Interfaces/TDWResponse.h"
+#include "Mailbox.h"
+#include "Platform/Queue.h"
+#include "PlayedPeer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace tdw;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char* kInvoke = "invokeServer:withArguments:timeout:reply:";
+constexpr const char* kSubscribe = "subscribeToDeviceEventsWithReply:";
+constexpr const char* kEvent = "serviceDidReceiveDeviceEvent:";
+
+/// A client of the played service, and what it called back on its queue.
+class TidewellServiceClientTest : public testing::Test {
+protected:
+    TidewellServiceClientTest()
+        : client(TidewellServiceClient::initWithEndpoint(service.endpoint(), queue))
+    {
+    }
+    ~TidewellServiceClientTest() override { client->invalidateTerminatingService(false); }
+
+    auto reportEvent()
+    {
+        return [this](const std::string& event) {
+            EXPECT_TRUE(queue.isCurrent());
+            callbacks.put("event " + event);
+        };
+    }
+    auto reportError()
+    {
+        return [this](const std::optional<Error>& error) {
+            EXPECT_TRUE(queue.isCurrent());
+            callbacks.put(
+                error ? std::to_string(error->code()) + " " + error->failureReason() : "none");
+        };
+    }
+    auto reportEnvelope()
+    {
+        return [this](const Value& envelope) {
+            EXPECT_TRUE(queue.isCurrent());
+            callbacks.put(envelope.debugDescription());
+        };
+    }
+
+    /// Makes the client subscribe and plays the service's side of it.
+    std::shared_ptr<Connection> subscribe()
+    {
+        client->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError());
+        const auto message = *service.messages().take();
+        EXPECT_EQ(message.selector, kSubscribe);
+        message.reply.succeed({});
+        EXPECT_EQ(callbacks.take(), "none");
+        return *service.connections().take();
+    }
+
+    /// Makes the client ask for something; what it sends is the test's to expect.
+    void ask() { client->deviceListWithCompletionHandler(reportEnvelope()); }
+
+    PlayedPeer service;
+    const Queue queue = Queue::serial("callbacks");
+    Mailbox<std::string> callbacks;
+    std::shared_ptr<TidewellServiceClient> client;
+};
+
+} // namespace
+
+TEST_F(TidewellServiceClientTest, SendsEachRequestAsItsServerTakesIt)
+{
+    const std::vector<std::string> watches { "w1", "w2" };
+    const std::string wireless = "com.apple.mobile.wireless_lockdown";
+    const auto handler = reportEnvelope();
+    const struct {
+        std::function<void(TidewellServiceClient&)> request;
+        const char* server;
+        Array arguments;
+        double timeout = 10;
+    } rows[] = {
+        { [&](auto& c) { c.deviceListWithCompletionHandler(handler); }, "tdw_list", {} },
+        { [&](auto& c) { c.deviceInfoWithUDID("u", false, 1, handler); }, "tdw_info",
+            { "u", "1" } },
+        { [&](auto& c) { c.deviceInfoWithUDID("u", true, 3, handler); }, "tdw_info",
+            { "u", "3", "--include-companion-identifiers" } },
+        { [&](auto& c) { c.deviceBatteryWithUDID("", 2, handler); }, "tdw_battery", { "", "2" } },
+        { [&](auto& c) { c.companionDevicesForDeviceWithUDID("u", 0, watches, handler); },
+            "tdw_companion", { "u", "0", "w1", "w2" } },
+        { [&](auto& c) { c.companionBatteriesForDeviceWithUDID("u", UINT64_MAX, {}, handler); },
+            "tdw_companion_battery", { "u", "18446744073709551615" } },
+        { [&](auto& c) { c.setWirelessEnabled(false, "u", handler); }, "tdw_config",
+            { "u", wireless, "EnableWifiConnections", "0" } },
+        { [&](auto& c) { c.setWirelessBuddyID("b", "u", handler); }, "tdw_config",
+            { "u", wireless, "WirelessBuddyID", "b" } },
+        { [&](auto& c) { c.deviceSetDomainKeyBoolValue("u", "d", "k", true, handler); },
+            "tdw_config", { "u", "d", "k", "1" } },
+        { [&](auto& c) { c.deviceSetDomainKeyValue("u", "d", "k", "v", handler); }, "tdw_config",
+            { "u", "d", "k", "v" } },
+        { [&](auto& c) { c.pairDeviceWithUDID("u", handler); }, "tdw_pairing", { "pair", "u" },
+            20 },
+        { [&](auto& c) { c.unpairDeviceWithUDID("u", handler); }, "tdw_pairing", { "unpair", "u" },
+            20 },
+        { [&](auto& c) {
+             c.getWallpaperPreviewImageForDeviceWithUDID("u", 1, 1, 390.456, handler);
+         },
+            "tdw_wallpaper", { "u", "1", "1", "390.46" } },
+    };
+    for (const auto& row : rows) {
+        row.request(*client);
+        const auto message = *service.messages().take();
+        EXPECT_EQ(message.selector, kInvoke);
+        EXPECT_EQ(
+            Value(message.arguments), Value(Array { row.server, row.arguments, row.timeout }));
+        // Nobody on the way opens the envelope, whatever it holds.
+        const Value envelope = Dictionary { { "error", row.server } };
+        message.reply.succeed({ envelope });
+        EXPECT_EQ(callbacks.take(), envelope.debugDescription());
+    }
+}
+
+TEST_F(TidewellServiceClientTest, TellsTheErrorWhenTheServiceIsLostOrTalksNonsense)
+{
+    ask();
+    service.messages().take()->reply.succeed({});
+    EXPECT_THAT(*callbacks.take(), HasSubstr("makes no sense"));
+    ask();
+    const auto pending = service.messages().take();
+    (*service.connections().take())->invalidate();
+    EXPECT_THAT(*callbacks.take(), testing::AllOf(HasSubstr("error"), HasSubstr("interrupted")));
+    ask();
+    service.messages().take()->reply.succeed({ "as it is" });
+    EXPECT_THAT(*callbacks.take(), HasSubstr("as it is"));
+}
+
+TEST_F(TidewellServiceClientTest, SubscribesOnceAndHandsEventsOverAsTheyAre)
+{
+    const auto connection = subscribe();
+    connection->send(kEvent, { "1,1,abc" });
+    connection->send(kEvent, { 5 });
+    connection->send("unknown", { "1,1,no" });
+    connection->send(kEvent, { "anything" });
+    EXPECT_EQ(callbacks.take(), "event 1,1,abc");
+    EXPECT_EQ(callbacks.take(), "event anything");
+
+    client->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError());
+    EXPECT_EQ(callbacks.take(),
+        "33 Attempting to subscribe to device events more than once on the same "
+        "TidewellServiceClient instance.");
+    EXPECT_TRUE(service.messages().isEmpty());
+
+    const auto other = TidewellServiceClient::initWithClient(*client);
+    other->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError());
+    service.messages().take()->reply.succeed({});
+    EXPECT_EQ(callbacks.take(), "none") << "a client of its own";
+    other->invalidateTerminatingService(false);
+}
+
+TEST_F(TidewellServiceClientTest, KeepsTheHandlerOfASubscriptionThatFailed)
+{
+    client->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError());
+    service.messages().take()->reply.succeed({ TDWCreateErrorResponseDictionary(
+        Error("org.tidewell.Tidewell.Device", -3, std::string_view("real reason"))) });
+    EXPECT_EQ(callbacks.take(), "-3 real reason");
+    client->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError());
+    EXPECT_THAT(*callbacks.take(), HasSubstr("33 "));
+}
+
+TEST_F(TidewellServiceClientTest, RenewsTheSubscriptionWithTheNextRequestAfterALoss)
+{
+    const auto lost = subscribe();
+    ask();
+    const auto unanswered = service.messages().take();
+    lost->invalidate();
+    EXPECT_THAT(*callbacks.take(), HasSubstr("interrupted"));
+    // The client connects when it is asked to, and not before. What it sends first is the renewal.
+    EXPECT_TRUE(service.connections().isEmpty());
+    ask();
+    const auto renewal = *service.messages().take();
+    EXPECT_EQ(renewal.selector, kSubscribe);
+    renewal.reply.succeed({});
+    const auto request = *service.messages().take();
+    EXPECT_EQ(request.selector, kInvoke);
+    request.reply.succeed({ 1 });
+    EXPECT_EQ(callbacks.take(), "1") << "the renewal is nobody's callback";
+
+    (*service.connections().take())->send(kEvent, { "1,1,abc" });
+    EXPECT_EQ(callbacks.take(), "event 1,1,abc");
+    EXPECT_TRUE(service.messages().isEmpty());
+}
+
+TEST_F(TidewellServiceClientTest, IsOfUseAfterItWasInvalidated)
+{
+    const auto connection = subscribe();
+    Mailbox<bool> isHeld;
+    Mailbox<bool> mayGoOn;
+    queue.async([&] {
+        isHeld.put(true);
+        (void)mayGoOn.take();
+    });
+    (void)isHeld.take();
+    connection->send(kEvent, { "1,1,queued" });
+    client->getServiceEndpointWithCompletionHandler([](const auto&, const auto&) {});
+    (void)service.messages().take(); // So the event before it has been queued.
+    client->invalidate();
+    EXPECT_EQ(service.messages().take()->selector, "terminate");
+    mayGoOn.put(true);
+
+    EXPECT_TRUE(service.ended().take());
+    ask();
+    const auto request = *service.messages().take();
+    EXPECT_EQ(request.selector, kInvoke) << "no subscription";
+    request.reply.succeed({ 1 });
+    EXPECT_EQ(callbacks.take(), "1") << "and no event that was queued before";
+}
+
+TEST_F(TidewellServiceClientTest, PassesOnEndpointsAndTheResourceLimit)
+{
+    client->getServiceEndpointWithCompletionHandler(
+        [this](const std::optional<Endpoint>& endpoint, const std::optional<Error>& error) {
+            callbacks.put(endpoint ? endpoint->path() : error->failureReason());
+        });
+    service.messages().take()->reply.succeed({ service.endpoint().value() });
+    EXPECT_EQ(callbacks.take(), service.endpoint().path());
+
+    const auto connection = *service.connections().take();
+    connection->send("serviceReachedResourceLimitWithUptime:", { 17 });
+    client->setServiceReachedResourceLimit([this](const Value& uptime) {
+        EXPECT_TRUE(queue.isCurrent());
+        callbacks.put(uptime.debugDescription());
+    });
+    // The first one may or may not have met the handler; the second one does.
+    connection->send("serviceReachedResourceLimitWithUptime:", { 18 });
+    while (*callbacks.take() != "18") { }
+}
+
+TEST(TidewellServiceClient, GoesWithItsLastOwnerWhenItIsNotConnected)
+{
+    const Queue queue = Queue::serial("callbacks");
+    Mailbox<bool> done;
+    std::weak_ptr<TidewellServiceClient> weak;
+    {
+        PlayedPeer service;
+        const auto client = TidewellServiceClient::initWithEndpoint(service.endpoint(), queue);
+        weak = client;
+        client->deviceListWithCompletionHandler([&](const Value&) { done.put(true); });
+        const auto pending = service.messages().take();
+        (*service.connections().take())->invalidate();
+        (void)done.take();
+    }
+    // The loss of the connection let go of it; its threads do in a moment.
+    for (int i = 0; i < 1'000'000 && !weak.expired(); ++i)
+        std::this_thread::yield();
+    EXPECT_TRUE(weak.expired());
+}

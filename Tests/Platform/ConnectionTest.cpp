@@ -1,0 +1,182 @@
+#include "Platform/Connection.h"
+
+#include "Platform/LocalSocket.h"
+#include "Platform/MessageChannel.h"
+#include "PlayedPeer.h"
+#include "ProcessResources.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace tdw;
+using testing::HasSubstr;
+
+namespace {
+
+/// A connection to the peer, with what its handlers report.
+class Client {
+public:
+    explicit Client(const Endpoint& endpoint)
+        : connection(Connection::toEndpoint(endpoint))
+    {
+        connection->activate({ .message = {},
+            .interruption = [this] { events.put("interruption"); },
+            .invalidation =
+                [this] {
+                    events.put("invalidation");
+                } });
+    }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+    ~Client()
+    {
+        connection->invalidate();
+        while (*events.take() != "invalidation") { }
+    }
+
+    void send(const std::string& selector)
+    {
+        connection->send(selector, {}, [this, selector](const Result<Array>& reply) {
+            replies.put(selector + ": "
+                + (reply ? Value(*reply).debugDescription()
+                         : std::to_string(reply.error().code())));
+        });
+    }
+
+    std::shared_ptr<Connection> connection;
+    Mailbox<std::string> replies;
+    Mailbox<std::string> events;
+};
+
+} // namespace
+
+TEST(Connection, GivesEachMessageItsReplyInWhateverOrderTheyCome)
+{
+    PlayedPeer peer;
+    Client client(peer.endpoint());
+    client.send("first");
+    client.send("second");
+    const auto first = *peer.messages().take();
+    const auto second = *peer.messages().take();
+    EXPECT_EQ(first.selector, "first");
+    second.reply.succeed({ 2 });
+    second.reply.fail(Error("late", 1, std::string_view("answered already")));
+    EXPECT_EQ(client.replies.take(), "second: [2]");
+    first.reply.fail(Error("domain", 33, std::string_view("reason")));
+    EXPECT_EQ(client.replies.take(), "first: 33");
+}
+
+TEST(Connection, AnswersWithAnErrorWhenNobodyElseDoes)
+{
+    PlayedPeer peer;
+    Client client(peer.endpoint());
+    client.send("forgotten");
+    (void)peer.messages().take();
+    EXPECT_EQ(client.replies.take(), "forgotten: " + std::to_string(kReplyInvalidError));
+
+    client.connection->send("unsendable", { Error("d", 1, std::string_view("r")) },
+        [&](const Result<Array>& reply) { client.replies.put(reply.error().domain()); });
+    EXPECT_EQ(client.replies.take(), kCocoaErrorDomain);
+}
+
+TEST(Connection, IsInterruptedWhenThePeerGoesAndSendsNoMore)
+{
+    PlayedPeer peer;
+    Client client(peer.endpoint());
+    client.send("pending");
+    const auto pending = *peer.messages().take();
+    (*peer.connections().take())->invalidate();
+    EXPECT_EQ(client.events.take(), "interruption");
+    EXPECT_EQ(client.replies.take(), "pending: " + std::to_string(kConnectionInterruptedError));
+    pending.reply.succeed({ "to nobody" });
+
+    client.send("again");
+    EXPECT_EQ(client.replies.take(), "again: " + std::to_string(kConnectionSpentError));
+    EXPECT_TRUE(peer.messages().isEmpty());
+    client.events.put("invalidation"); // Which an interrupted connection does not report.
+}
+
+TEST(Connection, BecomesInvalidWhenNobodyListensOrItsOwnerSaysSo)
+{
+    PlayedPeer peer;
+    {
+        Client client(peer.endpoint());
+        client.send("pending");
+        const auto message = peer.messages().take();
+        client.connection->send("last words");
+        client.connection->invalidate();
+        EXPECT_EQ(peer.messages().take()->selector, "last words");
+        EXPECT_EQ(client.replies.take(), "pending: " + std::to_string(kConnectionInvalidError));
+        client.send("late");
+        EXPECT_EQ(client.replies.take(), "late: " + std::to_string(kConnectionSpentError));
+        EXPECT_TRUE(peer.ended().take()) << "the other end of an accepted connection ends with it";
+    }
+    Client client(peer.endpoint());
+    peer.stopListening();
+    client.send("nobody");
+    EXPECT_EQ(client.replies.take(), "nobody: " + std::to_string(ENOENT));
+}
+
+TEST(Connection, EndsAloneForAPeerThatSendsNonsense)
+{
+    PlayedPeer peer;
+    Client bystander(peer.endpoint());
+    bystander.send("wait");
+    const auto waiting = *peer.messages().take();
+    for (const std::string_view bytes :
+        { std::string_view("\xff\xff\xff\xff", 4), std::string_view("\0\0\0\4abcd", 8) }) {
+        FileHandle socket = *connectToLocalSocket(peer.endpoint().path());
+        ASSERT_TRUE(socket.write(std::as_bytes(std::span(bytes))));
+        EXPECT_TRUE(socket.readToEnd()->empty());
+        EXPECT_TRUE(peer.ended().take());
+    }
+    waiting.reply.succeed({});
+    EXPECT_EQ(bystander.replies.take(), "wait: []");
+}
+
+TEST(Connection, TakesNoMoreMessagesThanItCanAnswer)
+{
+    PlayedPeer peer;
+    Client client(peer.endpoint());
+    constexpr std::size_t kMany = MessageChannel::kMaximumUnanswered + 100;
+    for (std::size_t i = 0; i < kMany; ++i)
+        client.send("many");
+    std::vector<IncomingMessage> held;
+    for (std::size_t i = 0; i < MessageChannel::kMaximumUnanswered; ++i)
+        held.push_back(*peer.messages().take());
+    // The rest comes as the first are answered, and not before.
+    client.connection->send("one-way");
+    EXPECT_TRUE(peer.messages().isEmpty());
+    for (std::size_t i = 0; i < kMany; ++i) {
+        if (i >= held.size())
+            held.push_back(*peer.messages().take());
+        held[i].reply.succeed({});
+        EXPECT_EQ(client.replies.take(), "many: []");
+    }
+    EXPECT_EQ(peer.messages().take()->selector, "one-way");
+}
+
+TEST(Connection, LeavesNothingBehind)
+{
+    const auto before = ProcessResources::now();
+    {
+        PlayedPeer peer;
+        for (int i = 0; i < 20; ++i) {
+            Client client(peer.endpoint());
+            client.send("hello");
+            peer.messages().take()->reply.succeed({});
+            EXPECT_EQ(client.replies.take(), "hello: []");
+            if (i % 2 == 0) // Given up while it is open, by its last owner.
+                client.connection = Connection::toEndpoint(peer.endpoint());
+            if (i % 2 == 0)
+                client.events.put("invalidation");
+        }
+        for (int i = 0; i < 20; ++i)
+            EXPECT_TRUE(peer.ended().take());
+        while (!peer.connections().isEmpty())
+            (void)peer.connections().take();
+    }
+    EXPECT_TRUE(ProcessResources::settleWithin(before));
+}

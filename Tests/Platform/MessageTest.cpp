@@ -1,0 +1,95 @@
+#include "Platform/Message.h"
+
+#include "Platform/MessageFrame.h"
+#include "Platform/PropertyList.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string_view>
+
+using namespace tdw;
+using testing::HasSubstr;
+
+namespace {
+
+std::span<const std::byte> bytesOf(std::string_view text)
+{
+    return std::as_bytes(std::span(text));
+}
+
+Data payloadOf(const Data& frame)
+{
+    return { frame.begin() + kFrameHeaderSize, frame.end() };
+}
+
+} // namespace
+
+TEST(Message, SurvivesTheWire)
+{
+    const Message message { "invokeServer:", 7, { "tdw_list", Array { "a", "" }, 10.0 } };
+    EXPECT_EQ(std::get<Message>(*decodeMessage(payloadOf(*encodeMessage(message)))), message);
+
+    const Reply values { UINT64_MAX, Array { true } };
+    EXPECT_EQ(std::get<Reply>(*decodeMessage(payloadOf(*encodeReply(values)))), values);
+    const Reply failure { 1, Error("domain", -3, std::string_view("reason")) };
+    EXPECT_EQ(std::get<Reply>(*decodeMessage(payloadOf(*encodeReply(failure)))), failure);
+
+    EXPECT_FALSE(encodeMessage({ "selector", 1, { Error("d", 1, std::string_view("r")) } }))
+        << "an error is no property-list value";
+}
+
+TEST(Message, IsRefusedWithAReasonWhenItMakesNoSense)
+{
+    const Array none;
+    const struct {
+        Value payload;
+        const char* reason;
+    } rows[] = {
+        { "text", "no property list with a dictionary" },
+        { Dictionary { { "id", 1 }, { "arguments", none } }, "no selector" },
+        { Dictionary { { "selector", 5 }, { "id", 1 }, { "arguments", none } }, "no selector" },
+        { Dictionary { { "selector", "s" }, { "id", -1 }, { "arguments", none } }, "\"id\"" },
+        { Dictionary { { "selector", "s" }, { "id", 1 }, { "arguments", "a" } }, "\"arguments\"" },
+        { Dictionary { { "reply", "1" }, { "values", none } }, "\"reply\"" },
+        { Dictionary { { "reply", 1 } }, "\"values\"" },
+        { Dictionary { { "reply", 1 }, { "error", Dictionary { { "code", 1 } } } }, "\"error\"" },
+    };
+    for (const auto& row : rows) {
+        const auto decoded = decodeMessage(*encodeBinaryPropertyList(row.payload));
+        ASSERT_FALSE(decoded) << row.reason;
+        EXPECT_THAT(decoded.error().failureReason(), HasSubstr(row.reason));
+    }
+    EXPECT_FALSE(decodeMessage({}));
+    EXPECT_FALSE(decodeMessage(bytesOf("garbage")));
+}
+
+TEST(FrameDecoder, GivesPayloadsWholeHoweverTheyArrive)
+{
+    Data stream = *encodeFrame(bytesOf("first"));
+    for (const char* text : { "", "third" }) {
+        const Data frame = *encodeFrame(bytesOf(text));
+        stream.insert(stream.end(), frame.begin(), frame.end());
+    }
+    for (const std::size_t step : { std::size_t { 1 }, stream.size() }) {
+        FrameDecoder decoder;
+        std::vector<std::string> payloads;
+        for (std::size_t i = 0; i < stream.size(); i += step) {
+            decoder.append(std::span(stream).subspan(i, step));
+            while (const auto payload = *decoder.next())
+                payloads.emplace_back(
+                    reinterpret_cast<const char*>(payload->data()), payload->size());
+        }
+        EXPECT_THAT(payloads, testing::ElementsAre("first", "", "third")) << step;
+    }
+}
+
+TEST(FrameDecoder, RefusesALengthOverTheLimitBeforeThereAreBytes)
+{
+    FrameDecoder decoder;
+    decoder.append(bytesOf("\xff\xff\xff\xff"));
+    const auto payload = decoder.next();
+    ASSERT_FALSE(payload);
+    EXPECT_THAT(payload.error().failureReason(), HasSubstr("4294967295"));
+    EXPECT_FALSE(encodeFrame(Data(kMaximumFramePayload + 1)));
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "Platform/Error.h"
+#include "Platform/Value.h"
+
+#include <vector>
+
+namespace tdw::cli {
+
+/// The warnings of a payload, as errors; none where it has none.
+std::vector<Error> warningsIn(const Value& payload);
+
+} // namespace tdw::cli
