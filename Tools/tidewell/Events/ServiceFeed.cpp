@@ -6,6 +6,7 @@
 #include "Devices/RequestErrors.h"
 #include "Interfaces/TDWResponse.h"
 #include "Interfaces/TDWServer.h"
+#include "Platform/Queue.h"
 #include "Platform/ServiceStart.h"
 
 #include <sys/epoll.h>
@@ -101,11 +102,13 @@ Result<std::vector<DeviceEvent>> ServiceFeed::take()
 
 void ServiceFeed::connect()
 {
-    // Starting a service takes its time, and signals are to be heard meanwhile.
+    // Starting a service takes its time, and signals are to be heard meanwhile. The work alone
+    // keeps its queue, so that nothing waits for it where the tool ends first.
+    const Queue queue = Queue::serial("TDWServiceFeed");
     const auto answer = ifCurrent([this](const std::shared_ptr<Result<FileHandle>>& socket) {
         connected(std::move(*socket));
     });
-    m_queue.async([loop = m_loop, answer] {
+    queue.async([queue, loop = m_loop, answer] {
         const auto socket = std::make_shared<Result<FileHandle>>(
             connectToService(tidewellService(), IfNobodyListens::Start, [] { return false; }));
         loop.add([answer, socket] { answer(socket); });

@@ -3,7 +3,6 @@
 #include "Events/CallbackLoop.h"
 #include "Events/DeviceFeed.h"
 #include "Platform/FileHandle.h"
-#include "Platform/Queue.h"
 
 #include <chrono>
 #include <cstdint>
@@ -63,7 +62,6 @@ private:
     const CallbackLoop m_loop;
     const FileHandle m_poll;
     const FileHandle m_timer;
-    const Queue m_queue = Queue::serial("TDWServiceFeed");
 
     FileHandle m_service;
     std::shared_ptr<TidewellServiceClient> m_client;
