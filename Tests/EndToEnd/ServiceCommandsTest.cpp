@@ -123,7 +123,9 @@ TEST(ServiceCommands, EventsGoOnAfterTheServiceIsKilled)
     EXPECT_THAT(readEvents(tool, 4), UnorderedElementsAreArray(eventsOfHousehold()));
     for (int round = 0; round < 2; ++round) {
         // What happens while there is no service is told by the next one; what stays is not.
-        kill(PrivateRuntime::servicePid(), SIGKILL);
+        const pid_t service = PrivateRuntime::servicePid();
+        ASSERT_GT(service, 0);
+        kill(service, SIGKILL);
         devices.control(connect(round == 0 ? "detach" : "attach", kLockedTablet));
         std::string said;
         std::string line;
