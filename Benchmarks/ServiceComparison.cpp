@@ -320,8 +320,10 @@ pid_t serviceProcess()
     return peer.pid;
 }
 
-/// The processor time of a process and of the children that it has waited for.
-double processorTimeOf(pid_t process)
+/// The processor time of a process, and where wanted of the children that it has waited for.
+enum class Children { Without, With };
+
+double processorTimeOf(pid_t process, Children children = Children::With)
 {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
     std::string text;
@@ -332,7 +334,7 @@ double processorTimeOf(pid_t process)
     for (int i = 0; i < 11; ++i)
         fields >> ignored;
     double ticks = 0;
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < (children == Children::With ? 4 : 2); ++i) {
         double part = 0;
         fields >> part;
         ticks += part;
@@ -372,10 +374,10 @@ void compareCrowd(TidewellServiceClient& client)
 void measureRest()
 {
     const pid_t service = serviceProcess();
-    const double before = processorTimeOf(service);
+    const double before = processorTimeOf(service, Children::Without);
     const auto start = Clock::now();
     std::this_thread::sleep_until(start + 5s);
-    const double used = processorTimeOf(service) - before;
+    const double used = processorTimeOf(service, Children::Without) - before;
     std::ifstream file("/proc/" + std::to_string(service) + "/statm");
     double total = 0;
     double resident = 0;
