@@ -1,0 +1,532 @@
+#include "Client/ServiceMessages.h"
+#include "Client/TidewellServiceClient.h"
+#include "EndToEnd/SimulatedDevices.h"
+#include "Interfaces/TDWResponse.h"
+#include "Mailbox.h"
+#include "Platform/LocalSocket.h"
+#include "Platform/Message.h"
+#include "Platform/Process.h"
+#include "Platform/RuntimeDirectory.h"
+#include "Platform/ServiceStart.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cmath>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+extern "C" {
+#include <sys/pidfd.h>
+}
+
+using namespace tdw;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A million frames, which take minutes under a sanitizer.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kThousandsOfFrames = 20;
+#else
+constexpr int kThousandsOfFrames = 1000;
+#endif
+
+constexpr const char* kPhone = "00008130-00FACADE0001001C";
+constexpr const char* kTablet = "00008130-00FACADE0002001C";
+const std::string kPhoneArrives = std::string("1,1,") + kPhone;
+const std::string kTabletArrives = std::string("1,1,") + kTablet;
+
+/// A phone on the cable, and a tablet that is nowhere yet.
+const std::string kScenario = R"({ "devices": [ { "udid": ")" + std::string(kPhone)
+    + R"(", "battery": {"BatteryCurrentCapacity": 80} }, { "udid": ")" + kTablet
+    + R"(", "connections": [] } ] })";
+
+std::string request(const std::string& command, const std::string& members)
+{
+    return R"({"command":")" + command + R"(",)" + members + "}";
+}
+
+std::string deviceRequest(const std::string& command, const std::string& device)
+{
+    return request(command, R"("connection":"usb","device":")" + device + '"');
+}
+
+/// Waits for something that tells nobody when it happens.
+template <typename Condition>
+bool becomesTrue(const Condition& condition, std::chrono::seconds bound = 30s)
+{
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+std::string contentsOf(const fs::path& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/// The processes of this user that have a text in their environment.
+std::vector<pid_t> processesWith(const std::string& text)
+{
+    std::vector<pid_t> processes;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/proc", error)) {
+        const std::string name = entry.path().filename();
+        pid_t process = 0;
+        const auto parsed = std::from_chars(name.data(), name.data() + name.size(), process);
+        if (parsed.ptr == name.data() + name.size() && process != getpid()
+            && contentsOf(entry.path() / "environ").find(text) != std::string::npos)
+            processes.push_back(process);
+    }
+    return processes;
+}
+
+std::string commandOf(pid_t process)
+{
+    return contentsOf("/proc/" + std::to_string(process) + "/cmdline").c_str();
+}
+
+/// What another process holds: its descriptors and its threads.
+std::pair<std::ptrdiff_t, std::ptrdiff_t> resourcesOf(pid_t process)
+{
+    const auto entries = [process](const char* directory) {
+        std::error_code error;
+        return std::distance(
+            fs::directory_iterator("/proc/" + std::to_string(process) + directory, error), {});
+    };
+    return { entries("/fd"), entries("/task") };
+}
+
+/// Everything that the tests start has a runtime directory of its own. At the end of each test the
+/// service is told to go, and must leave nothing of itself or of its servers.
+class ServiceTest : public testing::Test {
+protected:
+    ServiceTest()
+        : m_devices(kScenario)
+        , m_runtime(m_devices.directory() / "runtime")
+    {
+        fs::create_directory(m_runtime);
+        fs::permissions(m_runtime, fs::perms(0700));
+        setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
+    }
+
+    ~ServiceTest() override
+    {
+        ask();
+        const auto service = serviceProcess();
+        client->invalidate();
+        EXPECT_TRUE(service);
+        EXPECT_TRUE(becomesTrue([&] { return processes().empty(); }, 60s))
+            << commandOf(processes().front());
+        std::vector<std::string> left;
+        for (const auto& entry : fs::directory_iterator(m_runtime / "tidewell"))
+            left.push_back(entry.path().extension());
+        EXPECT_THAT(left, ElementsAre(".lock"));
+        unsetenv("XDG_RUNTIME_DIR");
+    }
+
+    std::vector<pid_t> processes() const { return processesWith(m_runtime); }
+
+    /// The processes that run a server.
+    std::vector<pid_t> servers(const std::string& name) const
+    {
+        std::vector<pid_t> found = processes();
+        std::erase_if(found, [&](pid_t process) { return commandOf(process) != name; });
+        return found;
+    }
+
+    pid_t waitForServer(const std::string& name)
+    {
+        EXPECT_TRUE(becomesTrue([&] { return !servers(name).empty(); })) << name;
+        return servers(name).front();
+    }
+
+    static std::optional<pid_t> serviceProcess()
+    {
+        const auto socket
+            = connectToService(tidewellService(), IfNobodyListens::Fail, [] { return false; });
+        ucred peer {};
+        socklen_t length = sizeof peer;
+        if (!socket
+            || getsockopt(socket->descriptor(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)
+            return std::nullopt;
+        return peer.pid;
+    }
+
+    static void killAndWait(pid_t process)
+    {
+        const FileHandle handle(pidfd_open(process, 0));
+        kill(process, SIGKILL);
+        pollfd entry { handle.descriptor(), POLLIN, 0 };
+        EXPECT_EQ(poll(&entry, 1, 30'000), 1);
+    }
+
+    auto intoMailbox()
+    {
+        return [this](const Value& envelope) {
+            std::optional<Error> error;
+            const auto payload = TDWResponseUnwrap(envelope, error);
+            answers.put(payload ? payload->debugDescription() : error->failureReason());
+        };
+    }
+
+    /// One request to the end; it works.
+    void ask()
+    {
+        client->deviceListWithCompletionHandler(intoMailbox());
+        EXPECT_THAT(*answers.take(), HasSubstr("Devices"));
+    }
+
+    void askForBattery(const char* device = kPhone)
+    {
+        client->deviceBatteryWithUDID(device, 1, intoMailbox());
+    }
+
+    void subscribe()
+    {
+        client->subscribeToDeviceEventsWithEventHandler(
+            [this](const std::string& event) { events.put(event); },
+            [this](const std::optional<Error>& error) {
+                answers.put(error ? error->failureReason() : "subscribed");
+            });
+        EXPECT_EQ(answers.take(), "subscribed");
+        EXPECT_EQ(events.take(), kPhoneArrives);
+    }
+
+    void slowDown(const std::string& fault) const
+    {
+        m_devices.control(request("inject-fault",
+            R"("at":"lockdown","domain":"com.apple.mobile.battery","fault":)" + fault));
+    }
+
+    const SimulatedDevices m_devices;
+    const fs::path m_runtime;
+    const Queue m_callbacks = Queue::serial("callbacks");
+    const std::shared_ptr<TidewellServiceClient> client
+        = TidewellServiceClient::initWithQueue(m_callbacks);
+    Mailbox<std::string> answers;
+    Mailbox<std::string> events;
+};
+
+} // namespace
+
+TEST_F(ServiceTest, AnswersAsTheServersDo)
+{
+    const auto direct = SimulatedDevices::run("tdw_battery", { kPhone, "1" });
+    askForBattery();
+    EXPECT_EQ(answers.take(), direct.payload->debugDescription());
+    askForBattery("nobody");
+    EXPECT_EQ(answers.take(),
+        SimulatedDevices::run("tdw_battery", { "nobody", "1" }).error->failureReason());
+}
+
+TEST_F(ServiceTest, RefusesWhatIsNoRequest)
+{
+    ask();
+    const auto connection = Connection::toService(tidewellService());
+    connection->activate({});
+    ServiceProxy service(connection, nullptr);
+    const struct {
+        const char* server;
+        double timeout;
+        const char* reason;
+    } rows[] = {
+        { "../libexec/tidewell/tdw_list", 10, "There is no server" },
+        { "tdw_events", 10, "There is no server" },
+        { "", 10, "There is no server" },
+        { "tdw_list", -1, "seconds" },
+        { "tdw_list", std::nan(""), "seconds" },
+        { "tdw_test", 10, "Server executable not found for \"tdw_test\"" },
+    };
+    for (const auto& row : rows) {
+        service.invokeServer(row.server, {}, row.timeout, intoMailbox());
+        EXPECT_THAT(*answers.take(), HasSubstr(row.reason)) << row.server;
+    }
+    connection->invalidate();
+}
+
+TEST_F(ServiceTest, KillsAServerThatOutlivesItsTime)
+{
+    slowDown(R"("hang")");
+    const auto connection = Connection::toService(tidewellService());
+    connection->activate({});
+    ServiceProxy(connection, nullptr)
+        .invokeServer("tdw_battery", { kPhone, "1" }, 0.0, intoMailbox());
+    EXPECT_EQ(answers.take(), "Server timeout.");
+    EXPECT_THAT(servers("tdw_battery"), IsEmpty());
+    connection->invalidate();
+}
+
+TEST_F(ServiceTest, IsReachedThroughAnEndpointToo)
+{
+    Mailbox<Endpoint> endpoints;
+    for (int i = 0; i < 2; ++i)
+        client->getServiceEndpointWithCompletionHandler(
+            [&](const std::optional<Endpoint>& endpoint, const std::optional<Error>&) {
+                endpoints.put(*endpoint);
+            });
+    const Endpoint endpoint = *endpoints.take();
+    EXPECT_EQ(endpoints.take(), endpoint);
+    struct stat status { };
+    ASSERT_EQ(stat(endpoint.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+    const auto other = TidewellServiceClient::initWithEndpoint(endpoint, m_callbacks);
+    other->deviceListWithCompletionHandler(intoMailbox());
+    EXPECT_THAT(*answers.take(), HasSubstr(kPhone));
+    other->invalidateTerminatingService(false);
+}
+
+TEST_F(ServiceTest, IsReplacedWhenItIsKilledDuringARequest)
+{
+    slowDown(R"("delay","milliseconds":1000,"count":1)");
+    askForBattery();
+    const pid_t server = waitForServer("tdw_battery");
+    killAndWait(*serviceProcess());
+    EXPECT_THAT(*answers.take(), HasSubstr("interrupted"));
+    ask();
+    // Nobody reads what it has to say; it ends all the same.
+    EXPECT_TRUE(becomesTrue([&] { return commandOf(server) != "tdw_battery"; }));
+}
+
+TEST_F(ServiceTest, IsReplacedWhenItIsKilledDuringASubscription)
+{
+    subscribe();
+    askForBattery();
+    (void)answers.take();
+    for (int i = 0; i < 3; ++i) {
+        killAndWait(*serviceProcess());
+        m_devices.control(deviceRequest("attach", kTablet));
+        // The next request renews the subscription, which tells of all devices again.
+        EXPECT_TRUE(becomesTrue([&] {
+            client->deviceListWithCompletionHandler(intoMailbox());
+            return answers.take()->find("Devices") != std::string::npos;
+        }));
+        std::vector<std::string> seen { *events.take(), *events.take() };
+        EXPECT_THAT(seen, testing::UnorderedElementsAre(kPhoneArrives, kTabletArrives));
+        m_devices.control(deviceRequest("detach", kTablet));
+        EXPECT_EQ(events.take(), std::string("2,1,") + kTablet);
+    }
+    EXPECT_TRUE(becomesTrue([&] { return servers("tdw_events").size() == 1; }))
+        << "an events server without its service ends";
+}
+
+TEST_F(ServiceTest, SaysThatAServerWasKilled)
+{
+    slowDown(R"("hang","count":1)");
+    askForBattery();
+    kill(waitForServer("tdw_battery"), SIGKILL);
+    EXPECT_EQ(answers.take(), "Server tdw_battery terminated unexpectedly with code 9");
+}
+
+TEST_F(ServiceTest, HidesTheEndsOfEventsServersWithoutAStorm)
+{
+    subscribe();
+    const auto start = std::chrono::steady_clock::now();
+    constexpr int kKills = 4;
+    for (int i = 0; i < kKills; ++i)
+        killAndWait(waitForServer("tdw_events"));
+    // What happens while nobody watches is told afterwards, and nothing else.
+    m_devices.control(deviceRequest("detach", kPhone));
+    EXPECT_EQ(events.take(), std::string("2,1,") + kPhone);
+    m_devices.control(deviceRequest("attach", kTablet));
+    EXPECT_EQ(events.take(), kTabletArrives);
+    // Each pause is twice the one before.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, (1 + 2 + 4 + 8) * 100ms);
+    EXPECT_TRUE(events.isEmpty());
+}
+
+TEST_F(ServiceTest, KeepsOneEventsServerForAllSubscribersAndNoneForNone)
+{
+    subscribe();
+    {
+        const auto other = TidewellServiceClient::initWithClient(*client);
+        Mailbox<std::string> others;
+        other->subscribeToDeviceEventsWithEventHandler(
+            [&](const std::string& event) { others.put(event); },
+            [](const std::optional<Error>& error) { EXPECT_FALSE(error); });
+        EXPECT_EQ(others.take(), kPhoneArrives) << "what is there already";
+        m_devices.control(deviceRequest("attach", kTablet));
+        EXPECT_EQ(others.take(), kTabletArrives);
+        EXPECT_EQ(events.take(), kTabletArrives);
+        EXPECT_EQ(servers("tdw_events").size(), 1u);
+        other->invalidateTerminatingService(false);
+    }
+    client->invalidateTerminatingService(false);
+    EXPECT_TRUE(becomesTrue([&] { return servers("tdw_events").empty(); }));
+}
+
+TEST_F(ServiceTest, OutlivesClientsThatVanishOrSendNonsense)
+{
+    askForBattery(); // So that all threads are there.
+    (void)answers.take();
+    const pid_t service = *serviceProcess();
+    const auto before = resourcesOf(service);
+    const std::string path = *serviceSocketPath(tidewellService().name);
+    const auto send = [&](FileHandle& socket, std::string_view bytes) {
+        return socket.write(std::as_bytes(std::span(bytes)));
+    };
+    const auto frame = [](const Message& message) {
+        const Data bytes = *encodeMessage(message);
+        return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    };
+    std::string requests;
+    for (std::uint64_t i = 1; i <= 50; ++i)
+        requests += frame({ "invokeServer:withArguments:timeout:reply:", i,
+            { "tdw_battery", Array { kPhone, "1" }, 10.0 } });
+    const std::string unknown = frame({ "x", 0, {} });
+
+    for (const std::string& bytes :
+        { std::string("garbage that is no frame at all"), std::string("\xff\xff\xff\xff", 4),
+            std::string(4, '\0'), requests.substr(0, 150), requests, unknown }) {
+        FileHandle socket = *connectToLocalSocket(path);
+        EXPECT_TRUE(send(socket, bytes));
+    }
+    {
+        std::string many;
+        for (int i = 0; i < 1000; ++i)
+            many += unknown;
+        FileHandle socket = *connectToLocalSocket(path);
+        for (int i = 0; i < kThousandsOfFrames; ++i)
+            ASSERT_TRUE(send(socket, many));
+    }
+    ask();
+    EXPECT_TRUE(becomesTrue([&] {
+        const auto [descriptors, threads] = resourcesOf(service);
+        return descriptors <= before.first && threads <= before.second;
+    })) << resourcesOf(service).first
+        << " descriptors after " << before.first << ", " << resourcesOf(service).second
+        << " threads after " << before.second;
+    EXPECT_THAT(servers("tdw_battery"), IsEmpty());
+    EXPECT_EQ(serviceProcess(), service);
+}
+
+TEST_F(ServiceTest, ServesTwoHundredClientsAtOnce)
+{
+    std::vector<std::shared_ptr<TidewellServiceClient>> clients;
+    for (int i = 0; i < 200; ++i) {
+        clients.push_back(TidewellServiceClient::initWithClient(*client));
+        clients.back()->deviceListWithCompletionHandler(intoMailbox());
+    }
+    for (std::size_t i = 0; i < clients.size(); ++i)
+        EXPECT_THAT(*answers.take(), HasSubstr(kPhone));
+    for (const auto& each : clients)
+        each->invalidateTerminatingService(false);
+    const auto pid = *serviceProcess();
+    EXPECT_TRUE(becomesTrue([&] { return resourcesOf(pid).first < 40; }));
+}
+
+TEST_F(ServiceTest, RefusesAPeerOfAnotherUser)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    ask();
+    const fs::path path = *serviceSocketPath(tidewellService().name);
+    for (fs::path open = path; open != m_devices.directory().parent_path();
+         open = open.parent_path())
+        fs::permissions(open, fs::perms(0777));
+    // The system takes the thread's user for the peer's.
+    std::thread([&] {
+        ASSERT_EQ(syscall(SYS_setresuid, -1, 65534, -1), 0);
+        FileHandle socket = *connectToLocalSocket(path);
+        EXPECT_TRUE(socket.readToEnd()->empty()) << "closed without a word";
+    }).join();
+    fs::permissions(path.parent_path(), fs::perms(0700));
+    fs::permissions(m_runtime, fs::perms(0700));
+}
+
+TEST(ServiceChild, DISABLED_AsksForTheList)
+{
+    Mailbox<Value> answers;
+    const auto client = TidewellServiceClient::initWithQueue(Queue::serial("callbacks"));
+    client->deviceListWithCompletionHandler([&](const Value& value) { answers.put(value); });
+    std::optional<Error> error;
+    EXPECT_TRUE(TDWResponseUnwrap(*answers.take(), error)) << error->debugDescription();
+    client->invalidateTerminatingService(false);
+}
+
+TEST_F(ServiceTest, IsStartedOnceHoweverManyAskForIt)
+{
+    LaunchOptions launch;
+    launch.executable = "/proc/self/exe";
+    launch.arguments
+        = { "--gtest_filter=*DISABLED_AsksForTheList", "--gtest_also_run_disabled_tests" };
+    for (int round = 0; round < 50; ++round) {
+        std::vector<Process> racers;
+        for (int i = 0; i < 2; ++i)
+            racers.push_back(*Process::launch(launch));
+        for (Process& racer : racers)
+            EXPECT_EQ(racer.waitUntilExit(), Termination {}) << "round " << round;
+        EXPECT_EQ(servers("tidewell-service").size(), 1u) << "round " << round;
+        ask();
+        client->invalidate();
+        EXPECT_TRUE(becomesTrue([&] { return processes().empty(); }));
+    }
+}
+
+TEST_F(ServiceTest, LeavesWhenItsNameIsGoneOrNobodyComes)
+{
+    ask();
+    client->invalidateTerminatingService(false);
+    EXPECT_TRUE(becomesTrue([] { return serviceProcess().has_value(); })) << "it stays for a while";
+    fs::remove_all(m_runtime / "tidewell");
+    EXPECT_TRUE(becomesTrue([&] { return processes().empty(); }));
+
+    LaunchOptions launch;
+    launch.executable = tidewellService().bundle.auxiliaryDirectory() + "/tidewell-service";
+    launch.arguments = { "--idle", "0" };
+    EXPECT_EQ(Process::launch(launch)->waitUntilExit(30s), Termination {});
+}
+
+TEST_F(ServiceTest, ReportsOnceThatItRunsOutOfDescriptors)
+{
+    Pipe ready = *Pipe::create();
+    LaunchOptions launch;
+    launch.executable = "/bin/sh";
+    launch.arguments = { "-c", "ulimit -n 60; exec \"$0\" --on-demand",
+        tidewellService().bundle.auxiliaryDirectory() + "/tidewell-service" };
+    launch.standardOutput = ready.writer.descriptor();
+    auto service = Process::launch(launch);
+    char byte = 0;
+    ASSERT_EQ(read(ready.reader.descriptor(), &byte, 1), 1);
+
+    Mailbox<std::int64_t> uptimes;
+    client->setServiceReachedResourceLimit(
+        [&](const Value& uptime) { uptimes.put(*uptime.asInt64()); });
+    ask();
+    std::vector<FileHandle> crowd;
+    for (int i = 0; i < 40; ++i)
+        crowd.push_back(*connectToTrustedSocket(*serviceSocketPath(tidewellService().name)));
+    // It looks once in a second at most, when something happens.
+    EXPECT_TRUE(becomesTrue([&] {
+        ask();
+        return !uptimes.isEmpty();
+    }));
+    EXPECT_GE(*uptimes.take(), 0);
+    crowd.clear();
+    ask();
+    EXPECT_TRUE(uptimes.isEmpty());
+    client->invalidate();
+    EXPECT_EQ(service->waitUntilExit(30s), Termination {});
+}
