@@ -7,27 +7,27 @@ namespace tdw::cli {
 
 namespace {
 
+/// Made once and kept, because the system reads files for it.
+locale_t utf8Locale()
+{
+    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    return locale;
+}
+
 /// Makes this thread classify characters as UTF-8 for as long as it lives.
 class Utf8Locale {
 public:
     Utf8Locale()
-        : m_locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr))
-        , m_previous(uselocale(m_locale))
+        : m_previous(uselocale(utf8Locale()))
     {
     }
     Utf8Locale(const Utf8Locale&) = delete;
     Utf8Locale& operator=(const Utf8Locale&) = delete;
     Utf8Locale(Utf8Locale&&) = delete;
     Utf8Locale& operator=(Utf8Locale&&) = delete;
-    ~Utf8Locale()
-    {
-        uselocale(m_previous);
-        if (m_locale)
-            freelocale(m_locale);
-    }
+    ~Utf8Locale() { uselocale(m_previous); }
 
 private:
-    locale_t m_locale;
     locale_t m_previous;
 };
 

@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <string>
 
@@ -52,7 +53,8 @@ Result<void> Screen::show(std::string_view text)
     // One write, so that nobody sees half of it. The last line stays empty: a line end there would
     // move everything up.
     std::string frame(kHome);
-    for (const std::string& line : fitted(text, size.columns, size.lines - 1))
+    const std::size_t lines = std::max<std::size_t>(size.lines, 2) - 1;
+    for (const std::string& line : fitted(text, size.columns, lines))
         frame += line + std::string(kClearLine) + "\r\n";
     frame += kClearBelow;
     return m_console.print(frame);
