@@ -102,9 +102,9 @@ constexpr Command kCommands[] = {
         "until it is interrupted.",
         &eventsCommand },
     { "watch", {}, kDirectOptions, "Show devices and watches with their batteries, live",
-        "Redraws a table as devices come and go, until it is interrupted. A device that does not "
-        "trust this computer is not asked for anything. Without a terminal it writes a line for "
-        "each change.",
+        "Redraws a table as devices come and go, until it is interrupted. A device that this "
+        "computer is not paired with is not asked for anything. Without a terminal it writes a "
+        "line for each change.",
         &watchCommand },
     { "service", kServiceWords, kJsonOptions, "Look after the service that runs the requests",
         "\"status\" tells whether it runs, without starting it; \"stop\" ends it. The next request "
