@@ -57,7 +57,7 @@ Error noWireless(const std::string& key)
 }
 
 struct Row {
-    const char* situation;
+    std::string situation;
     std::string device;
     std::vector<std::string> arguments;
     Dictionary payload;
@@ -85,29 +85,41 @@ void expectInformation(const SimulatedDevices& devices, Row row, std::size_t ind
 
 TEST(DeviceInfoServer, SaysHowFarTheDeviceTrustsThisHost)
 {
-    const std::string network = R"("connections": ["network"])";
-    const std::string asks = R"("state": "unpaired", "trust": "asks")";
-    const std::string denies = R"("state": "unpaired", "trust": "denies")";
-    const std::string lost = R"("state": "unpaired", "trust": "find-my")";
-    const std::string managed = R"("state": "unpaired", "trust": "managed")";
-    const std::string forgetful
-        = faulty(R"("error", "error": "MissingPairRecord", "request": "StartSession")");
+    const std::string stranger = R"("state": "unpaired", "trust": )";
+    const auto refusing = [](const std::string& error) {
+        return faulty(R"("error", "request": "StartSession", "error": ")" + error + '"');
+    };
+    const std::vector<Row> states {
+        { "trusts", "", {}, paired() },
+        { "trusts from the first word on", stranger + R"("trusts")", {}, paired() },
+        { "asks", stranger + R"("asks")", {}, unpaired(1), { refused(-19) } },
+        { "denies", stranger + R"("denies")", {}, unpaired(2), { refused(-18) } },
+        { "locked", R"("trust": "locked")", {}, unpaired(3), { refused(-17) } },
+        { "escrow-locked", R"("trust": "escrow-locked")", {}, unpaired(3), { refused(-35) } },
+        { "lost", stranger + R"("find-my")", {}, unpaired(3), { refused(-37) } },
+        { "managed", stranger + R"("managed")", {}, unpaired(0), { refused(-38) } },
+        { "challenging", stranger + R"("managed-challenge")", {}, unpaired(0), { refused(-39) } },
+        { "has no record", refusing("MissingPairRecord"), {}, unpaired(0), { refused(-29) } },
+        { "has another record", refusing("InvalidPairRecord"), {}, unpaired(0), { refused(-31) } },
+    };
     setErrorDetail("Lookup over network failed, fallback to USB attempted.");
     const Error fellBack = TDWErrorCreate("idevice_new_with_options", -3);
-    const std::vector<Row> rows {
-        { "trusts", "", { "1" }, paired() },
-        { "trusts over the network", network, { "2" }, paired() },
+    std::vector<Row> rows {
         { "trusts, found in the second place", "", { "2" }, paired(), { fellBack } },
-        { "asks", asks, { "1" }, unpaired(1), { refused(-19) } },
-        { "asks over the network", asks + ", " + network, { "2" }, unpaired(1), { refused(-19) } },
-        { "denies, in the second place", denies, { "2" }, unpaired(2), { fellBack, refused(-18) } },
+        { "denies, in the second place", states[3].device, { "2" }, unpaired(2),
+            { fellBack, refused(-18) } },
         { "locked, and asked for more than it may tell", R"("trust": "locked")",
             { "--include-companion-identifiers" }, unpaired(3), { refused(-17) } },
-        { "escrow-locked", R"("trust": "escrow-locked")", {}, unpaired(3), { refused(-35) } },
-        { "lost", lost, {}, unpaired(3), { refused(-37) } },
-        { "managed", managed, {}, unpaired(0), { refused(-38) } },
-        { "has no record", forgetful, {}, unpaired(0), { refused(-29) } },
     };
+    for (const auto& [connection, type] : { std::pair("usb", "1"), std::pair("network", "2") }) {
+        for (Row row : states) {
+            row.situation += std::string(" over ") + connection;
+            row.device += std::string(row.device.empty() ? "" : ", ") + R"("connections": [")"
+                + connection + "\"]";
+            row.arguments = { type };
+            rows.push_back(std::move(row));
+        }
+    }
     forEachRow(rows, expectInformation);
 }
 
