@@ -138,6 +138,8 @@ TEST(PairingServer, AnswersWithThePairingState)
         { "denies", kUnpaired + R"("denies")", kPair, state(2), -18 },
         { "locked", kLocked, kPair, state(3), -17 },
         { "managed", kUnpaired + R"("managed-challenge")", kPair, state(0), -39 },
+        { "lost", kUnpaired + R"("find-my")", kPair, state(3), -37 },
+        { "has no record", refusing("Pair", "MissingPairRecord"), kPair, state(0), -29 },
         { "locked afterwards", refusing("StartSession", "EscrowLocked"), kPair, state(3), -35 },
     };
     forEachRow(rows, expectOutcome);
@@ -194,6 +196,10 @@ TEST(DeviceServers, EndWithTheErrorOfTheStepThatFailed)
         { "refuses", refusing("Pair", "MissingHostID"), kPair,
             TDWErrorCreate("lockdownd_pair", LOCKDOWN_E_MISSING_HOST_ID),
             LOCKDOWN_E_MISSING_HOST_ID },
+        { "says neither yes nor why not",
+            faulty(R"("missing-key", "replyKey": "Request", "request": "Pair")"), kPair,
+            TDWErrorCreate("lockdownd_pair", LOCKDOWN_E_PAIRING_FAILED),
+            LOCKDOWN_E_PAIRING_FAILED },
         { "forgets at once", refusing("StartSession", "InvalidHostID"), kPair,
             TDWErrorCreate("lockdownd_client_new_with_handshake", -21), -21 },
         { "locked", refusing("Unpair", "PasswordProtected"), kUnpair,
