@@ -74,7 +74,7 @@ constexpr Command kCommands[] = {
         &infoCommand },
     { "battery", kDeviceWords, kRequestOptions, "Tell the charge of a device",
         "The device must trust this computer. It is reached over USB or the network, whichever "
-        "works; there is no choosing.",
+        "works; there is no choosing, as its server always tries both ways.",
         &batteryCommand },
     { "companions", kCompanionsWords, kCompanionsOptions, "Tell about the watches of a phone",
         "Each WATCH is an identifier as this command shows it; without any, all watches are told "
