@@ -67,6 +67,8 @@ public:
     static std::shared_ptr<TidewellServiceClient> initWithClient(
         const TidewellServiceClient& client);
 
+    TidewellServiceClient(const TidewellServiceClient&) = delete;
+    TidewellServiceClient& operator=(const TidewellServiceClient&) = delete;
     ~TidewellServiceClient() override;
 
     const std::optional<tdw::Endpoint>& endpoint() const { return m_endpoint; }
@@ -149,14 +151,17 @@ private:
 
     TidewellServiceClient(std::optional<tdw::Endpoint> endpoint, tdw::CallbackQueue queue);
 
+    // The names are the interface's own.
+    // NOLINTBEGIN(readability-identifier-naming)
     void _invokeServer(std::string_view server, std::vector<std::string> arguments, double timeout,
         CompletionHandler handler);
     std::shared_ptr<tdw::Connection> _ensureConnection();
     void _performWithServiceObject(const ServiceBlock& block);
-    void performWithServiceObject(const ServiceBlock& block, bool isFirstAttempt);
     void _subscribeToDeviceEventsWithEventHandler(EventHandler eventHandler, ErrorHandler handler);
     void _resubscribeToDeviceEventsIfNeeded();
+    // NOLINTEND(readability-identifier-naming)
 
+    void performWithServiceObject(const ServiceBlock& block, bool isFirstAttempt);
     void createConnection();
     void forget(const std::weak_ptr<tdw::Connection>& connection);
     EventHandler eventHandler() const;

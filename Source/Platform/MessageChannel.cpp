@@ -68,6 +68,7 @@ void MessageChannel::readable()
 {
     if (m_isClosed)
         return;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): only what was read is looked at
     std::array<std::byte, std::size_t { 64 } * 1024> chunk;
     std::error_code error;
     const std::size_t count = m_socket.read_some(asio::buffer(chunk), error);

@@ -128,9 +128,8 @@ Result<FileHandle> connectToService(const ServiceIdentity& service, IfNobodyList
                 return second;
             TDW_TRY(startService(service, deadline));
             return connectToTrustedSocket(path);
-        } else {
-            waitBeforeRetrying();
         }
+        waitBeforeRetrying();
     }
 }
 

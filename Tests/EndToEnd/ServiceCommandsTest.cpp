@@ -75,6 +75,18 @@ TEST(ServiceCommands, BothRoadsGiveTheSameAnswers)
     EXPECT_NE(PrivateRuntime::servicePid(), 0) << "nothing went through a service";
 }
 
+TEST(ServiceCommands, AServiceOfAnotherMultiplexerIsNotAsked)
+{
+    const Household devices;
+    EXPECT_THAT(tidewell({ "list" }).output, HasSubstr(kStranger));
+    const auto service = PrivateRuntime::servicePid();
+    const std::string address = getenv("USBMUXD_SOCKET_ADDRESS");
+    setenv("USBMUXD_SOCKET_ADDRESS", "UNIX:/nonexistent/usbmuxd", 1);
+    EXPECT_THAT(tidewell({ "list" }).standardError, HasSubstr("/nonexistent/usbmuxd"));
+    setenv("USBMUXD_SOCKET_ADDRESS", address.c_str(), 1);
+    EXPECT_EQ(PrivateRuntime::servicePid(), service) << "it serves those who started it";
+}
+
 TEST(ServiceCommands, EventsAreToldAsTheyHappen)
 {
     const Household devices;

@@ -97,7 +97,7 @@ Result<void> Service::watchPath(const std::filesystem::path& path)
     m_directorySource = TDW_TRY(ReadSource::create(m_directoryWatch.descriptor(), m_queue,
         { .event =
                 [this] {
-                    std::array<std::byte, 4096> ignored;
+                    std::array<std::byte, 4096> ignored {};
                     (void)::read(m_directoryWatch.descriptor(), ignored.data(), ignored.size());
                     m_canBeFound = m_canBeFound && m_listeners.front().canBeFound();
                     somethingChanged();

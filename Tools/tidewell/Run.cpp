@@ -1,6 +1,7 @@
 #include "Run.h"
 
 #include "CommandLine/Arguments.h"
+#include "CommandLine/CommandTable.h"
 #include "CommandLine/Help.h"
 #include "Commands/Commands.h"
 #include "Errors/ErrorText.h"
@@ -8,6 +9,7 @@
 #include "Interfaces/TDWResponse.h"
 #include "Interfaces/TidewellVersion.h"
 #include "Output/Json.h"
+#include "Service/RunningService.h"
 
 namespace tdw::cli {
 
@@ -18,6 +20,15 @@ Result<Arguments> parse(const std::vector<std::string>& texts)
     return checkArguments(TDW_TRY(splitArguments(texts)));
 }
 
+/// A service that looks at another multiplexer than the caller does would give an answer that is
+/// right there and wrong here.
+Requests::Road roadFor(const Arguments& arguments)
+{
+    const bool asksDevices = takesOption(*arguments.command, *findOption("--direct"));
+    const bool isDirect = arguments.has("--direct") || (asksDevices && serviceHasOtherDevices());
+    return isDirect ? Requests::Road::Direct : Requests::Road::Service;
+}
+
 Result<void> carryOut(const Arguments& arguments, const Console& console)
 {
     if (arguments.has("--version"))
@@ -25,8 +36,7 @@ Result<void> carryOut(const Arguments& arguments, const Console& console)
     if (arguments.has("--help"))
         return console.print(
             arguments.command ? commandHelpText(*arguments.command) : overviewText());
-    const auto road = arguments.has("--direct") ? Requests::Road::Direct : Requests::Road::Service;
-    return arguments.command->function({ arguments, Requests(road), console });
+    return arguments.command->function({ arguments, Requests(roadFor(arguments)), console });
 }
 
 } // namespace

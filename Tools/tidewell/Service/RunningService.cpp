@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <string>
@@ -32,6 +33,8 @@ constexpr auto kStopBound = 10s;
 
 /// In the fields of a process's `stat`, counted from the one after its name.
 constexpr std::size_t kStartTimeField = 19;
+
+constexpr const char* kMultiplexerVariable = "USBMUXD_SOCKET_ADDRESS";
 
 std::string readFile(const std::filesystem::path& path)
 {
@@ -77,6 +80,21 @@ std::chrono::milliseconds uptimeOf(const std::filesystem::path& process)
     return std::chrono::milliseconds(static_cast<std::int64_t>(std::max(age, 0.0) * 1000));
 }
 
+/// The value of a variable in a process's environment; empty where it is not set there.
+std::optional<std::string> variableOf(
+    const std::filesystem::path& process, const std::string& variable)
+{
+    const std::string environment = readFile(process / "environ");
+    if (environment.empty())
+        return std::nullopt;
+    const std::string all = std::string(1, '\0') + environment;
+    const std::string name = std::string(1, '\0') + variable + "=";
+    const std::size_t start = all.find(name);
+    if (start == std::string::npos)
+        return std::string();
+    return std::string(all.c_str() + start + name.size());
+}
+
 std::optional<RunningService::Process> processBehind(const FileHandle& connection)
 {
     ucred peer {};
@@ -93,7 +111,8 @@ std::optional<RunningService::Process> processBehind(const FileHandle& connectio
     return RunningService::Process { .identifier = peer.pid,
         .uptime = uptimeOf(process),
         .residentBytes
-        = numberAt(wordsOf(memory), 1) * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) };
+        = numberAt(wordsOf(memory), 1) * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)),
+        .multiplexer = variableOf(process, kMultiplexerVariable) };
 }
 
 } // namespace
@@ -112,6 +131,16 @@ Result<std::optional<RunningService>> findRunningService()
     if (isAbsent)
         return std::optional<RunningService>();
     return serviceNotReached(error);
+}
+
+bool serviceHasOtherDevices()
+{
+    const auto running = findRunningService();
+    if (!running || !*running || !(*running)->process || !(*running)->process->multiplexer)
+        return false;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here changes the environment
+    const char* own = std::getenv(kMultiplexerVariable);
+    return *(*running)->process->multiplexer != (own ? own : "");
 }
 
 Result<void> stop(const RunningService& running)

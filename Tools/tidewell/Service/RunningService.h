@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace tdw::cli {
 
@@ -21,6 +22,9 @@ struct RunningService {
         pid_t identifier = 0;
         std::chrono::milliseconds uptime { 0 };
         std::uint64_t residentBytes = 0;
+
+        /// Its USBMUXD_SOCKET_ADDRESS, empty where that is not set; none where it cannot be told.
+        std::optional<std::string> multiplexer {};
     };
     std::optional<Process> process;
 };
@@ -28,6 +32,10 @@ struct RunningService {
 /// Looks for the service of this user without starting one; none where none runs.
 /// Errors: `ExitStatus::ServiceUnavailable`
 Result<std::optional<RunningService>> findRunningService();
+
+/// Whether a service runs that was started with another USBMUXD_SOCKET_ADDRESS than this process's,
+/// and would tell about the devices of another multiplexer.
+bool serviceHasOtherDevices();
 
 /// Asks it to end, and waits until it has. Errors: `ExitStatus::Failure`, after ten seconds
 Result<void> stop(const RunningService& running);

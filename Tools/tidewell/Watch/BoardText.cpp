@@ -70,7 +70,7 @@ std::vector<Cell> watchCells(const BoardWatch& watch, Glyphs glyphs)
 std::string boardText(const DeviceBoard& board, Glyphs glyphs, ColourMode colours)
 {
     if (board.devices().empty())
-        return "No device can be reached. Connect one with a cable and unlock it.\n";
+        return "Waiting for a device. Connect one with a cable and unlock it.\n";
     Table table({ "DEVICE", "CONNECTION", "BATTERY", "STATE" });
     for (const auto& [udid, device] : board.devices()) {
         table.addRow(deviceCells(udid, device, glyphs));
