@@ -106,9 +106,9 @@ Result<std::variant<Message, Reply>> decodeMessage(std::span<const std::byte> pa
     const Value* selector = dictionary->find(kSelectorKey);
     if (!selector || !selector->asString())
         return malformed("it has no selector");
-    return Content(
-        Message { *selector->asString(), TDW_TRY(identifierUnder(kIdentifierKey, *dictionary)),
-            TDW_TRY(arrayUnder(kArgumentsKey, *dictionary)) });
+    const std::uint64_t identifier = TDW_TRY(identifierUnder(kIdentifierKey, *dictionary));
+    auto arguments = TDW_TRY(arrayUnder(kArgumentsKey, *dictionary));
+    return Content(Message { *selector->asString(), identifier, std::move(arguments) });
 }
 
 } // namespace tdw

@@ -72,7 +72,8 @@ Result<Wallpaper> wallpaperIn(const Value& payload)
     if (!orientation || !orientation->asInteger() || !image || !image->asData())
         return commandLineError({ .status = ExitStatus::Failure,
             .reason = "The answer is not in the expected form: " + payload.debugDescription() });
-    return Wallpaper { *orientation, *image->asData(), TDW_TRY(checkPng(*image->asData())) };
+    const auto size = TDW_TRY(checkPng(*image->asData()));
+    return Wallpaper { *orientation, *image->asData(), size };
 }
 
 Result<void> show(const Session& session, const Wallpaper& wallpaper, TerminalGraphics terminal)
