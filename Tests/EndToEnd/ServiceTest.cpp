@@ -22,6 +22,7 @@
 #include <cmath>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -435,6 +436,29 @@ TEST_F(ServiceTest, ServesTwoHundredClientsAtOnce)
         each->invalidateTerminatingService(false);
     const auto pid = *serviceProcess();
     EXPECT_TRUE(becomesTrue([&] { return resourcesOf(pid).first < 40; }));
+}
+
+TEST_F(ServiceTest, ServesOneClientOfManyThreadsOnTheApplicationsOwnLoop)
+{
+    Mailbox<std::function<void()>> loop;
+    const auto shared = TidewellServiceClient::initWithQueue(
+        CallbackQueue([&loop](std::function<void()> block) { loop.put(std::move(block)); }));
+    constexpr int kThreads = 8;
+    constexpr int kRequests = 10;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&] {
+            for (int j = 0; j < kRequests; ++j)
+                shared->deviceListWithCompletionHandler(intoMailbox());
+        });
+    for (int i = 0; i < kThreads * kRequests; ++i) {
+        EXPECT_TRUE(answers.isEmpty()) << "nothing runs but on the loop";
+        (*loop.take())();
+        EXPECT_THAT(*answers.take(), HasSubstr(kPhone));
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    shared->invalidateTerminatingService(false);
 }
 
 TEST_F(ServiceTest, RefusesAPeerOfAnotherUser)
