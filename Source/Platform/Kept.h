@@ -5,11 +5,18 @@
 
 namespace tdw {
 
+// Later compilers take the result for a part of the argument, which is gone by then.
+#if __has_cpp_attribute(gnu::no_dangling)
+#define TDW_NO_DANGLING [[gnu::no_dangling]]
+#else
+#define TDW_NO_DANGLING
+#endif
+
 /// Moves a value to where `exit` does not destroy it, for what threads may still use at that time:
 ///
 ///     static const Queue& queue = kept(Queue::serial("Signal"));
 template <typename T>
-const T& kept(T value)
+TDW_NO_DANGLING const T& kept(T value)
 {
     return *std::make_unique<T>(std::move(value)).release();
 }
