@@ -66,6 +66,10 @@ plist_t nodeFromInteger(const Integer& integer)
     return node;
 }
 
+// The library's 2.7 release calls both functions deprecated, but those that it offers instead know
+// no microseconds.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 Date dateFromNode(plist_t node)
 {
     std::int32_t seconds = 0;
@@ -73,6 +77,12 @@ Date dateFromNode(plist_t node)
     plist_get_date_val(node, &seconds, &microseconds);
     return kDateReference + std::chrono::seconds(seconds) + std::chrono::microseconds(microseconds);
 }
+
+PropertyListNode dateNodeOf(std::int32_t secondsSinceReference, std::int32_t microseconds)
+{
+    return PropertyListNode(plist_new_date(secondsSinceReference, microseconds));
+}
+#pragma GCC diagnostic pop
 
 Result<Value> valueFromNode(plist_t node, std::size_t depth);
 
@@ -231,8 +241,7 @@ private:
             return unwritable(m_path, "its date is out of range");
         const auto microseconds
             = m_textFor == TextFor::Xml ? 0 : static_cast<std::int32_t>((date - seconds).count());
-        return PropertyListNode(
-            plist_new_date(static_cast<std::int32_t>(sinceReference), microseconds));
+        return dateNodeOf(static_cast<std::int32_t>(sinceReference), microseconds);
     }
 
     Result<PropertyListNode> arrayNode(const Array& array, std::size_t depth)
