@@ -52,6 +52,7 @@ struct Row {
     int code = 0; ///< the status, before the system has cut it
     const char* address = kUsualAddress;
     std::string standardError {};
+    bool maySpin = false; ///< a release of the library may go on until the clock ends it
 };
 
 ServerAnswer expectOutcome(const SimulatedDevices& devices, Row row, std::size_t index)
@@ -62,6 +63,10 @@ ServerAnswer expectOutcome(const SimulatedDevices& devices, Row row, std::size_t
         row.standardError
             = "Requested action " + row.command[1] + " for device " + row.command[2] + "\n";
     const auto answer = devices.run(server, { row.command.begin() + 1, row.command.end() });
+    if (row.maySpin && answer.error == serverTimeout()) {
+        row.outcome = serverTimeout();
+        row.code = 1;
+    }
     std::optional<Value> record;
     if (const auto* payload = std::get_if<Value>(&row.outcome)) {
         EXPECT_EQ(answer.payload, *payload) << answer.output;
@@ -156,8 +161,8 @@ TEST(PairingServer, FollowsTheUserAtTheDevice)
         EXPECT_THAT(devices.outputOf("/usr/bin/idevicepair", { "-u", udidOf(0), "validate" }),
             HasSubstr("SUCCESS"));
         expectOutcome(devices, { "unpaired", "", kUnpair, state(5) }, 0);
-        expectOutcome(
-            devices, { "gone", "", kUnpair, TDWErrorCreate("lockdownd_unpair", -21), -21 }, 0);
+        const auto gone = TDWErrorCreate("lockdownd_unpair", kNoPairRecord);
+        expectOutcome(devices, { "gone", "", kUnpair, gone, kNoPairRecord }, 0);
     });
 }
 
@@ -184,10 +189,10 @@ TEST(DeviceServers, EndWithTheErrorOfTheStepThatFailed)
         { "locked", kLocked, kBattery, connect(-17), -17 },
         { "locked", kLocked, kConfig, connect(-17), -17 },
         { "goes", faulty(R"("drop", "request": "StartSession")"), kInfo, connect(-3), -3 },
-        { "breaks TLS", faulty(R"("drop")", "tls"), kInfo, connect(-5), -5 },
-        { "garbles TLS", faulty(R"("garbage")", "tls"), kBattery, connect(-5), -5 },
-        { "goes", faultyBattery(R"("detach")"), kBattery, read(-5) },
-        { "says half of it", faultyBattery(R"("truncate")"), kBattery, read(-5) },
+        { "breaks TLS", faulty(R"("drop")", "tls"), kInfo, connect(-5), -5, "", "", true },
+        { "garbles TLS", faulty(R"("garbage")", "tls"), kBattery, connect(-5), -5, "", "", true },
+        { "goes", faultyBattery(R"("detach")"), kBattery, read(kReadAtTheEnd) },
+        { "says half of it", faultyBattery(R"("truncate")"), kBattery, read(kReadAtTheEnd) },
         { "says nonsense", faultyBattery(R"("garbage")"), kBattery, read(-3) },
         { "says nothing", faultyBattery(R"("missing-key")"), kBattery, noNode, 0, "", "[ERROR]" },
         { "refuses", refusing("SetValue", "SetProhibited"), kConfig,
@@ -248,7 +253,8 @@ class SilentDevice : public testing::TestWithParam<const char*> { };
 
 TEST_P(SilentDevice, IsGivenUpByTheClock)
 {
-    const auto timeout = TDWErrorCreateWithMessage("Server timeout.", 1);
+    const auto timeout = serverTimeout();
+    const auto before = processorTime();
     const std::map<std::string, Row> rows {
         { "Handshake", { "", faulty(R"("hang")", "tls"), kBattery, timeout, 1 } },
         { "Value", { "", faulty(R"("hang", "key": "SerialNumber")"), kInfo, timeout, 1 } },
@@ -256,11 +262,11 @@ TEST_P(SilentDevice, IsGivenUpByTheClock)
         { "Writing", { "", faulty(R"("hang", "request": "SetValue")"), kConfig, timeout, 1 } },
         { "Unpairing", { "", faulty(R"("hang", "request": "Unpair")"), kUnpair, timeout, 1 } },
     };
-    forEachRow<Row>({ rows.at(GetParam()) }, [](const auto& devices, const Row& row, std::size_t) {
+    forEachRow<Row>({ rows.at(GetParam()) }, [&](const auto& devices, const Row& row, std::size_t) {
         const auto duration = expectOutcome(devices, row, 0).duration;
         const auto clock = row.command[0] == "tdw_pairing" ? 20s : 10s;
         EXPECT_THAT(duration, AllOf(Ge(clock), Le(clock + 4s)));
-        EXPECT_LE(processorTime(), 1s) << "it waits, and does not ask again and again";
+        EXPECT_LE(processorTime() - before, 1s) << "it waits, and does not ask again and again";
     });
 }
 

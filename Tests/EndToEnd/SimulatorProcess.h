@@ -106,9 +106,10 @@ public:
             { "LC_ALL", "C.UTF-8" } };
     }
 
-    CommandOutcome run(std::vector<std::string> words) const
+    CommandOutcome run(
+        std::vector<std::string> words, std::chrono::seconds bound = std::chrono::seconds(60)) const
     {
-        return runCommandBounded(std::move(words), environment());
+        return runCommandBounded(std::move(words), environment(), bound);
     }
 
     /// Sends a request to the control socket; the answer is the output.

@@ -189,7 +189,7 @@ TEST(CompanionsCommand, ALookUpThatFailedIsSaidToHaveFailed)
 {
     const Household household;
     household.control(
-        R"({"command":"inject-fault","at":"com.apple.companion_proxy","fault":"drop"})");
+        R"({"command":"inject-fault","at":"com.apple.companion_proxy","fault":"garbage"})");
     const auto failed = tidewell({ "companions", kPhone });
     EXPECT_EQ(failed.termination.status, 1);
     EXPECT_THAT(failed.standardError, HasSubstr("for its watches"));
