@@ -2,9 +2,9 @@
 
 #include "Platform/WorkerPool.h"
 
-#include <asio/buffer.hpp>
-#include <asio/error.hpp>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <cerrno>
@@ -20,12 +20,9 @@ Result<std::shared_ptr<MessageChannel>> MessageChannel::create(
     stream_protocol::socket asioSocket(workerPool(queue).context());
     std::error_code error;
     asioSocket.assign(stream_protocol(), socket.descriptor(), error);
-    if (!error) {
-        (void)socket.release();
-        asioSocket.non_blocking(true, error);
-    }
     if (error)
         return Error::posix(error.value(), "Cannot watch a connection");
+    (void)socket.release();
     return std::shared_ptr<MessageChannel>(
         new MessageChannel(std::move(queue), std::move(asioSocket), std::move(handlers)));
 }
@@ -70,13 +67,13 @@ void MessageChannel::readable()
         return;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): only what was read is looked at
     std::array<std::byte, std::size_t { 64 } * 1024> chunk;
-    std::error_code error;
-    const std::size_t count = m_socket.read_some(asio::buffer(chunk), error);
-    if (error == asio::error::eof || error == asio::error::connection_reset)
+    const ssize_t count
+        = ::recv(m_socket.native_handle(), chunk.data(), chunk.size(), MSG_DONTWAIT);
+    if (count == 0 || (count < 0 && errno == ECONNRESET))
         return end(Error::posix(ECONNRESET, "The other end of the connection is gone"));
-    if (error && error != asio::error::would_block && error != asio::error::interrupted)
-        return end(Error::posix(error.value(), "Cannot read from the connection"));
-    m_decoder.append(std::span(chunk).first(count));
+    if (count < 0 && errno != EAGAIN && errno != EINTR)
+        return end(Error::posix(errno, "Cannot read from the connection"));
+    m_decoder.append(std::span(chunk).first(static_cast<std::size_t>(std::max<ssize_t>(count, 0))));
     handleInput();
 }
 
@@ -139,28 +136,32 @@ void MessageChannel::write()
 {
     while (!m_isClosed && !m_waitsForRoom && !m_output.empty()) {
         const Data& first = m_output.front();
-        std::error_code error;
-        const std::size_t count = m_socket.write_some(asio::buffer(first) + m_firstWritten, error);
-        m_firstWritten += count;
-        m_backlog -= count;
+        const ssize_t count = ::send(m_socket.native_handle(), first.data() + m_firstWritten,
+            first.size() - m_firstWritten, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0 && errno == EAGAIN)
+            return waitForRoom();
+        if (count < 0 && errno != EINTR)
+            return giveUpWriting();
+        m_firstWritten += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        m_backlog -= static_cast<std::size_t>(std::max<ssize_t>(count, 0));
         if (m_firstWritten == first.size()) {
             m_output.pop_front();
             m_firstWritten = 0;
         }
-        if (error == asio::error::would_block) {
-            m_waitsForRoom = true;
-            m_socket.async_wait(
-                stream_protocol::socket::wait_write, [self = shared_from_this()](std::error_code) {
-                    self->m_pool.perform([&self] {
-                        self->m_waitsForRoom = false;
-                        self->write();
-                        self->handleInput();
-                    });
-                });
-        } else if (error && error != asio::error::interrupted) {
-            return giveUpWriting();
-        }
     }
+}
+
+void MessageChannel::waitForRoom()
+{
+    m_waitsForRoom = true;
+    m_socket.async_wait(
+        stream_protocol::socket::wait_write, [self = shared_from_this()](std::error_code) {
+            self->m_pool.perform([&self] {
+                self->m_waitsForRoom = false;
+                self->write();
+                self->handleInput();
+            });
+        });
 }
 
 /// The other end has gone, but its last words may still be there to be read; behind them comes the

@@ -22,6 +22,9 @@ class WorkerPool;
 /// that wait for their replies here, nothing more is read from it; what is malformed, too large or
 /// never fetched ends the channel.
 ///
+/// The bytes are read and written by system calls of its own: comparing an error with those of Asio
+/// uses objects that are gone while a process ends, and a channel may still be at work then.
+///
 /// Belongs to a serial queue: every function is called there, and every handler is. Lives until it
 /// is closed, by either end, whoever holds it.
 class MessageChannel : public std::enable_shared_from_this<MessageChannel> {
@@ -70,6 +73,7 @@ private:
     void handleInput();
     void handle(std::span<const std::byte> payload);
     void write();
+    void waitForRoom();
     void giveUpWriting();
     void end(const Error& error);
 
