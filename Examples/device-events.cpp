@@ -29,7 +29,7 @@ public:
     LoopQueue() = default;
     LoopQueue(const LoopQueue&) = delete;
     LoopQueue& operator=(const LoopQueue&) = delete;
-    ~LoopQueue() { close(m_descriptor); }
+    ~LoopQueue() { ::close(m_descriptor); }
 
     int descriptor() const { return m_descriptor; }
 
@@ -37,6 +37,8 @@ public:
     {
         {
             const std::lock_guard lock(m_mutex);
+            if (m_isClosed)
+                return;
             m_blocks.push_back(std::move(block));
         }
         eventfd_write(m_descriptor, 1);
@@ -56,10 +58,21 @@ public:
             block();
     }
 
+    /// To be called when the loop is over. Callbacks hold the client, and the client holds the
+    /// queue, so that those that never run would keep both.
+    void close()
+    {
+        std::deque<std::function<void()>> blocks;
+        const std::lock_guard lock(m_mutex);
+        m_isClosed = true;
+        blocks.swap(m_blocks);
+    }
+
 private:
     const int m_descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     std::mutex m_mutex;
     std::deque<std::function<void()>> m_blocks;
+    bool m_isClosed = false;
 };
 
 } // namespace
@@ -96,5 +109,6 @@ int main()
         isDone = isDone || entries[1].revents != 0;
     }
     client->invalidateTerminatingService(false);
+    queue->close();
     return status;
 }

@@ -13,6 +13,7 @@ struct CallbackLoop::State {
     FileHandle descriptor;
     std::mutex mutex {};
     std::deque<std::function<void()>> callbacks {};
+    bool isClosed = false;
 };
 
 Result<CallbackLoop> CallbackLoop::create()
@@ -34,9 +35,19 @@ void CallbackLoop::add(std::function<void()> callback) const
 {
     {
         const std::lock_guard lock(m_state->mutex);
+        if (m_state->isClosed)
+            return;
         m_state->callbacks.push_back(std::move(callback));
     }
     (void)eventfd_write(descriptor(), 1);
+}
+
+void CallbackLoop::close() const
+{
+    std::deque<std::function<void()>> callbacks;
+    const std::lock_guard lock(m_state->mutex);
+    m_state->isClosed = true;
+    callbacks.swap(m_state->callbacks);
 }
 
 CallbackQueue CallbackLoop::queue() const

@@ -28,6 +28,10 @@ public:
     /// Runs what is there.
     void run() const;
 
+    /// Forgets what is there and whatever still comes: callbacks hold clients, and clients hold the
+    /// loop, so that those that never run would keep both.
+    void close() const;
+
 private:
     struct State;
     explicit CallbackLoop(std::shared_ptr<State> state)

@@ -86,6 +86,7 @@ ServiceFeed::ServiceFeed(CallbackLoop loop, FileHandle poll, FileHandle timer)
 ServiceFeed::~ServiceFeed()
 {
     disconnect();
+    m_loop.close();
 }
 
 Result<std::vector<DeviceEvent>> ServiceFeed::take()
