@@ -2,6 +2,10 @@
 
 #include "Platform/Bundle.h"
 #include "Platform/FileHandle.h"
+#include "Platform/Process.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -12,6 +16,22 @@
 inline void print(int descriptor, std::string_view text)
 {
     (void)tdw::writeToDescriptor(descriptor, std::as_bytes(std::span(text)));
+}
+
+/// A descendant of a server of the tests, which does `job`, keeps both pipes open, and holds a lock
+/// until its end.
+inline void leaveGrandchildBehind(const char* job, const char* lockFile, bool inAGroupOfItsOwn)
+{
+    const int lock = open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    flock(lock, LOCK_EX);
+    tdw::LaunchOptions options;
+    options.executable = "/proc/self/exe";
+    options.programName = "tdw_child";
+    options.arguments = { job };
+    options.standardInput = lock; // an open lock file is what carries the lock into the grandchild
+    options.ownProcessGroup = inAGroupOfItsOwn;
+    // Left behind means that nobody waits for it, its parent included.
+    static auto grandchild = tdw::Process::launch(options);
 }
 
 /// A directory of executables, with this test's own binary in it under the name "tdw_child".

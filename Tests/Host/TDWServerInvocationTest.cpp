@@ -41,21 +41,6 @@ void printEnvelope(std::size_t payloadBytes)
     (void)writeToDescriptor(STDOUT_FILENO, *encodeXmlPropertyList(envelopeOf(payloadBytes)));
 }
 
-/// A descendant that keeps both pipes open and lives until it is killed, holding a lock.
-void leaveGrandchildBehind(const char* lockFile, bool inAGroupOfItsOwn)
-{
-    const int lock = open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    flock(lock, LOCK_EX);
-    LaunchOptions options;
-    options.executable = "/proc/self/exe";
-    options.programName = "tdw_child";
-    options.arguments = { "hang" };
-    options.standardInput = lock; // an open lock file is what carries the lock into the grandchild
-    options.ownProcessGroup = inAGroupOfItsOwn;
-    // Left behind means that nobody waits for it, its parent included.
-    static auto grandchild = Process::launch(options);
-}
-
 [[noreturn]] void runAsServer(std::string_view job, const std::vector<std::string>& arguments)
 {
     int status = 0;
@@ -75,7 +60,7 @@ void leaveGrandchildBehind(const char* lockFile, bool inAGroupOfItsOwn)
     } else if (job == "die") {
         raise(SIGKILL);
     } else if (job == "grandchild") {
-        leaveGrandchildBehind(arguments[0].c_str(), arguments[1] == "own group");
+        leaveGrandchildBehind("hang", arguments[0].c_str(), arguments[1] == "own group");
         printEnvelope(1);
     } else if (job == "live on") {
         printEnvelope(1);

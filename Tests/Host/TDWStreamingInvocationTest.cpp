@@ -38,20 +38,6 @@ std::string textOf(const Value& envelope)
     return { reinterpret_cast<const char*>(bytes.data()), bytes.size() };
 }
 
-/// A descendant that keeps both pipes until nobody reads them any more, and a lock until its end.
-void leaveGrandchildBehind(const char* lockFile, bool inAGroupOfItsOwn)
-{
-    const int lock = open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    flock(lock, LOCK_EX);
-    LaunchOptions options;
-    options.executable = "/proc/self/exe";
-    options.programName = "tdw_child";
-    options.arguments = { "wait for the reader" };
-    options.standardInput = lock; // an open lock file is what carries the lock into the grandchild
-    options.ownProcessGroup = inAGroupOfItsOwn;
-    static auto grandchild = Process::launch(options);
-}
-
 [[noreturn]] void runAsServer(std::string_view job, const std::vector<std::string>& arguments)
 {
     int status = 0;
@@ -68,7 +54,8 @@ void leaveGrandchildBehind(const char* lockFile, bool inAGroupOfItsOwn)
             lines += std::to_string(i) + '\n';
         print(STDOUT_FILENO, lines + "last");
     } else if (job == "grandchild") {
-        leaveGrandchildBehind(arguments[0].c_str(), arguments[1] == "own group");
+        leaveGrandchildBehind(
+            "wait for the reader", arguments[0].c_str(), arguments[1] == "own group");
         print(STDOUT_FILENO, "line\nrest");
     } else if (job == "close") {
         close(STDOUT_FILENO);

@@ -1,55 +1,18 @@
 #include "Pairing/Interruption.h"
 
 #include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <utility>
 
 namespace tdw::cli {
 
-namespace {
-
-sigset_t interruptions()
-{
-    sigset_t set {};
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    return set;
-}
-
-} // namespace
-
 Result<Interruption> Interruption::create()
 {
-    const sigset_t set = interruptions();
-    FileHandle signals(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!signals.isOpen())
-        return Error::posix(errno, "Cannot watch for signals");
-    sigset_t previousMask {};
-    if (const int error = pthread_sigmask(SIG_BLOCK, &set, &previousMask); error != 0)
-        return Error::posix(error, "Cannot hold signals back");
-    return Interruption(std::move(signals), previousMask);
-}
-
-Interruption::Interruption(FileHandle signals, const sigset_t& previousMask)
-    : m_signals(std::move(signals))
-    , m_previousMask(previousMask)
-{
-}
-
-Interruption::Interruption(Interruption&& other) noexcept = default;
-
-Interruption::~Interruption()
-{
-    if (m_signals.isOpen())
-        pthread_sigmask(SIG_SETMASK, &m_previousMask, nullptr);
+    return Interruption(TDW_TRY(SignalWatch::create({ SIGINT, SIGTERM })));
 }
 
 Interruption::Awaited Interruption::waitFor(
@@ -73,12 +36,11 @@ Interruption::Awaited Interruption::waitFor(
 
 void Interruption::endProcess() const
 {
-    signalfd_siginfo information {};
-    const bool isKnown
-        = read(m_signals.descriptor(), &information, sizeof(information)) == sizeof(information);
-    const int number = isKnown ? static_cast<int>(information.ssi_signo) : SIGINT;
+    const int number = m_signals.take().value_or(SIGINT);
     std::signal(number, SIG_DFL);
-    const sigset_t set = interruptions();
+    sigset_t set {};
+    sigemptyset(&set);
+    sigaddset(&set, number);
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     std::raise(number);
     std::abort(); // The default of both signals is to end the process.

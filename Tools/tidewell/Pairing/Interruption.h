@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Platform/FileHandle.h"
+#include "Events/SignalWatch.h"
 #include "Platform/Result.h"
 
 #include <chrono>
-#include <csignal>
+#include <utility>
 
 namespace tdw::cli {
 
@@ -17,12 +17,6 @@ public:
     /// Errors: `kPosixErrorDomain`
     static Result<Interruption> create();
 
-    Interruption(Interruption&& other) noexcept;
-    Interruption& operator=(Interruption&&) = delete;
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
-    ~Interruption();
-
     /// Waits until `descriptor` has something to read or has been closed at its other end, until
     /// the deadline, or until a signal; the signal stays pending.
     /// @param descriptor -1: waits for the two others
@@ -33,10 +27,12 @@ public:
     [[noreturn]] void endProcess() const;
 
 private:
-    Interruption(FileHandle signals, const sigset_t& previousMask);
+    explicit Interruption(SignalWatch signals)
+        : m_signals(std::move(signals))
+    {
+    }
 
-    FileHandle m_signals;
-    sigset_t m_previousMask;
+    SignalWatch m_signals;
 };
 
 } // namespace tdw::cli
