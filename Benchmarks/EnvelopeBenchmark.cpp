@@ -2,7 +2,7 @@
 // values, which is what a watch with everything it knows comes nearest to.
 
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <benchmark/benchmark.h>
 

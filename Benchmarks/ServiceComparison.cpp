@@ -10,10 +10,10 @@
 #include "Client/ServiceMessages.h"
 #include "Client/TidewellServiceClient.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/LocalSocket.h"
-#include "Platform/Process.h"
-#include "Platform/PropertyList.h"
-#include "Platform/ServiceStart.h"
+#include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/LocalSocket.h"
+#include "Platform/System/Process.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -312,7 +312,7 @@ double processorTime(int who)
 pid_t serviceProcess()
 {
     const auto socket
-        = connectToService(tidewellService(), IfNobodyListens::Fail, [] { return false; });
+        = connectToService(tidewellService(), StartPolicy::Fail, [] { return false; });
     ucred peer {};
     socklen_t length = sizeof peer;
     if (!socket || getsockopt(socket->descriptor(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)

@@ -1,114 +1,46 @@
-// Shows devices as they come and go: a program with an event loop of its own, here around `poll`.
-//
-// The callbacks of the client come from its threads. A program with a loop gives the client a
-// callback queue that only stores them and makes a descriptor readable; the loop waits for that
-// descriptor as for every other, and runs them on its own thread.
+// Shows devices as they come and go: a program with an event loop, here the one of the library. A
+// program with a loop of its own gives `CallbackQueue` a function that posts to that instead.
 
-#include "Client/TidewellServiceClient.h"
-#include "Platform/CallbackQueue.h"
-
-#include <poll.h>
-#include <sys/eventfd.h>
+#include <tidewell/CallbackQueue.h>
+#include <tidewell/DeviceMonitor.h>
+#include <tidewell/EventLoop.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
-#include <functional>
-#include <memory>
-#include <mutex>
 #include <optional>
-#include <string>
 
 namespace {
 
-/// Callbacks that wait for the loop, and the descriptor that is readable while there are some.
-class LoopQueue {
-public:
-    LoopQueue() = default;
-    LoopQueue(const LoopQueue&) = delete;
-    LoopQueue& operator=(const LoopQueue&) = delete;
-    ~LoopQueue() { ::close(m_descriptor); }
+void showEvent(const tdw::DeviceEvent& event)
+{
+    std::printf("%s\n", tdw::deviceEventText(event).c_str());
+    std::fflush(stdout);
+}
 
-    int descriptor() const { return m_descriptor; }
-
-    void submit(std::function<void()> block)
-    {
-        {
-            const std::lock_guard lock(m_mutex);
-            if (m_isClosed)
-                return;
-            m_blocks.push_back(std::move(block));
-        }
-        eventfd_write(m_descriptor, 1);
-    }
-
-    /// To be called by the loop when the descriptor is readable.
-    void run()
-    {
-        eventfd_t ignored = 0;
-        eventfd_read(m_descriptor, &ignored);
-        std::deque<std::function<void()>> blocks;
-        {
-            const std::lock_guard lock(m_mutex);
-            blocks.swap(m_blocks);
-        }
-        for (const auto& block : blocks)
-            block();
-    }
-
-    /// To be called when the loop is over. Callbacks hold the client, and the client holds the
-    /// queue, so that those that never run would keep both.
-    void close()
-    {
-        std::deque<std::function<void()>> blocks;
-        const std::lock_guard lock(m_mutex);
-        m_isClosed = true;
-        blocks.swap(m_blocks);
-    }
-
-private:
-    const int m_descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    std::mutex m_mutex;
-    std::deque<std::function<void()>> m_blocks;
-    bool m_isClosed = false;
-};
+/// The monitor goes on by itself; a person is told why nothing comes meanwhile.
+void showOutage(const std::optional<tdw::Error>& reason)
+{
+    if (reason)
+        std::fprintf(stderr, "device-events: %s\n", reason->failureReason().c_str());
+}
 
 } // namespace
 
 int main()
 {
-    // Shared, because the client may hand over a callback while the program ends.
-    const auto queue = std::make_shared<LoopQueue>();
-    const auto client = TidewellServiceClient::initWithQueue(tdw::CallbackQueue(
-        [queue](std::function<void()> block) { queue->submit(std::move(block)); }));
-
-    bool isDone = false;
-    int status = EXIT_SUCCESS;
-    client->subscribeToDeviceEventsWithEventHandler(
-        [](const std::string& event) {
-            std::printf("%s\n", event.c_str());
-            std::fflush(stdout);
-        },
-        [&](const std::optional<tdw::Error>& error) {
-            if (!error)
-                return;
-            std::fprintf(stderr, "device-events: %s\n", error->failureReason().c_str());
-            status = EXIT_FAILURE;
-            isDone = true;
-        });
+    auto loop = tdw::EventLoop::create();
+    if (!loop) {
+        std::fprintf(stderr, "device-events: %s\n", loop.error().failureReason().c_str());
+        return EXIT_FAILURE;
+    }
+    const auto monitor = tdw::DeviceMonitor::start(
+        tdw::CallbackQueue(*loop), { .event = &showEvent, .outage = &showOutage });
 
     // Until there is something on standard input, or its end.
-    while (!isDone) {
-        pollfd entries[] = { { queue->descriptor(), POLLIN, 0 }, { STDIN_FILENO, POLLIN, 0 } };
-        if (poll(entries, 2, -1) < 0)
-            continue;
-        if (entries[0].revents != 0)
-            queue->run();
-        isDone = isDone || entries[1].revents != 0;
-    }
-    client->invalidateTerminatingService(false);
-    queue->close();
-    return status;
+    const auto input = loop->whenReadable(STDIN_FILENO, [&] { loop->stop(); });
+    if (!input)
+        return EXIT_FAILURE;
+    loop->run();
+    return EXIT_SUCCESS;
 }

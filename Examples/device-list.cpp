@@ -1,10 +1,10 @@
 // Lists the devices that can be reached now: a plain program, whose callbacks run on the main
 // queue.
 
-#include "Client/TidewellServiceClient.h"
-#include "Interfaces/TDWDeviceList.h"
-#include "Interfaces/TDWResponse.h"
-#include "Platform/Queue.h"
+#include <tidewell/Queue.h>
+#include <tidewell/TDWDeviceList.h>
+#include <tidewell/TDWResponse.h>
+#include <tidewell/TidewellServiceClient.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,14 +20,10 @@ void showDevices(const tdw::Value& envelope)
         std::fprintf(stderr, "device-list: %s\n", error->failureReason().c_str());
         std::exit(EXIT_FAILURE);
     }
-    const tdw::Dictionary* dictionary = payload->asDictionary();
-    const tdw::Value* devices = dictionary ? dictionary->find(kTDWDevicesKey) : nullptr;
-    if (devices && devices->asArray()) {
-        for (const tdw::Value& device : *devices->asArray()) {
-            const tdw::Dictionary* entry = device.asDictionary();
-            const tdw::Value* udid = entry ? entry->find(kTDWDeviceListItemUDID) : nullptr;
-            if (udid && udid->asString())
-                std::printf("%s\n", udid->asString()->c_str());
+    if (const tdw::Array* devices = payload->arrayAt(kTDWDevicesKey)) {
+        for (const tdw::Value& device : *devices) {
+            if (const std::string* udid = device.stringAt(kTDWDeviceListItemUDID))
+                std::printf("%s\n", udid->c_str());
         }
     }
     std::exit(EXIT_SUCCESS);

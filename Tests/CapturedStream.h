@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/FileHandle.h"
+#include "Platform/System/FileHandle.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

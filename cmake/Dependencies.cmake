@@ -28,3 +28,10 @@ tidewell_check_library(PkgConfig::LibImobiledevice idevice_events_subscribe
   libimobiledevice/libimobiledevice.h TIDEWELL_HAS_EVENTS_SUBSCRIBE)
 tidewell_check_library(PkgConfig::LibUsbmuxd libusbmuxd_set_use_inotify
   usbmuxd.h TIDEWELL_HAS_SET_USE_INOTIFY)
+
+# The Debian release whose libraries these are, or are like: for what they do differently and no symbol
+# tells, such as the codes of some failures.
+set(TIDEWELL_DEVICE_LIBRARY_GENERATION 12)
+if(TIDEWELL_HAS_EVENTS_SUBSCRIBE)
+  set(TIDEWELL_DEVICE_LIBRARY_GENERATION 13)
+endif()

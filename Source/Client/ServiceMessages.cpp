@@ -16,6 +16,7 @@ constexpr std::string_view kInvokeServer = "invokeServer:withArguments:timeout:r
 constexpr std::string_view kSubscribe = "subscribeToDeviceEventsWithReply:";
 constexpr std::string_view kTerminate = "terminate";
 constexpr std::string_view kGetEndpoint = "getServiceConnectionEndpointWithReply:";
+constexpr std::string_view kStatus = "statusWithReply:";
 constexpr std::string_view kReachedResourceLimit = "serviceReachedResourceLimitWithUptime:";
 constexpr std::string_view kDidReceiveEvent = "serviceDidReceiveDeviceEvent:";
 
@@ -112,7 +113,7 @@ void ServiceProxy::subscribeToDeviceEvents(std::function<void(const std::optiona
 
 void ServiceProxy::terminate()
 {
-    m_connection->send(kTerminate, {}, IfNobodyListens::Fail);
+    m_connection->send(kTerminate, {}, StartPolicy::Fail);
 }
 
 void ServiceProxy::getServiceConnectionEndpoint(std::function<void(const Endpoint&)> reply)
@@ -122,6 +123,16 @@ void ServiceProxy::getServiceConnectionEndpoint(std::function<void(const Endpoin
         if (!endpoint)
             return false;
         reply(*endpoint);
+        return true;
+    });
+}
+
+void ServiceProxy::status(std::function<void(const Value& status)> reply)
+{
+    send(kStatus, {}, [reply = std::move(reply)](const Array& values) {
+        if (values.size() != 1 || !values.front().asDictionary())
+            return false;
+        reply(values.front());
         return true;
     });
 }
@@ -150,6 +161,8 @@ void dispatch(const IncomingMessage& message, TidewellServiceProtocol& service)
     if (message.selector == kGetEndpoint)
         return service.getServiceConnectionEndpoint(
             [reply](const Endpoint& endpoint) { reply.succeed({ endpoint.value() }); });
+    if (message.selector == kStatus)
+        return service.status([reply](const Value& status) { reply.succeed({ status }); });
     reply.fail(notUnderstood(message));
 }
 
@@ -157,7 +170,8 @@ void dispatch(const IncomingMessage& message, TidewellClientProtocol& client)
 {
     const Array& arguments = message.arguments;
     const bool hasOne = arguments.size() == 1;
-    if (message.selector == kReachedResourceLimit && hasOne && arguments[0].asInteger())
+    if (message.selector == kReachedResourceLimit && hasOne
+        && (arguments[0].asInteger() || arguments[0].asReal()))
         return client.serviceReachedResourceLimitWithUptime(arguments[0]);
     if (message.selector == kDidReceiveEvent && hasOne && arguments[0].asString())
         return client.serviceDidReceiveDeviceEvent(*arguments[0].asString());

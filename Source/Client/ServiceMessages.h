@@ -1,8 +1,7 @@
 #pragma once
 
 #include "Client/TidewellServiceProtocol.h"
-#include "Platform/Connection.h"
-#include "Platform/Export.h"
+#include "Platform/Messages/Connection.h"
 
 #include <functional>
 #include <memory>
@@ -10,13 +9,13 @@
 namespace tdw {
 
 /// Which service it is, and what to start for it.
-TDW_EXPORT ServiceIdentity tidewellService();
+ServiceIdentity tidewellService();
 
 /// The service at the other end of a connection.
 ///
 /// What cannot be delivered, or is answered by something else than the protocol says, reaches the
 /// error handler; then the reply is not called. Both run on the connection's queue.
-class TDW_EXPORT ServiceProxy final : public TidewellServiceProtocol {
+class ServiceProxy final : public TidewellServiceProtocol {
 public:
     using ErrorHandler = std::function<void(const Error&)>;
 
@@ -31,6 +30,9 @@ public:
     void terminate() override;
     void getServiceConnectionEndpoint(std::function<void(const Endpoint&)> reply) override;
 
+    /// An older service does not know this message, which reaches the error handler.
+    void status(std::function<void(const Value& status)> reply) override;
+
 private:
     void send(std::string_view selector, Array arguments, std::function<bool(const Array&)> reply);
 
@@ -39,7 +41,7 @@ private:
 };
 
 /// The client at the other end of a connection.
-class TDW_EXPORT ClientProxy final : public TidewellClientProtocol {
+class ClientProxy final : public TidewellClientProtocol {
 public:
     explicit ClientProxy(std::shared_ptr<Connection> connection)
         : m_connection(std::move(connection))
@@ -55,7 +57,7 @@ private:
 
 /// Hands a message to what it is meant for. A message that the protocol does not know, or whose
 /// arguments are of other types, is answered with an error that says so.
-TDW_EXPORT void dispatch(const IncomingMessage& message, TidewellServiceProtocol& service);
-TDW_EXPORT void dispatch(const IncomingMessage& message, TidewellClientProtocol& client);
+void dispatch(const IncomingMessage& message, TidewellServiceProtocol& service);
+void dispatch(const IncomingMessage& message, TidewellClientProtocol& client);
 
 } // namespace tdw

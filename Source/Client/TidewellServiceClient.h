@@ -1,24 +1,19 @@
 #pragma once
 
+#include "Client/RequestArguments.h"
 #include "Client/TidewellServiceProtocol.h"
-#include "Platform/CallbackQueue.h"
-#include "Platform/Endpoint.h"
-#include "Platform/Error.h"
 #include "Platform/Export.h"
-#include "Platform/Value.h"
+#include "Platform/Messages/Endpoint.h"
+#include "Platform/Queues/CallbackQueue.h"
+#include "Platform/Values/Error.h"
+#include "Platform/Values/Value.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
-
-namespace tdw {
-class Connection;
-class Log;
-} // namespace tdw
 
 /// Everything an application needs: the devices of this user, asked through the service.
 ///
@@ -32,16 +27,28 @@ class Log;
 ///
 /// The first request connects, and starts the service where none runs. Every request returns at
 /// once; its handler is called once, with the server's response envelope, or with an error envelope
-/// where the service cannot be reached. The client sets no deadline of its own: the service ends a
-/// server that takes longer than its request allows (10 seconds, 20 for pairing).
+/// where the service cannot be reached.
 ///
-/// Every handler runs on the callback queue, never on the caller's stack. All functions may be
-/// called from any thread.
+/// The client sets no deadline of its own. The service ends a server that takes longer than its
+/// request allows (10 seconds, 20 for pairing), but a service that is stopped answers nothing, and
+/// an application that does not want to wait for it any longer ends the wait by
+/// `invalidateTerminatingService(false)`: what waits for an answer fails, within moments.
+///
+/// A request that the service went away without having read is sent once more, to the next service;
+/// one that only reads also where the service went without having read all of several requests.
+/// Otherwise a request whose service is lost fails with `NSCocoaErrorDomain` 4097: it may have been
+/// carried out, and one that only reads can be made again. 4099: the client was invalidated
+/// meanwhile.
+///
+/// Every handler runs on the callback queue, never on the caller's stack, and is destroyed there
+/// with everything that it holds. A handler may be null, and its request costs nothing more then.
+/// An exception that leaves a handler ends the process where it was thrown. All functions may be
+/// called from any thread, and in handlers.
 ///
 /// A connection that is lost is made anew by the next request, which also renews the subscription
-/// to device events; until then no events come. While it is connected, the connection holds the
-/// client: an application that is done with it calls `invalidate` or
-/// `invalidateTerminatingService`.
+/// to device events; until then no events come (`tdw::DeviceMonitor` renews by itself). While it is
+/// connected, the connection holds the client: an application that is done with it calls
+/// `invalidate` or `invalidateTerminatingService`.
 class TDW_EXPORT TidewellServiceClient
     : public TidewellClientProtocol,
       public std::enable_shared_from_this<TidewellServiceClient> {
@@ -55,6 +62,9 @@ public:
     /// Takes one event: "type,connection,UDID", with type 1 for a device that has come, 2 for one
     /// that has gone, 3 for one that has been paired, and connection 1 for USB, 2 for the network.
     using EventHandler = std::function<void(const std::string& event)>;
+
+    /// Takes the service's uptime in seconds, a number.
+    using ResourceLimitHandler = std::function<void(const tdw::Value& uptime)>;
 
     /// @param endpoint reaches the service behind it, instead of the user's own by name
     /// @param queue the main queue where none is given
@@ -71,17 +81,22 @@ public:
     TidewellServiceClient& operator=(const TidewellServiceClient&) = delete;
     ~TidewellServiceClient() override;
 
-    const std::optional<tdw::Endpoint>& endpoint() const { return m_endpoint; }
-    const tdw::CallbackQueue& callbackQueue() const { return m_callbackQueue; }
+    const std::optional<tdw::Endpoint>& endpoint() const;
+    const tdw::CallbackQueue& callbackQueue() const;
 
-    /// What is called when the service reports that it has reached a resource limit, with its
-    /// uptime in seconds. The client itself does nothing about it.
-    void setServiceReachedResourceLimit(std::function<void(const tdw::Value& uptime)> handler);
+    /// What is called when the service reports that it has reached a resource limit; null where
+    /// nothing is. The client itself does nothing about it.
+    ResourceLimitHandler serviceReachedResourceLimit() const;
+    void setServiceReachedResourceLimit(ResourceLimitHandler handler);
 
-    /// Ends the subscription and the connection, and the service with them. The client can still
-    /// be used; a later request connects anew, without a subscription.
+    /// Ends the subscription and the connection, and the service with them; requests that wait for
+    /// an answer fail. After that nothing is connected or started for their sake. The client can
+    /// still be used: a later request connects again, without a subscription.
     void invalidate();
     void invalidateTerminatingService(bool terminatesService);
+
+    /// Sends any of the requests that are named below.
+    void send(const tdw::DeviceQuery& query, CompletionHandler handler);
 
     /// Lists the devices that can be reached now.
     void deviceListWithCompletionHandler(CompletionHandler handler);
@@ -133,7 +148,8 @@ public:
             handler);
 
     /// Subscribes to device events, once in a client's life until `invalidate`. The events begin
-    /// with the devices that are there.
+    /// with the devices that are there. With a null event handler no event is delivered, and the
+    /// client counts as not subscribed.
     /// @param handler takes an error (33: there is a subscription already, which stays), or none.
     ///        The event handler stays whether the subscription succeeds or fails, and is tried
     ///        again with each new connection.
@@ -144,39 +160,8 @@ public:
     void serviceDidReceiveDeviceEvent(const std::string& event) override;
 
 private:
-    /// Called with the service, and once more with an error where a message to it fails; or with
-    /// an error alone.
-    using ServiceBlock = std::function<void(
-        TidewellServiceProtocol* service, const std::optional<tdw::Error>& error)>;
+    class State;
+    explicit TidewellServiceClient(std::unique_ptr<State> state);
 
-    TidewellServiceClient(std::optional<tdw::Endpoint> endpoint, tdw::CallbackQueue queue);
-
-    // The names are the interface's own.
-    // NOLINTBEGIN(readability-identifier-naming)
-    void _invokeServer(std::string_view server, std::vector<std::string> arguments, double timeout,
-        CompletionHandler handler);
-    std::shared_ptr<tdw::Connection> _ensureConnection();
-    void _performWithServiceObject(const ServiceBlock& block);
-    void _subscribeToDeviceEventsWithEventHandler(EventHandler eventHandler, ErrorHandler handler);
-    void _resubscribeToDeviceEventsIfNeeded();
-    // NOLINTEND(readability-identifier-naming)
-
-    void performWithServiceObject(const ServiceBlock& block, bool isFirstAttempt);
-    void createConnection();
-    void forget(const std::weak_ptr<tdw::Connection>& connection);
-    EventHandler eventHandler() const;
-    void setEventHandler(EventHandler handler);
-
-    const std::optional<tdw::Endpoint> m_endpoint;
-    const tdw::CallbackQueue m_callbackQueue;
-    const std::unique_ptr<const tdw::Log> m_log;
-
-    /// Recursive, because making a connection renews the subscription, which asks for the
-    /// connection.
-    std::recursive_mutex m_connectionLock;
-    std::shared_ptr<tdw::Connection> m_connection;
-
-    mutable std::mutex m_handlersLock;
-    EventHandler m_eventHandler;
-    std::function<void(const tdw::Value& uptime)> m_serviceReachedResourceLimit;
+    const std::unique_ptr<State> m_state;
 };

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Platform/Endpoint.h"
-#include "Platform/Error.h"
 #include "Platform/Export.h"
-#include "Platform/Value.h"
+#include "Platform/Messages/Endpoint.h"
+#include "Platform/Values/Error.h"
+#include "Platform/Values/Value.h"
 
 #include <functional>
 #include <optional>
@@ -43,6 +43,11 @@ public:
 
     /// @param reply takes the address of a listener with the same service behind it
     virtual void getServiceConnectionEndpoint(std::function<void(const tdw::Endpoint&)> reply) = 0;
+
+    /// @param reply takes a dictionary about the service's process: "pid", "uptime" (seconds),
+    ///        "memory" (resident bytes), "multiplexer" (its address), "requests" (running or
+    ///        waiting), "subscribers", "version"
+    virtual void status(std::function<void(const tdw::Value& status)> reply) = 0;
 };
 
 /// What the service tells a client.

@@ -1,10 +1,10 @@
 #include "Host/TDWServerInvocation.h"
 
+#include "Host/RequestRunner.h"
 #include "Host/ServerEnvelope.h"
-#include "Host/ServerRun.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/Trust.h"
-#include "Support/TDWErrorHelpers.h"
+#include "Platform/System/Trust.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,21 +15,10 @@
 #include <utility>
 
 using tdw::Data;
-using tdw::Dictionary;
 using tdw::Error;
 using tdw::Value;
 
 namespace {
-
-constexpr std::int32_t kNotFoundCode = 1;
-
-Error notFound(const std::string& serverName, const Error& cause)
-{
-    const Dictionary userInfo { { tdw::kLocalizedFailureReasonErrorKey,
-                                    "Server executable not found for \"" + serverName + "\"" },
-        { tdw::kUnderlyingErrorKey, cause } };
-    return TDWErrorCreateWithInfo(kNotFoundCode, &userInfo);
-}
 
 /// What stands in a pipe now, without waiting for more.
 Data availableBytes(const tdw::FileHandle& reader)
@@ -51,23 +40,25 @@ Data availableBytes(const tdw::FileHandle& reader)
 std::optional<std::string> TDWValidateServerExecutable(
     const std::string& serverName, const tdw::Bundle& bundle, std::optional<Error>& outError)
 {
-    auto path = bundle.pathForAuxiliaryExecutable(serverName);
+    const auto path = bundle.pathForAuxiliaryExecutable(serverName);
     if (!path) {
-        outError = notFound(serverName,
+        outError = tdw::serverNotFoundError(serverName,
             Error(tdw::kCocoaErrorDomain, EINVAL,
                 "A server's name is a plain file name: not empty, not \".\" or \"..\", without a "
                 "slash or a NUL."));
         return std::nullopt;
     }
     if (access(path->c_str(), F_OK) != 0) {
-        outError = notFound(serverName, Error::posix(errno, "Cannot find \"" + *path + "\""));
+        outError = tdw::serverNotFoundError(
+            serverName, Error::posix(errno, "Cannot find \"" + *path + "\""));
         return std::nullopt;
     }
-    if (const auto trusted = tdw::verifyExecutable(*path, bundle.auxiliaryDirectory()); !trusted) {
+    auto trusted = tdw::verifyExecutable(*path, bundle);
+    if (!trusted) {
         outError = trusted.error();
         return std::nullopt;
     }
-    return path;
+    return *std::move(trusted);
 }
 
 Value TDWInvokeServer(const std::string& serverName, const tdw::Bundle& bundle,
@@ -83,19 +74,25 @@ Value TDWInvokeServer(const std::string& serverName, const tdw::Bundle& bundle,
     options.executable = *executable;
     options.serverName = serverName;
     options.arguments = arguments;
-    if (standardErrorPipe && standardErrorPipe->reader.isOpen())
+    if (standardErrorPipe)
         options.standardErrorCopy = std::move(standardErrorPipe->writer);
-    const auto outcome = tdw::runServer(std::move(options));
+    auto outcome = tdw::runServer(std::move(options));
     if (!outcome)
         return TDWClientErrorResponse(outcome.error());
 
-    const std::int32_t status = outcome->termination.status;
-    Value envelope = tdw::envelopeOfRun(serverName, outcome->output, status, [&] {
-        return standardErrorPipe ? availableBytes(standardErrorPipe->reader)
-                                 : outcome->standardError;
-    });
+    // A run without an envelope takes what its caller has not read for its message.
+    Value envelope = tdw::envelopeOfRun(
+        serverName, outcome->output, outcome->termination, [&outcome, standardErrorPipe] {
+            if (!standardErrorPipe || !standardErrorPipe->reader.isOpen())
+                return outcome->standardError;
+            Data text = availableBytes(standardErrorPipe->reader);
+            const Data rest = outcome->standardErrorCopy.takeRest();
+            text.insert(text.end(), rest.begin(), rest.end());
+            return text;
+        });
+    tdw::PipeCopy::passOnRest(std::move(outcome->standardErrorCopy));
     if (outTerminationStatus)
-        *outTerminationStatus = status;
+        *outTerminationStatus = outcome->termination.status;
     return envelope;
 }
 
@@ -103,7 +100,7 @@ Value TDWParseServerBinaryResponseData(const std::string& serverName,
     const std::optional<Data>& outputData, tdw::FileHandle& standardErrorReader,
     std::int32_t terminationStatus)
 {
-    return tdw::envelopeOfRun(serverName, outputData, terminationStatus, [&] {
+    return tdw::envelopeOfRun(serverName, outputData, { .status = terminationStatus }, [&] {
         auto text = standardErrorReader.readToEnd();
         return text ? *std::move(text) : Data();
     });

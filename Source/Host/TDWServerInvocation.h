@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Platform/Bundle.h"
-#include "Platform/Error.h"
 #include "Platform/Export.h"
-#include "Platform/FileHandle.h"
-#include "Platform/Value.h"
+#include "Platform/System/Bundle.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/Values/Error.h"
+#include "Platform/Values/Value.h"
 
 #include <cstdint>
 #include <optional>
@@ -31,10 +31,14 @@ TDW_EXPORT std::optional<std::string> TDWValidateServerExecutable(
 /// own time.
 /// @param arguments the process's arguments after the program name
 /// @param standardErrorPipe may be null. Otherwise what the server writes to standard error goes
-///        into it, as far as it has room while the server runs, and its writing end is closed. A
-///        run that fails takes what stands in it for its message, unless somebody read it before.
+///        into it, and its writing end is closed at the end. The server never waits for the reader:
+///        what does not fit is passed on afterwards, until the reader has taken it or is closed (up
+///        to 64 MiB; the rest is dropped). The reading end may be moved out and read by another
+///        thread meanwhile; where it is still there, a run that fails takes what nothing has read
+///        for its message.
 /// @param outTerminationStatus may be null; receives the exit status of a completed run (the
-///        signal's number for a server killed by one) and is left alone where nothing ran
+///        signal's number for a server killed by one; -1 where the application ignores SIGCHLD and
+///        the status is lost) and is left alone where nothing ran
 /// @return the server's envelope as it is, or an error envelope
 TDW_EXPORT tdw::Value TDWInvokeServer(const std::string& serverName, const tdw::Bundle& bundle,
     const std::vector<std::string>& arguments, tdw::Pipe* standardErrorPipe,

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Platform/Bundle.h"
-#include "Platform/Error.h"
 #include "Platform/Export.h"
-#include "Platform/Queue.h"
+#include "Platform/Queues/Queue.h"
+#include "Platform/System/Bundle.h"
+#include "Platform/Values/Error.h"
 
 #include <functional>
 #include <optional>

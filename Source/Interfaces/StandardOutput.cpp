@@ -1,6 +1,6 @@
 #include "Interfaces/StandardOutput.h"
 
-#include "Platform/FileHandle.h"
+#include "Platform/System/FileHandle.h"
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <chrono>
 #include <cstddef>
@@ -10,8 +10,8 @@
 namespace tdw {
 
 /// Standard output carries exactly one envelope per run, but two may want to write it: the thread
-/// that does the work, and the time-out clock. Whoever writes holds this guard; the clock takes it
-/// before it decides, and keeps it until the process has ended.
+/// that does the work, and the time-out clock. Each holds this guard while it writes; the clock
+/// takes it before it decides, and keeps it until the process has ended.
 class StandardOutputGuard {
 public:
     /// Waits for the other writer.

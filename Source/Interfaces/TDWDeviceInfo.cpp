@@ -26,6 +26,7 @@ const std::string_view kTDWDeviceInfoPairingState = "PairingState";
 
 const std::string_view kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag
     = "--include-companion-identifiers";
+const std::string_view kTDWDeviceInfoServerNeverPairFlag = "--never-pair";
 
 const std::string_view kTDWBatteryCurrentCapacity = "BatteryCurrentCapacity";
 const std::string_view kTDWBatteryIsCharging = "BatteryIsCharging";

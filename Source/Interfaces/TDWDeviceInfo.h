@@ -59,6 +59,11 @@ TDW_EXPORT extern const std::string_view kTDWDeviceInfoPairingState;
 /// The argument that asks the device info server for the companions' identifiers.
 TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag;
 
+/// The argument that keeps the device info server from pairing. Without it, a device that this host
+/// has no pair record of shows its trust dialog. With it, such a device is told of as far as a
+/// device without trust may be: state "not paired", and a warning with the code -29.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerNeverPairFlag;
+
 /// The battery's values: an integer from 0 to 100, and booleans. A device may lack any of them.
 TDW_EXPORT extern const std::string_view kTDWBatteryCurrentCapacity;
 TDW_EXPORT extern const std::string_view kTDWBatteryIsCharging;

@@ -2,8 +2,8 @@
 
 #include "Interfaces/StandardOutput.h"
 #include "Interfaces/TDWServerState.h"
-#include "Platform/FileHandle.h"
-#include "Platform/PropertyList.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/Values/PropertyList.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
 
@@ -62,15 +62,14 @@ template <typename Convert>
 Dictionary withUnderlyingErrorsConverted(const Dictionary& userInfo, Convert&& convert)
 {
     const Value* underlying = userInfo.find(tdw::kUnderlyingErrorKey);
-    const Value* multiple = userInfo.find(tdw::kMultipleUnderlyingErrorsKey);
-    if (!underlying && !multiple)
+    if (!underlying && !userInfo.contains(tdw::kMultipleUnderlyingErrorsKey))
         return userInfo;
     Dictionary result = userInfo;
     if (underlying) {
         if (std::optional<Value> converted = convert(*underlying))
             result.set(tdw::kUnderlyingErrorKey, *std::move(converted));
     }
-    const Array* elements = multiple ? multiple->asArray() : nullptr;
+    const Array* elements = userInfo.arrayAt(tdw::kMultipleUnderlyingErrorsKey);
     if (elements && !elements->empty())
         result.set(tdw::kMultipleUnderlyingErrorsKey, convertedElements(*elements, convert));
     return result;
@@ -93,8 +92,7 @@ tdw::Result<void> writeEnvelope(int descriptor, const tdw::Data& bytes)
 
 std::string parsedDomain(const Dictionary& dictionary)
 {
-    const Value* value = dictionary.find(kTDWErrorResponseDomainKey);
-    if (const std::string* domain = value ? value->asString() : nullptr)
+    if (const std::string* domain = dictionary.stringAt(kTDWErrorResponseDomainKey))
         return *domain;
     tdw::reportError(
         "Error dictionary is missing a domain: " + Value(dictionary).debugDescription());
@@ -120,8 +118,7 @@ std::int64_t parsedCode(const Dictionary& dictionary)
 
 Dictionary parsedUserInfo(const Dictionary& dictionary, const std::optional<Value>& serverErrorBlob)
 {
-    const Value* value = dictionary.find(kTDWErrorResponseInfoKey);
-    const Dictionary* info = value ? value->asDictionary() : nullptr;
+    const Dictionary* info = dictionary.dictionaryAt(kTDWErrorResponseInfoKey);
     Dictionary result = info ? _TDWParseErrorUserInfoDictionary(*info) : Dictionary();
     if (serverErrorBlob)
         result.set(kTDWResponseServerErrorBlobKey, *serverErrorBlob);
@@ -208,11 +205,10 @@ Value TDWClientErrorResponse(const Error& error)
 
 std::optional<Value> TDWResponseUnwrap(const Value& envelope, std::optional<Error>& outError)
 {
-    const Dictionary* dictionary = envelope.asDictionary();
-    if (const Value* response = dictionary ? dictionary->find(kTDWResponseDataKey) : nullptr)
+    if (const Value* response = envelope.find(kTDWResponseDataKey))
         return *response;
-    if (const Value* error = dictionary ? dictionary->find(kTDWResponseErrorKey) : nullptr) {
-        const Value* blob = dictionary->find(kTDWResponseServerErrorBlobKey);
+    if (const Value* error = envelope.find(kTDWResponseErrorKey)) {
+        const Value* blob = envelope.find(kTDWResponseServerErrorBlobKey);
         outError = TDWErrorParse(*error, blob ? std::optional(*blob) : std::nullopt);
         return std::nullopt;
     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/Error.h"
 #include "Platform/Export.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Error.h"
+#include "Platform/Values/Value.h"
 
 #include <optional>
 #include <string_view>

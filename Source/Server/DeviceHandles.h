@@ -10,8 +10,8 @@
 
 namespace tdw {
 
-/// The owners of everything that libimobiledevice hands out. Freeing a client says goodbye to the
-/// device and can wait for it; `ServerSession` bounds that.
+/// The owners of everything that libimobiledevice hands out. Freeing a client ends a conversation
+/// with the device and can wait for it; `DeviceSession` and `answerRequest` bound that.
 using DeviceHandle = Handle<idevice_private, &idevice_free>;
 using DeviceListHandle = Handle<idevice_info_t, &idevice_device_list_extended_free>;
 using LockdownClientHandle = Handle<lockdownd_client_private, &lockdownd_client_free>;

@@ -2,10 +2,10 @@
 
 #include "Interfaces/TDWDeviceList.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyListNode.h"
-#include "Server/DeviceHandles.h"
-#include "Server/ServerEnding.h"
+#include "Platform/Values/PropertyListNode.h"
+#include "Server/ServerMain.h"
 #include "Server/TDWDeviceInfoServer.h"
+#include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
@@ -14,56 +14,71 @@
 #include <iterator>
 
 using tdw::Array;
+using tdw::DeviceSession;
 using tdw::Dictionary;
+using tdw::Result;
 using tdw::Value;
 
 namespace {
 
 constexpr int kFirstIdentifierArgument = 3;
 
-/// Answers for a reply that makes no sense.
-int refuseReply(std::string_view message)
-{
-    TDWSerializeErrorResponse(TDWErrorCreateWithMessage(message, 1));
-    return 1;
-}
+using Identifiers = std::vector<std::string>;
 
 /// The watches to report: those of the arguments, or all that the phone knows.
-int identifiers(
-    idevice_t device, int argumentCount, char** arguments, std::vector<std::string>& result)
+Result<Identifiers> identifiers(DeviceSession& session, int argumentCount, char** arguments)
 {
-    if (argumentCount > kFirstIdentifierArgument) {
-        result.assign(arguments + kFirstIdentifierArgument, arguments + argumentCount);
-        return 0;
-    }
-    std::optional<Value> registry;
-    if (const int code = _TDWFetchCompanionDeviceIdentifiers(device, registry))
-        return code;
-    const Array* known = registry ? registry->asArray() : nullptr;
-    for (const Value& identifier : known ? *known : Array()) {
+    if (argumentCount > kFirstIdentifierArgument)
+        return Identifiers(arguments + kFirstIdentifierArgument, arguments + argumentCount);
+    Identifiers result;
+    const auto proxy = TDW_TRY(session.startCompanionProxy());
+    const Value registry = TDW_TRY(tdw::readCompanionRegistry(proxy));
+    for (const Value& identifier : *registry.asArray()) {
         if (const std::string* text = identifier.asString())
             result.push_back(*text);
         else
             tdw::reportWarning("Companion identifier is no text: " + identifier.debugDescription());
     }
-    return 0;
+    return result;
 }
 
-/// Reads all keys of one watch into `entry`.
-int readProperties(idevice_t device, const std::string& identifier,
-    const std::vector<std::string>& keys, Dictionary& entry)
+/// One value of a watch, or none of an optional key that it does not support.
+Result<std::optional<Value>> readProperty(companion_proxy_client_t proxy,
+    const std::string& identifier, const std::string& key, bool isOptional)
 {
+    tdw::PropertyListNode node;
+    const int code = companion_proxy_get_value_from_registry(
+        proxy, identifier.c_str(), key.c_str(), out(node));
+    if (isOptional && code == COMPANION_PROXY_E_UNSUPPORTED_KEY)
+        return std::optional<Value>();
+    if (code != COMPANION_PROXY_E_SUCCESS)
+        return TDWErrorCreate("companion_proxy_get_value_from_registry", code);
+    const Value reply = TDW_TRY(tdw::readNode(node.get()));
+    const Dictionary* values = reply.asDictionary();
+    if (!values)
+        return TDWErrorCreateWithMessage(
+            "Expected companion registry response to be a dictionary.", 1);
+    if (const Value* value = values->find(key))
+        return std::optional(*value);
+    if (isOptional)
+        return std::optional<Value>();
+    return TDWErrorCreateWithMessage(
+        "Companion registry response did not contain required property " + key + ".", 1);
+}
+
+/// The values that one watch has under the keys.
+Result<Dictionary> readProperties(
+    DeviceSession& session, const std::string& identifier, const std::vector<std::string>& keys)
+{
+    Dictionary entry;
     for (const std::string& key : keys) {
         tdw::setErrorDetail(key);
-        std::optional<Value> value;
+        const auto proxy = TDW_TRY(session.startCompanionProxy());
         const bool isOptional = TDWOptionalCompanionKeys().contains(key);
-        if (const int status
-            = _TDWReadCompanionProperty(device, identifier, key, isOptional, value))
-            return status;
-        if (value)
+        if (auto value = TDW_TRY(readProperty(proxy, identifier, key, isOptional)))
             entry.set(key, *std::move(value));
     }
-    return 0;
+    return entry;
 }
 
 Dictionary batteryOf(const Dictionary& entry)
@@ -76,14 +91,13 @@ Dictionary batteryOf(const Dictionary& entry)
     return battery;
 }
 
-int answer(idevice_t device, const std::vector<std::string>& identifiers, bool batteryOnly)
+Result<tdw::ServerReply> gather(
+    DeviceSession& session, const Identifiers& identifiers, bool batteryOnly)
 {
     Array devices;
     for (const std::string& identifier : identifiers) {
-        Dictionary entry;
         const auto& keys = batteryOnly ? _TDWCompanionBatteryKeys() : TDWCompanionKeys();
-        if (const int status = readProperties(device, identifier, keys, entry))
-            return status;
+        Dictionary entry = TDW_TRY(readProperties(session, identifier, keys));
         const Dictionary battery = batteryOf(entry);
         if (batteryOnly)
             entry = Dictionary();
@@ -94,18 +108,7 @@ int answer(idevice_t device, const std::vector<std::string>& identifiers, bool b
                 static_cast<std::uint32_t>(TDWDevicePairingStatePaired));
         devices.emplace_back(std::move(entry));
     }
-    return TDWSerializeResponse(Dictionary { { kTDWDevicesKey, std::move(devices) } });
-}
-
-int openAndAnswer(tdw::DeviceHandle& device, int argumentCount, char** arguments, bool batteryOnly)
-{
-    const auto options = TDWParseDeviceOptionsFromArguments(argumentCount, arguments);
-    if (const int code = idevice_new_with_options(out(device), arguments[1], options))
-        return tdw::failCall("idevice_new_with_options", code);
-    std::vector<std::string> companions;
-    if (const int code = identifiers(device.get(), argumentCount, arguments, companions))
-        return code;
-    return answer(device.get(), companions, batteryOnly);
+    return tdw::ServerReply { Dictionary { { kTDWDevicesKey, std::move(devices) } } };
 }
 
 } // namespace
@@ -123,42 +126,29 @@ int TDWCompanionBatteryServerMain(int argumentCount, char** arguments)
 int _TDWCompanionServerRun(int argumentCount, char** arguments, bool batteryOnly)
 {
     TDWServerInitialize();
-    if (argumentCount <= 1)
-        return tdw::endServer(TDWSerializeErrorResponse(
-            TDWErrorCreateWithMessage("Device UDID must be provided.", 1)));
-    tdw::DeviceHandle device;
-    const int status = openAndAnswer(device, argumentCount, arguments, batteryOnly);
-    return tdw::endServer(status, device);
+    return tdw::answerRequest([&](DeviceSession& session) -> Result<tdw::ServerReply> {
+        const char* udid = TDW_TRY(tdw::requiredUdid(argumentCount, arguments));
+        TDW_TRY(session.open(udid, TDWParseDeviceOptionsFromArguments(argumentCount, arguments)));
+        return gather(
+            session, TDW_TRY(identifiers(session, argumentCount, arguments)), batteryOnly);
+    });
 }
 
 int _TDWReadCompanionProperty(idevice_t device, const std::string& identifier,
     const std::string& key, bool isOptional, std::optional<Value>& outValue)
 {
+    const auto answer = [](const tdw::Error& error) {
+        TDWSerializeErrorResponse(error);
+        return static_cast<int>(error.code());
+    };
     tdw::CompanionProxyHandle proxy;
     if (const int code = companion_proxy_client_start_service(device, out(proxy), TDWServerName()))
-        return tdw::failCall("companion_proxy_client_start_service", code);
-    tdw::PropertyListNode node;
-    const int code = companion_proxy_get_value_from_registry(
-        proxy.get(), identifier.c_str(), key.c_str(), out(node));
-    if (isOptional && code == COMPANION_PROXY_E_UNSUPPORTED_KEY)
-        return 0;
-    if (code != COMPANION_PROXY_E_SUCCESS)
-        return tdw::failCall("companion_proxy_get_value_from_registry", code);
-
-    std::optional<Value> reply;
-    std::optional<tdw::Error> ignored;
-    if (const int conversion
-        = TDWServerGetFoundationObjectFromRawPlist(node.get(), reply, &ignored))
-        return tdw::failCall("TDWServerGetFoundationObjectFromRawPlist", conversion);
-    const Dictionary* values = reply->asDictionary();
-    if (!values)
-        return refuseReply("Expected companion registry response to be a dictionary.");
-    const Value* value = values->find(key);
-    if (!value && !isOptional)
-        return refuseReply(
-            "Companion registry response did not contain required property " + key + ".");
-    if (value)
-        outValue = *value;
+        return answer(TDWErrorCreate("companion_proxy_client_start_service", code));
+    auto value = readProperty(proxy.get(), identifier, key, isOptional);
+    if (!value)
+        return answer(value.error());
+    if (*value)
+        outValue = **std::move(value);
     return 0;
 }
 

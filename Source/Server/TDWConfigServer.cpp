@@ -1,28 +1,37 @@
 #include "Server/TDWConfigServer.h"
 
+#include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyListNode.h"
-#include "Platform/Text.h"
-#include "Server/DeviceHandles.h"
-#include "Server/ServerEnding.h"
-#include "Server/TDWDeviceID_Private.h"
-#include "Server/TDWServerLockdown.h"
+#include "Platform/Values/PropertyListNode.h"
+#include "Server/ServerMain.h"
+#include "Server/TDWServerImplementation.h"
 #include "Support/TDWErrorHelpers.h"
+
+using tdw::Error;
+using tdw::Result;
+using tdw::ServerReply;
 
 namespace {
 
 constexpr int kArgumentCount = 5;
 
-struct Setting {
-    const char* domain;
-    const char* key;
-    tdw::PropertyListNode value;
-};
-
-int refuse(std::string_view message)
+Error refusal(std::string_view message)
 {
-    TDWSerializeErrorResponse(TDWErrorCreateWithMessage(message, 1));
-    return 1;
+    return TDWErrorCreateWithMessage(message, 1);
+}
+
+/// Success for a key of a domain that may be written.
+Result<void> checkAllowListed(const char* domain, const char* key)
+{
+    if (!domain || !key)
+        return refusal("Domain and/or key is nil.");
+    const auto& allowList = TDWDeviceConfigAllowList();
+    const auto keys = allowList.find(std::string_view(domain));
+    if (keys == allowList.end())
+        return refusal("Specified domain is not allow-listed.");
+    if (!keys->second.contains(key))
+        return refusal("Specified key is not allow-listed.");
+    return {};
 }
 
 /// The node to write for `text` under `key`; null for a text that is no value of that key.
@@ -33,21 +42,6 @@ tdw::PropertyListNode nodeFor(std::string_view key, const char* text)
     if (*text != '0' && *text != '1')
         return nullptr;
     return tdw::PropertyListNode(plist_new_bool(*text == '1' ? 1 : 0));
-}
-
-int writeSetting(
-    const char* udid, Setting setting, tdw::DeviceHandle& device, tdw::LockdownClientHandle& client)
-{
-    if (const int code = idevice_new_with_options(out(device), udid, IDEVICE_LOOKUP_USBMUX))
-        return tdw::failCall("idevice_new_with_options", code);
-    if (const int code
-        = lockdownd_client_new_with_handshake(device.get(), out(client), TDWServerName()))
-        return tdw::failCall("lockdownd_client_new", code);
-    // The library takes the node over, whatever comes of the call.
-    if (const int code
-        = lockdownd_set_value(client.get(), setting.domain, setting.key, setting.value.release()))
-        return tdw::failCall("lockdownd_set_value", code);
-    return _TDWSerializeResponse(tdw::Dictionary(), TDWDeviceIDCreate(device.get(), client.get()));
 }
 
 } // namespace
@@ -64,33 +58,27 @@ const TDWDeviceConfigKeys& TDWDeviceConfigAllowList()
 
 int TDWCheckDeviceConfigAllowListed(const char* domain, const char* key)
 {
-    if (!domain || !key)
-        return refuse("Domain and/or key is nil.");
-    const auto& allowList = TDWDeviceConfigAllowList();
-    const auto keys = allowList.find(std::string_view(domain));
-    if (keys == allowList.end())
-        return refuse("Specified domain is not allow-listed.");
-    if (!keys->second.contains(key))
-        return refuse("Specified key is not allow-listed.");
-    return 0;
+    const auto allowed = checkAllowListed(domain, key);
+    return allowed ? 0 : TDWSerializeErrorResponse(allowed.error());
 }
 
 int TDWConfigServerMain(int argumentCount, char** arguments)
 {
     TDWServerInitialize();
-    if (argumentCount < kArgumentCount)
-        return tdw::endServer(
-            refuse("Device UDID, lockdown domain, key, and value must be provided."));
-    const char* udid = arguments[1];
-    Setting setting { arguments[2], arguments[3], nullptr };
-    if (const int status = TDWCheckDeviceConfigAllowListed(setting.domain, setting.key))
-        return tdw::endServer(status);
-    setting.value = nodeFor(setting.key, arguments[4]);
-    if (!setting.value)
-        return tdw::endServer(refuse("Invalid value: must be either 0 or 1."));
-
-    tdw::DeviceHandle device;
-    tdw::LockdownClientHandle client;
-    const int status = writeSetting(udid, std::move(setting), device, client);
-    return tdw::endServer(status, client, device);
+    return tdw::answerRequest([&](tdw::DeviceSession& session) -> Result<ServerReply> {
+        if (argumentCount < kArgumentCount)
+            return refusal("Device UDID, lockdown domain, key, and value must be provided.");
+        const char* const domain = arguments[2];
+        const char* const key = arguments[3];
+        TDW_TRY(checkAllowListed(domain, key));
+        tdw::PropertyListNode value = nodeFor(key, arguments[4]);
+        if (!value)
+            return refusal("Invalid value: must be either 0 or 1.");
+        TDW_TRY(session.open(arguments[1], IDEVICE_LOOKUP_USBMUX));
+        TDW_TRY(session.connect(tdw::Handshake::Yes));
+        // The library takes the node over, whatever comes of the call.
+        if (const int code = lockdownd_set_value(session.lockdown(), domain, key, value.release()))
+            return TDWErrorCreate("lockdownd_set_value", code);
+        return ServerReply { tdw::Dictionary(), session.identity() };
+    });
 }

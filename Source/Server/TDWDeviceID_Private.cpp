@@ -1,8 +1,8 @@
 #include "Server/TDWDeviceID_Private.h"
 
 #include "Interfaces/TDWDeviceInfo.h"
-#include "Platform/PropertyListNode.h"
-#include "Platform/Text.h"
+#include "Platform/Values/PropertyListNode.h"
+#include "Platform/Values/Utf8.h"
 #include "Server/DeviceHandles.h"
 #include "Support/Diagnostics.h"
 

@@ -1,54 +1,61 @@
 #include "Server/TDWDeviceInfoServer.h"
 
 #include "Interfaces/TDWResponse.h"
-#include "Server/DeviceHandles.h"
-#include "Server/ServerEnding.h"
-#include "Server/TDWDeviceID_Private.h"
+#include "Server/ServerMain.h"
+#include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 using tdw::Dictionary;
 using tdw::Error;
+using tdw::Result;
+using tdw::ServerReply;
 using tdw::Value;
 
 namespace {
 
-constexpr int kMissingValueCode = -1;
-
-/// Gathers the payload for one device, step by step. Each step answers 0 or the status with which
-/// the request ends; the error envelope is written by then.
+/// Gathers the payload for one device, step by step. What cannot be read becomes a warning.
 class DeviceInfo {
 public:
-    int open(const char* udid, enum idevice_options options)
+    explicit DeviceInfo(tdw::DeviceSession& session)
+        : m_session(session)
     {
-        int code = idevice_new_with_options(out(m_device), udid, options);
-        const bool networkOnly = (options & IDEVICE_LOOKUP_USBMUX) == 0;
-        if (code == IDEVICE_E_NO_DEVICE && networkOnly) {
-            tdw::setErrorDetail("Lookup over network failed, fallback to USB attempted.");
-            warn(TDWErrorCreate("idevice_new_with_options", code));
-            code = idevice_new_with_options(out(m_device), udid,
-                static_cast<enum idevice_options>(options | IDEVICE_LOOKUP_USBMUX));
-        }
-        return code == IDEVICE_E_SUCCESS ? 0 : tdw::failCall("idevice_new_with_options", code);
     }
 
-    int connect()
+    Result<void> open(const char* udid, enum idevice_options options)
     {
-        int code
-            = lockdownd_client_new_with_handshake(m_device.get(), out(m_client), TDWServerName());
-        if (code == LOCKDOWN_E_SUCCESS) {
+        auto opened = m_session.open(udid, options);
+        const bool networkOnly = (options & IDEVICE_LOOKUP_USBMUX) == 0;
+        if (opened || !networkOnly || !tdw::isDeviceNotFound(opened.error()))
+            return opened;
+        tdw::setErrorDetail("Lookup over network failed, fallback to USB attempted.");
+        warn(TDWErrorCreate("idevice_new_with_options", IDEVICE_E_NO_DEVICE));
+        return m_session.open(
+            udid, static_cast<enum idevice_options>(options | IDEVICE_LOOKUP_USBMUX));
+    }
+
+    /// @param mayPair whether a device that this host has no record of may be paired with, which
+    ///        makes it ask its user
+    Result<void> connect(bool mayPair)
+    {
+        auto trusted = mayPair || m_session.hasPairRecord()
+            ? m_session.connect(tdw::Handshake::Yes)
+            : TDWErrorCreate("lockdownd_client_new", LOCKDOWN_E_MISSING_PAIR_RECORD);
+        if (trusted) {
             m_state = TDWDevicePairingStatePaired;
-            return 0;
+            return {};
         }
-        if (!TDWLockdownErrorIsUnpairedDeviceError(code))
-            return tdw::failCall("lockdownd_client_new", code);
-        warn(TDWErrorCreate("lockdownd_client_new", code));
-        m_state = TDWDevicePairingStateFromLockdownErrorCode(code);
-        code = lockdownd_client_new(m_device.get(), out(m_client), TDWServerName());
-        return code == LOCKDOWN_E_SUCCESS ? 0 : tdw::failCall("lockdownd_client_new", code);
+        if (!tdw::isUnpairedDevice(trusted.error()))
+            return trusted;
+        warn(trusted.error());
+        m_state
+            = TDWDevicePairingStateFromLockdownErrorCode(static_cast<int>(trusted.error().code()));
+        return m_session.connect(tdw::Handshake::No);
     }
 
     void readIdentity()
@@ -60,66 +67,62 @@ public:
 
     void readBattery()
     {
-        std::optional<Error> error;
         const auto battery
-            = TDWReadLockdownDomainDictionary(m_client.get(), kTDWLockdownDomainBattery, error);
+            = tdw::readLockdownDomain(m_session.lockdown(), kTDWLockdownDomainBattery);
         if (battery)
             m_payload.set(kTDWDeviceInfoBattery, *battery);
         else
-            m_payload.set(kTDWDeviceInfoBatteryError, TDWCreateErrorResponseDictionary(*error));
+            m_payload.set(
+                kTDWDeviceInfoBatteryError, TDWCreateErrorResponseDictionary(battery.error()));
     }
 
     void readWireless()
     {
-        std::optional<Error> error;
         const auto wireless
-            = TDWReadLockdownDomainDictionary(m_client.get(), kTDWLockdownDomainWireless, error);
-        if (error)
-            warn(*error);
-        const Dictionary* values = wireless ? wireless->asDictionary() : nullptr;
-        readWifiConnections(values ? values->find(kTDWDeviceInfoEnableWiFiConnections) : nullptr);
-        const Value* buddy = values ? values->find(kTDWDeviceInfoWirelessBuddyID) : nullptr;
-        if (buddy && buddy->asString())
+            = tdw::readLockdownDomain(m_session.lockdown(), kTDWLockdownDomainWireless);
+        if (!wireless)
+            warn(wireless.error());
+        readWifiConnections(
+            wireless ? wireless->find(kTDWDeviceInfoEnableWiFiConnections) : nullptr);
+        if (const auto* buddy
+            = wireless ? wireless->stringAt(kTDWDeviceInfoWirelessBuddyID) : nullptr)
             m_payload.set(kTDWDeviceInfoWirelessBuddyID, *buddy);
         else
-            warnOfWirelessValue(kTDWDeviceInfoWirelessBuddyID);
+            warn(tdw::missingWirelessValueError(kTDWDeviceInfoWirelessBuddyID));
     }
 
     void readCompanionIdentifiers()
     {
-        std::optional<Value> identifiers = tdw::Array();
-        std::optional<Error> error;
-        if (const int code
-            = _TDWFetchCompanionDeviceIdentifiers(m_device.get(), identifiers, &error))
-            warn(TDWErrorCreate("_TDWFetchCompanionDeviceIdentifiers", code));
-        m_payload.set(kTDWDeviceInfoCompanionDeviceIdentifiers, *identifiers);
+        const auto identifiers = fetchCompanionIdentifiers();
+        if (!identifiers)
+            warn(TDWErrorCreate(
+                tdw::kCompanionLookupApi, static_cast<int>(identifiers.error().code())));
+        m_payload.set(kTDWDeviceInfoCompanionDeviceIdentifiers,
+            identifiers ? *identifiers : Value(tdw::Array()));
     }
 
-    int answer()
+    ServerReply reply()
     {
         m_payload.set(kTDWDeviceInfoEnableWiFiConnections, m_enablesWifi);
         m_payload.set(kTDWDeviceInfoPairingState, static_cast<std::uint32_t>(m_state));
-        return _TDWSerializeResponse(m_payload, TDWDeviceIDCreate(m_device.get(), m_client.get()));
+        return { std::move(m_payload), m_session.identity() };
     }
-
-    int end(int status) { return tdw::endServer(status, m_client, m_device); }
 
     bool isPaired() const { return m_state == TDWDevicePairingStatePaired; }
 
 private:
     void warn(const Error& error) { TDWAppendErrorToWarningsArray(&m_payload, &error); }
 
-    void warnOfWirelessValue(std::string_view key)
+    Result<Value> fetchCompanionIdentifiers()
     {
-        warn(TDWErrorCreateWithMessage(
-            std::string(key) + " wireless domain key had missing or invalid value",
-            kMissingValueCode));
+        const auto proxy = TDW_TRY(m_session.startCompanionProxy());
+        return tdw::readCompanionRegistry(proxy);
     }
 
     void readString(const std::string& key)
     {
         std::optional<std::string> text;
-        const int code = TDWReadLockdownString(m_client.get(), nullptr, key.c_str(), text);
+        const int code = TDWReadLockdownString(m_session.lockdown(), nullptr, key.c_str(), text);
         if (code != LOCKDOWN_E_SUCCESS) {
             if (TDWIgnoreReadFailureInfoKeys().contains(key))
                 return;
@@ -140,38 +143,35 @@ private:
         else if (value && value->asReal())
             m_enablesWifi = *value->asReal() != 0;
         else
-            warnOfWirelessValue(kTDWDeviceInfoEnableWiFiConnections);
+            warn(tdw::missingWirelessValueError(kTDWDeviceInfoEnableWiFiConnections));
     }
 
-    tdw::DeviceHandle m_device;
-    tdw::LockdownClientHandle m_client;
+    tdw::DeviceSession& m_session;
     TDWDevicePairingState m_state = TDWDevicePairingStateNotPaired;
     bool m_enablesWifi = false;
     Dictionary m_payload;
 };
 
-bool wantsCompanionIdentifiers(int argumentCount, char** arguments)
+bool isGiven(std::string_view flag, int argumentCount, char** arguments)
 {
-    return std::any_of(arguments, arguments + argumentCount, [](const char* argument) {
-        return argument == kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag;
-    });
+    return std::any_of(arguments, arguments + argumentCount,
+        [flag](const char* argument) { return argument == flag; });
 }
 
-int gather(DeviceInfo& info, int argumentCount, char** arguments)
+Result<ServerReply> gather(tdw::DeviceSession& session, int argumentCount, char** arguments)
 {
-    const auto options = TDWParseDeviceOptionsFromArguments(argumentCount, arguments);
-    if (const int status = info.open(arguments[1], options))
-        return status;
-    if (const int status = info.connect())
-        return status;
+    const char* udid = TDW_TRY(tdw::requiredUdid(argumentCount, arguments));
+    DeviceInfo info(session);
+    TDW_TRY(info.open(udid, TDWParseDeviceOptionsFromArguments(argumentCount, arguments)));
+    TDW_TRY(info.connect(!isGiven(kTDWDeviceInfoServerNeverPairFlag, argumentCount, arguments)));
     info.readIdentity();
     if (info.isPaired()) {
         info.readBattery();
         info.readWireless();
-        if (wantsCompanionIdentifiers(argumentCount, arguments))
+        if (isGiven(kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag, argumentCount, arguments))
             info.readCompanionIdentifiers();
     }
-    return info.answer();
+    return info.reply();
 }
 
 } // namespace
@@ -224,9 +224,6 @@ const std::set<std::string>& TDWIgnoreReadFailureInfoKeys()
 int TDWDeviceInfoServerMain(int argumentCount, char** arguments)
 {
     TDWServerInitialize();
-    if (argumentCount <= 1)
-        return tdw::endServer(TDWSerializeErrorResponse(
-            TDWErrorCreateWithMessage("Device UDID must be provided.", 1)));
-    DeviceInfo info;
-    return info.end(gather(info, argumentCount, arguments));
+    return tdw::answerRequest(
+        [&](tdw::DeviceSession& session) { return gather(session, argumentCount, arguments); });
 }

@@ -24,7 +24,7 @@ TDW_EXPORT const std::set<std::string>& TDWIgnoreReadFailureInfoKeys();
 /// becomes a warning; a device that does not trust this host tells less, and why.
 ///
 /// Arguments: UDID, connection type, and anywhere among them
-/// `kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag`.
+/// `kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag` and `kTDWDeviceInfoServerNeverPairFlag`.
 /// @return the exit status: 0, or the library's code where the device or every lockdown connection
 ///         to it cannot be opened; 1 without a UDID
 TDW_EXPORT int TDWDeviceInfoServerMain(int argumentCount, char** arguments);

@@ -1,9 +1,8 @@
 #include "Server/TDWDeviceListServer.h"
 
 #include "Interfaces/TDWDeviceList.h"
-#include "Interfaces/TDWResponse.h"
-#include "Platform/Handle.h"
-#include "Platform/Text.h"
+#include "Platform/Values/Utf8.h"
+#include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
@@ -14,26 +13,17 @@ using tdw::Array;
 using tdw::Dictionary;
 using tdw::Value;
 
-namespace {
-
-using DeviceList = tdw::Handle<idevice_info_t, &idevice_device_list_extended_free>;
-
-} // namespace
-
 int TDWDeviceListServerMain()
 {
     TDWServerInitialize();
-    DeviceList devices;
-    int count = 0;
-    const idevice_error_t code = idevice_get_device_list_extended(out(devices), &count);
-    int status = code;
-    if (code != IDEVICE_E_SUCCESS)
-        TDWSerializeErrorResponse(TDWErrorCreate("idevice_get_device_list_extended", code));
-    else
-        status = TDWSerializeResponse(Dictionary {
-            { kTDWDevicesKey, _TDWServerCreateDeviceListArray(devices.get(), count) } });
-    TDWServerStopTimeoutClock();
-    return status;
+    return tdw::answerRequest([](tdw::DeviceSession&) -> tdw::Result<tdw::ServerReply> {
+        tdw::DeviceListHandle devices;
+        int count = 0;
+        if (const int code = idevice_get_device_list_extended(out(devices), &count))
+            return TDWErrorCreate("idevice_get_device_list_extended", code);
+        return tdw::ServerReply { Dictionary {
+            { kTDWDevicesKey, _TDWServerCreateDeviceListArray(devices.get(), count) } } };
+    });
 }
 
 Array _TDWServerCreateDeviceListArray(const idevice_info_t* devices, int count)

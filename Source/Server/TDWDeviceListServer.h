@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Export.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Value.h"
 
 #include <libimobiledevice/libimobiledevice.h>
 

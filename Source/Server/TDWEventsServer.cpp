@@ -1,11 +1,11 @@
 #include "Server/TDWEventsServer.h"
 
 #include "Interfaces/TDWResponse.h"
-#include "Platform/FileHandle.h"
-#include "Platform/Kept.h"
-#include "Platform/Source.h"
+#include "Platform/NeverDestroyed.h"
+#include "Platform/Queues/EventSource.h"
+#include "Platform/System/FileHandle.h"
 #include "Server/DeviceEvents.h"
-#include "Server/OutputReader.h"
+#include "Server/ReaderHangupWatch.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
@@ -43,7 +43,7 @@ struct EventsServer {
     std::optional<SignalSource> intHandler;
     std::optional<SignalSource> termHandler;
     std::optional<SignalSource> abrtHandler;
-    std::optional<tdw::OutputReader> outputReader;
+    std::optional<tdw::ReaderHangupWatch> outputReader;
 
     /// Subscribes, and then waits for the reader's end.
     const Queue eventsQueue = Queue::serial("TDWEvents");
@@ -52,7 +52,7 @@ struct EventsServer {
 /// Made on first use: no other server is to pay for it.
 EventsServer& eventsServer()
 {
-    static const auto& server = tdw::kept(std::make_unique<EventsServer>());
+    static const auto& server = tdw::neverDestroyed(std::make_unique<EventsServer>());
     return *server;
 }
 
@@ -89,7 +89,7 @@ void subscribe()
 /// the next event, which may never come.
 void watchTheReader()
 {
-    auto watch = tdw::OutputReader::watch(
+    auto watch = tdw::ReaderHangupWatch::watch(
         STDOUT_FILENO, eventsServer().eventsQueue, [] { endProcess(EXIT_SUCCESS); });
     if (watch)
         eventsServer().outputReader = *std::move(watch);
@@ -125,12 +125,12 @@ std::optional<SignalSource>* slotOf(std::int32_t signalNumber)
 
 /// Keeps the library from ending its thread in the middle of a line, and from unwinding code of
 /// ours when it does.
-class CancellationHold {
+class ScopedCancelDisable {
 public:
-    CancellationHold() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous); }
-    CancellationHold(const CancellationHold&) = delete;
-    CancellationHold& operator=(const CancellationHold&) = delete;
-    ~CancellationHold() { (void)pthread_setcancelstate(m_previous, nullptr); }
+    ScopedCancelDisable() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous); }
+    ScopedCancelDisable(const ScopedCancelDisable&) = delete;
+    ScopedCancelDisable& operator=(const ScopedCancelDisable&) = delete;
+    ~ScopedCancelDisable() { (void)pthread_setcancelstate(m_previous, nullptr); }
 
 private:
     int m_previous = 0;
@@ -153,7 +153,7 @@ int TDWEventsServerMain()
 
 void _TDWEventsServerCallback(const idevice_event_t* event, void* /*userData*/)
 {
-    const CancellationHold hold;
+    const ScopedCancelDisable noCancellation;
     if (eventsServer().isTerminating)
         return;
     // A line end in it would make the rest a line of its own.
@@ -172,7 +172,7 @@ void _TDWEventsServerCallback(const idevice_event_t* event, void* /*userData*/)
 
 const Queue& getSignalQueue()
 {
-    static const Queue& queue = tdw::kept(Queue::serial("Signal"));
+    static const Queue& queue = tdw::neverDestroyed(Queue::serial("Signal"));
     return queue;
 }
 

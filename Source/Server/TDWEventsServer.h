@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Export.h"
-#include "Platform/Queue.h"
+#include "Platform/Queues/Queue.h"
 
 #include <libimobiledevice/libimobiledevice.h>
 
@@ -14,7 +14,7 @@ extern "C" {
 /// long as it lives. Devices that are there already come first.
 ///
 /// SIGINT, SIGTERM and SIGABRT end it with status 0 within a moment, and so does the end of
-/// whoever reads its standard output. A failed subscription ends it with its error envelope on both
+/// the reader of its standard output. A failed subscription ends it with its error envelope on both
 /// standard error, where a streaming host finds it, and standard output.
 [[noreturn]] TDW_EXPORT int TDWEventsServerMain();
 
@@ -22,11 +22,11 @@ extern "C" {
 TDW_EXPORT void _TDWEventsServerCallback(const idevice_event_t* event, void* userData);
 
 /// The serial queue "Signal", created on first use and kept for the life of the process.
-const tdw::Queue& getSignalQueue();
+TDW_EXPORT const tdw::Queue& getSignalQueue();
 
 /// From now on the signal ends the events server in order.
 /// @param signalNumber SIGINT, SIGTERM or SIGABRT; anything else is a mistake, and ends the process
 ///        with status 1
 /// @param signalName its name for the message, NUL-terminated; kept
-void registerTerminationSignalHandler(std::int32_t signalNumber, const char* signalName);
+TDW_EXPORT void registerTerminationSignalHandler(std::int32_t signalNumber, const char* signalName);
 }

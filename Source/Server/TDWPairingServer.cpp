@@ -1,115 +1,91 @@
 #include "Server/TDWPairingServer.h"
 
-#include "Interfaces/TDWResponse.h"
-#include "Platform/FileHandle.h"
-#include "Server/DeviceHandles.h"
-#include "Server/ServerEnding.h"
+#include "Interfaces/TDWServer.h"
+#include "Server/ServerMain.h"
+#include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"
+#include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
 
-#include <unistd.h>
-
+#include <cstdint>
 #include <string>
 #include <string_view>
 
-using tdw::DeviceHandle;
-using tdw::LockdownClientHandle;
+using tdw::DeviceSession;
+using tdw::Result;
+using tdw::ServerReply;
 
 namespace {
 
-/// The user has to find the device, unlock it and read a dialog.
-constexpr double kTimeoutSeconds = 20.0;
-
-void answerWithState(TDWDevicePairingState state)
+/// @param code what the library said last, which is the status whatever the state is
+ServerReply stateReply(TDWDevicePairingState state, int code)
 {
-    TDWSerializeResponse(
-        tdw::Dictionary { { kTDWDeviceInfoPairingState, static_cast<std::uint32_t>(state) } });
+    return { .content
+        = tdw::Dictionary { { kTDWDeviceInfoPairingState, static_cast<std::uint32_t>(state) } },
+        .status = code };
 }
 
-/// Answers for a call that ended with `code`: a device that does not trust this host yet is a
+/// The answer for a call that ended with `code`: a device that does not trust this host yet is a
 /// pairing state, anything else an error.
-int answerWithRefusal(const char* api, int code)
+Result<ServerReply> refusalReply(const char* api, int code)
 {
     if (!TDWLockdownErrorIsUnpairedDeviceError(code))
-        return tdw::failCall(api, code);
-    answerWithState(TDWDevicePairingStateFromLockdownErrorCode(code));
-    return code;
+        return TDWErrorCreate(api, code);
+    return stateReply(TDWDevicePairingStateFromLockdownErrorCode(code), code);
 }
 
-int openOverUsb(const char* udid, DeviceHandle& device, LockdownClientHandle& client)
+Result<void> openOverUsb(DeviceSession& session, const char* udid)
 {
-    if (const int code = idevice_new_with_options(out(device), udid, IDEVICE_LOOKUP_USBMUX))
-        return tdw::failCall("idevice_new_with_options", code);
-    if (const int code = lockdownd_client_new(device.get(), out(client), TDWServerName()))
-        return tdw::failCall("lockdownd_client_new", code);
-    return 0;
-}
-
-int pair(idevice_t device, LockdownClientHandle& client)
-{
-    if (const int code = lockdownd_pair(client.get(), nullptr))
-        return answerWithRefusal("lockdownd_pair", code);
-    // Whether the trust holds shows only in a new, trusted connection.
-    lockdownd_goodbye(client.get());
-    client.reset();
-    if (const int code = lockdownd_client_new_with_handshake(device, out(client), TDWServerName()))
-        return answerWithRefusal("lockdownd_client_new_with_handshake", code);
-    answerWithState(TDWDevicePairingStatePaired);
-    return 0;
-}
-
-int unpair(lockdownd_client_t client)
-{
-    if (const int code = lockdownd_unpair(client, nullptr))
-        return tdw::failCall("lockdownd_unpair", code);
-    answerWithState(TDWDevicePairingStateUnpaired);
-    return 0;
-}
-
-void announce(std::string_view action, std::string_view udid)
-{
-    const std::string line
-        = "Requested action " + std::string(action) + " for device " + std::string(udid) + '\n';
-    (void)tdw::writeToDescriptor(STDERR_FILENO, std::as_bytes(std::span(line)));
+    TDW_TRY(session.open(udid, IDEVICE_LOOKUP_USBMUX));
+    return session.connect(tdw::Handshake::No);
 }
 
 } // namespace
 
 int TDWPairingServerMain(int argumentCount, char** arguments)
 {
-    TDWServerSetTimeoutInterval(kTimeoutSeconds);
+    const auto timeout = TDWServerNamed(kTidewellServerPairing)->timeout;
+    TDWServerSetTimeoutInterval(static_cast<double>(timeout.count()));
     TDWServerInitialize();
     if (argumentCount <= 2)
-        return tdw::endServer(TDWSerializeErrorResponse(
-            TDWErrorCreateWithMessage("Action and device UDID must be provided.", 1)));
+        return tdw::answerRequest([](DeviceSession&) -> Result<ServerReply> {
+            return TDWErrorCreateWithMessage("Action and device UDID must be provided.", 1);
+        });
 
     const std::string_view action = arguments[1];
     const char* udid = arguments[2];
-    announce(action, udid);
+    tdw::reportLine("Requested action " + std::string(action) + " for device " + udid);
     if (action == kTDWPairingServerActionPair)
         return TDWPairingServerPair(udid);
     if (action == kTDWPairingServerActionUnpair)
         return TDWPairingServerUnpair(udid);
-    TDWSerializeErrorResponse(TDWErrorCreateWithMessage("Unsupported action", 5));
-    return tdw::endServer(1);
+    return tdw::answerRequest([](DeviceSession&) -> Result<ServerReply> {
+        return ServerReply { .content = TDWErrorCreateWithMessage("Unsupported action", 5),
+            .status = 1 };
+    });
 }
 
 int TDWPairingServerPair(const char* udid)
 {
-    DeviceHandle device;
-    LockdownClientHandle client;
-    int status = openOverUsb(udid, device, client);
-    if (status == 0)
-        status = pair(device.get(), client);
-    return tdw::endServer(status, client, device);
+    return tdw::answerRequest([udid](DeviceSession& session) -> Result<ServerReply> {
+        TDW_TRY(openOverUsb(session, udid));
+        if (const int code = lockdownd_pair(session.lockdown(), nullptr))
+            return refusalReply("lockdownd_pair", code);
+        // Whether the trust holds shows only in a new, trusted connection.
+        session.disconnect();
+        if (const auto trusted = session.connect(tdw::Handshake::Yes); !trusted)
+            return refusalReply(
+                "lockdownd_client_new_with_handshake", static_cast<int>(trusted.error().code()));
+        return stateReply(TDWDevicePairingStatePaired, 0);
+    });
 }
 
 int TDWPairingServerUnpair(const char* udid)
 {
-    DeviceHandle device;
-    LockdownClientHandle client;
-    int status = openOverUsb(udid, device, client);
-    if (status == 0)
-        status = unpair(client.get());
-    return tdw::endServer(status, client, device);
+    return tdw::answerRequest([udid](DeviceSession& session) -> Result<ServerReply> {
+        TDW_TRY(openOverUsb(session, udid));
+        if (const int code = lockdownd_unpair(session.lockdown(), nullptr))
+            return TDWErrorCreate("lockdownd_unpair", code);
+        return stateReply(TDWDevicePairingStateUnpaired, 0);
+    });
 }

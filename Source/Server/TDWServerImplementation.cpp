@@ -2,10 +2,13 @@
 
 #include "Interfaces/StandardOutput.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/Kept.h"
+#include "Platform/NeverDestroyed.h"
+#include "Server/ServerMain.h"
 #include "Support/Diagnostics.h"
-#include "Support/TDWErrorHelpers.h"
+#include "Support/TDWErrorKinds.h"
 
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <usbmuxd.h>
 
@@ -40,7 +43,7 @@ void handleTimeout()
 {
     if (timeoutIsCancelled())
         return;
-    const auto error = TDWErrorCreateWithMessage("Server timeout.", 1);
+    const auto error = tdw::serverTimeoutError();
     // Held until the process has ended, so that no answer can follow the clock's.
     const tdw::StandardOutputGuard output(kWriterBound);
     if (timeoutIsCancelled() || (output.isHeld() && output.hasAnswer()))
@@ -64,6 +67,15 @@ std::chrono::nanoseconds timeoutInterval()
 void ignoreBrokenPipes()
 {
     (void)std::signal(SIGPIPE, SIG_IGN);
+}
+
+/// A server holds the host's private key for the device, which belongs on no disk. The limit keeps
+/// the system from writing a core, the attribute keeps it from handing one to a program.
+void writeNoCore()
+{
+    const rlimit none {};
+    (void)setrlimit(RLIMIT_CORE, &none);
+    (void)prctl(PR_SET_DUMPABLE, 0);
 }
 
 } // namespace
@@ -118,6 +130,8 @@ enum idevice_options TDWParseDeviceOptionsFromArguments(int argumentCount, char*
 void TDWServerInitialize()
 {
     ignoreBrokenPipes();
+    writeNoCore();
+    tdw::answerUncaughtExceptions();
     _TDWServerStartTimeoutClock();
     libusbmuxd_set_debug_level(TDWDebugLevel());
     idevice_set_debug_level(TDWDebugLevel());
@@ -131,7 +145,7 @@ const Queue& serverClockQueue()
 {
     // Its thread is not waited for at exit: the answer is out, and the host waits for the end.
     static const Queue& queue
-        = kept(Queue::concurrent("TDWServerTimeout", QualityOfService::UserInitiated));
+        = neverDestroyed(Queue::concurrent("TDWServerTimeout", QualityOfService::UserInitiated));
     return queue;
 }
 

@@ -3,7 +3,7 @@
 #include "Interfaces/TDWServer.h"
 #include "Interfaces/TDWServerState.h"
 #include "Platform/Export.h"
-#include "Platform/Queue.h"
+#include "Platform/Queues/Queue.h"
 
 #include <libimobiledevice/libimobiledevice.h>
 
@@ -12,13 +12,12 @@
 ///     int TDWSomethingServerMain(int argc, char** argv)
 ///     {
 ///         TDWServerInitialize();
-///         … do the job, write one envelope …
-///         TDWServerStopTimeoutClock();
-///         return status;
+///         return tdw::answerRequest([&](tdw::DeviceSession& session) { … });
 ///     }
 ///
-/// A server that does not get to the end is ended by its clock, from another thread, with the
-/// envelope of "Server timeout.": exactly one envelope leaves the process either way.
+/// `answerRequest` (ServerMain.h) writes the one envelope and stops the clock. A server that does
+/// not get to the end is ended by its clock, from another thread, with the envelope of "Server
+/// timeout.": exactly one envelope leaves the process either way.
 
 extern "C" {
 
@@ -44,20 +43,14 @@ TDW_EXPORT void _TDWServerStartTimeoutClock();
 /// Disarms the clock; does nothing where none runs.
 TDW_EXPORT void TDWServerStopTimeoutClock();
 
+/// The first thing every server does: clock, debug levels of the device libraries, and the flag
+/// that the response writers look at. From then on the process writes no core, survives broken
+/// pipes and answers with an error where an exception ends it. Main thread only.
+TDW_EXPORT void TDWServerInitialize();
+
 /// The lookup options of the connection type in the third argument: decimal text; 1 is USB only, 2
 /// is network only, anything else, or nothing, is both.
 /// @param arguments at least `argumentCount` NUL-terminated strings
 TDW_EXPORT enum idevice_options TDWParseDeviceOptionsFromArguments(
     int argumentCount, char** arguments);
 }
-
-/// The first thing every server does: clock, debug levels of the device libraries, and the flag
-/// that the response writers look at. Main thread only.
-void TDWServerInitialize();
-
-namespace tdw {
-
-/// The queue that the clock runs on; created on first use and kept for the life of the process.
-const Queue& serverClockQueue();
-
-} // namespace tdw

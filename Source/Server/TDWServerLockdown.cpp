@@ -1,7 +1,7 @@
 #include "Server/TDWServerLockdown.h"
 
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyListNode.h"
+#include "Platform/Values/PropertyListNode.h"
 #include "Server/DeviceHandles.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/Diagnostics.h"
@@ -17,14 +17,38 @@ namespace {
 /// libplist's code for a node that is not there.
 constexpr int kPlistInvalidArgument = -1;
 
-/// Hands an error to the caller, or, where the caller wants none, answers with it.
-int fail(int code, const Error& error, std::optional<Error>* outError)
+/// What a rendered node that cannot be read comes to: its code has no sign.
+int statusOf(const Error& error)
 {
-    if (outError)
-        *outError = error;
-    else
-        TDWSerializeErrorResponse(error);
-    return code;
+    return std::abs(static_cast<int>(error.code()));
+}
+
+/// Answers with an error.
+int answer(const Error& error)
+{
+    TDWSerializeErrorResponse(error);
+    return static_cast<int>(error.code());
+}
+
+Error registryError(int code)
+{
+    return TDWErrorCreate("companion_proxy_get_device_registry", code);
+}
+
+/// The watches in the companion proxy's reply to "GetDeviceRegistry".
+tdw::Result<Value> watchesIn(plist_t reply)
+{
+    if (!reply || plist_get_node_type(reply) != PLIST_DICT)
+        return registryError(COMPANION_PROXY_E_PLIST_ERROR);
+    if (const plist_t watches = plist_dict_get_item(reply, "PairedDevicesArray")) {
+        if (plist_get_node_type(watches) != PLIST_ARRAY)
+            return registryError(COMPANION_PROXY_E_PLIST_ERROR);
+        return tdw::readNode(watches);
+    }
+    const auto refusal = tdw::textFromNode(plist_dict_get_item(reply, "Error"));
+    if (refusal && refusal != "NoPairedWatches")
+        return registryError(COMPANION_PROXY_E_NO_DEVICES);
+    return Value(tdw::Array());
 }
 
 bool boolOf(plist_t node)
@@ -51,15 +75,15 @@ bool boolOf(plist_t node)
 
 } // namespace
 
-int TDWServerGetFoundationObjectFromRawPlist(
-    plist_t node, std::optional<Value>& outObject, std::optional<Error>* outError)
+int TDWServerGetFoundationObjectFromRawPlist(plist_t node, std::optional<Value>& outObject)
 {
     if (!node)
-        return fail(
-            kPlistInvalidArgument, TDWErrorCreate("plist_to_xml", kPlistInvalidArgument), outError);
+        return answer(TDWErrorCreate("plist_to_xml", kPlistInvalidArgument));
     auto value = tdw::valueFromNode(node);
-    if (!value)
-        return std::abs(static_cast<int>(value.error().code()));
+    if (!value) {
+        outObject = std::nullopt;
+        return statusOf(value.error());
+    }
     outObject = *std::move(value);
     return 0;
 }
@@ -67,21 +91,11 @@ int TDWServerGetFoundationObjectFromRawPlist(
 std::optional<Value> TDWReadLockdownDomainDictionary(
     lockdownd_client_t client, const char* domain, std::optional<Error>& outError)
 {
-    tdw::PropertyListNode node;
-    if (const int code = lockdownd_get_value(client, domain, nullptr, out(node))) {
-        outError = TDWErrorCreate("lockdownd_get_value", code);
-        return std::nullopt;
-    }
-    std::optional<Value> object;
-    std::optional<Error> ignored;
-    if (const int code = TDWServerGetFoundationObjectFromRawPlist(node.get(), object, &ignored)) {
-        outError = TDWErrorCreate("TDWServerGetFoundationObjectFromRawPlist", code);
-        return std::nullopt;
-    }
-    if (!object->asDictionary())
-        tdw::reportError("Lockdown domain data should be a dictionary for domain \""
-            + std::string(domain) + "\". Received: " + object->debugDescription());
-    return object;
+    auto values = tdw::readLockdownDomain(client, domain);
+    if (values)
+        return *std::move(values);
+    outError = values.error();
+    return std::nullopt;
 }
 
 int TDWReadLockdownString(lockdownd_client_t client, const char* domain, const char* key,
@@ -97,38 +111,25 @@ int TDWReadLockdownString(lockdownd_client_t client, const char* domain, const c
     return code;
 }
 
-int TDWReadLockdownBool(lockdownd_client_t client, const char* domain, const char* key,
-    bool& outBool, std::optional<Error>* outError)
+int TDWReadLockdownBool(
+    lockdownd_client_t client, const char* domain, const char* key, bool& outBool)
 {
     tdw::PropertyListNode node;
     if (const int code = lockdownd_get_value(client, domain, key, out(node)))
-        return fail(code, TDWErrorCreate("lockdownd_get_value", code), outError);
+        return answer(TDWErrorCreate("lockdownd_get_value", code));
     outBool = node && boolOf(node.get());
     return LOCKDOWN_E_SUCCESS;
 }
 
-int _TDWFetchCompanionDeviceIdentifiers(
-    idevice_t device, std::optional<Value>& outIdentifiers, std::optional<Error>* outError)
+int _TDWFetchCompanionDeviceIdentifiers(idevice_t device, std::optional<Value>& outIdentifiers)
 {
     tdw::CompanionProxyHandle proxy;
     if (const int code = companion_proxy_client_start_service(device, out(proxy), TDWServerName()))
-        return fail(code, TDWErrorCreate("companion_proxy_client_start_service", code), outError);
-
-    tdw::PropertyListNode registry;
-    const int code = companion_proxy_get_device_registry(proxy.get(), out(registry));
-    if (code == COMPANION_PROXY_E_UNKNOWN_ERROR) {
-        // This is how the library reports a reply without a list of watches.
-        outIdentifiers = tdw::Array();
-        return 0;
-    }
-    if (code != COMPANION_PROXY_E_SUCCESS)
-        return fail(code, TDWErrorCreate("companion_proxy_get_device_registry", code), outError);
-
-    std::optional<Error> ignored;
-    if (const int conversion
-        = TDWServerGetFoundationObjectFromRawPlist(registry.get(), outIdentifiers, &ignored))
-        return fail(conversion,
-            TDWErrorCreate("TDWServerGetFoundationObjectFromRawPlist", conversion), outError);
+        return answer(TDWErrorCreate("companion_proxy_client_start_service", code));
+    auto identifiers = tdw::readCompanionRegistry(proxy.get());
+    if (!identifiers)
+        return answer(identifiers.error());
+    outIdentifiers = *std::move(identifiers);
     return 0;
 }
 
@@ -147,3 +148,44 @@ TDWDevicePairingState TDWDevicePairingStateFromLockdownErrorCode(int code)
         return TDWDevicePairingStateNotPaired;
     }
 }
+
+namespace tdw {
+
+Result<Value> readNode(plist_t node)
+{
+    const char* const api = "TDWServerGetFoundationObjectFromRawPlist";
+    if (!node)
+        return TDWErrorCreate(api, kPlistInvalidArgument);
+    auto value = valueFromNode(node);
+    if (!value)
+        return TDWErrorCreate(api, statusOf(value.error()));
+    return value;
+}
+
+Result<Value> readLockdownDomain(lockdownd_client_t client, const char* domain)
+{
+    PropertyListNode node;
+    if (const int code = lockdownd_get_value(client, domain, nullptr, out(node)))
+        return TDWErrorCreate("lockdownd_get_value", code);
+    auto values = TDW_TRY(readNode(node.get()));
+    if (!values.asDictionary())
+        reportError("Lockdown domain data should be a dictionary for domain \""
+            + std::string(domain) + "\". Received: " + values.debugDescription());
+    return values;
+}
+
+// Not through companion_proxy_get_device_registry: it gives a phone without watches the code -256,
+// which from Debian 13's release on is also that of a connection that has ended.
+Result<Value> readCompanionRegistry(companion_proxy_client_t proxy)
+{
+    const PropertyListNode request(plist_new_dict());
+    plist_dict_set_item(request.get(), "Command", plist_new_string("GetDeviceRegistry"));
+    if (const int code = companion_proxy_send(proxy, request.get()))
+        return registryError(code);
+    PropertyListNode reply;
+    if (const int code = companion_proxy_receive(proxy, out(reply)))
+        return registryError(code);
+    return watchesIn(reply.get());
+}
+
+} // namespace tdw

@@ -1,19 +1,23 @@
 #include "Server/TDWWallpaperServer.h"
 
-#include "Interfaces/TDWResponse.h"
 #include "Interfaces/TDWWallpaper.h"
-#include "Platform/FileHandle.h"
-#include "Server/DeviceHandles.h"
-#include "Server/ServerEnding.h"
+#include "Platform/Handle.h"
+#include "Server/ServerMain.h"
+#include "Server/TDWServerImplementation.h"
 #include "Server/WallpaperClient.h"
+#include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <string_view>
+
+using tdw::Result;
+using tdw::ServerReply;
 
 namespace {
 
@@ -23,36 +27,37 @@ constexpr int kNameArgument = 3;
 constexpr int kWidthArgument = 4;
 constexpr int kNoImageCode = -1;
 
-struct Wallpaper {
-    std::uint32_t name = WALLPAPER_NAME_LOCK_SCREEN;
-    double widthPixels = 0;
-};
-
 [[noreturn]] void endOverInvalidName()
 {
-    constexpr std::string_view kMessage = "Invalid wallpaper name index specified in arguments!\n";
-    (void)tdw::writeToDescriptor(STDERR_FILENO, std::as_bytes(std::span(kMessage)));
+    tdw::reportLine("Invalid wallpaper name index specified in arguments!");
     _exit(EXIT_FAILURE);
 }
 
-int answerWithPreview(wallpaper_client_t client, const Wallpaper& wallpaper)
+Result<wallpaper_client_t> startClient(tdw::DeviceSession& session)
+{
+    WallpaperClient client;
+    if (const int code
+        = wallpaper_client_start_service(session.device(), out(client), TDWServerName()))
+        return TDWErrorCreate("wallpaper_client_start_service", code);
+    return session.keep(std::move(client));
+}
+
+Result<ServerReply> preview(wallpaper_client_t client, std::uint32_t name, double widthPixels)
 {
     std::uint64_t orientation = 0;
     if (const int code = wallpaper_client_get_interface_orientation(client, &orientation))
-        return tdw::failCall("wallpaper_client_get_interface_orientation", code);
+        return TDWErrorCreate("wallpaper_client_get_interface_orientation", code);
     tdw::LibraryText image;
     std::uint64_t length = 0;
     const int code = wallpaper_client_get_wallpaper_preview_image_png_data(
-        client, wallpaper.name, wallpaper.widthPixels, out(image), &length);
+        client, name, widthPixels, out(image), &length);
     if (code != WALLPAPER_E_SUCCESS)
-        return tdw::failCall("wallpaper_client_get_wallpaper_preview_image_png_data", code);
+        return TDWErrorCreate("wallpaper_client_get_wallpaper_preview_image_png_data", code);
     if (!image || length == 0)
-        return TDWSerializeErrorResponse(
-            TDWErrorCreateWithMessage("Service returned no wallpaper data.", kNoImageCode));
+        return TDWErrorCreateWithMessage("Service returned no wallpaper data.", kNoImageCode);
     const auto* bytes = reinterpret_cast<const std::byte*>(image.get());
-    return TDWSerializeResponse(
-        tdw::Dictionary { { kTDWWallpaperInterfaceOrientation, orientation },
-            { kTDWWallpaperImage, tdw::Data(bytes, bytes + length) } });
+    return ServerReply { tdw::Dictionary { { kTDWWallpaperInterfaceOrientation, orientation },
+        { kTDWWallpaperImage, tdw::Data(bytes, bytes + length) } } };
 }
 
 } // namespace
@@ -60,26 +65,15 @@ int answerWithPreview(wallpaper_client_t client, const Wallpaper& wallpaper)
 int TDWWallpaperServerMain(int argumentCount, char** arguments)
 {
     TDWServerInitialize();
-    if (argumentCount <= 1)
-        return tdw::endServer(TDWSerializeErrorResponse(
-            TDWErrorCreateWithMessage("Device UDID must be provided.", 1)));
-    const auto options = TDWParseDeviceOptionsFromArguments(argumentCount, arguments);
-    // One after the other: a wrong name ends the run here.
-    Wallpaper wallpaper;
-    wallpaper.name = TDWParseWallpaperNameFromArguments(argumentCount, arguments);
-    wallpaper.widthPixels = TDWParseWallpaperWidthPixelsFromArguments(argumentCount, arguments);
-
-    tdw::DeviceHandle device;
-    WallpaperClient client;
-    int status = idevice_new_with_options(out(device), arguments[1], options);
-    if (status != IDEVICE_E_SUCCESS)
-        return tdw::endServer(tdw::failCall("idevice_new_with_options", status));
-    status = wallpaper_client_start_service(device.get(), out(client), TDWServerName());
-    if (status != WALLPAPER_E_SUCCESS)
-        tdw::failCall("wallpaper_client_start_service", status);
-    else
-        status = answerWithPreview(client.get(), wallpaper);
-    return tdw::endServer(status, client, device);
+    return tdw::answerRequest([&](tdw::DeviceSession& session) -> Result<ServerReply> {
+        const char* udid = TDW_TRY(tdw::requiredUdid(argumentCount, arguments));
+        const auto options = TDWParseDeviceOptionsFromArguments(argumentCount, arguments);
+        // A wrong name ends the process here.
+        const std::uint32_t name = TDWParseWallpaperNameFromArguments(argumentCount, arguments);
+        const double width = TDWParseWallpaperWidthPixelsFromArguments(argumentCount, arguments);
+        TDW_TRY(session.open(udid, options));
+        return preview(TDW_TRY(startClient(session)), name, width);
+    });
 }
 
 std::uint32_t TDWParseWallpaperNameFromArguments(int argumentCount, char** arguments)

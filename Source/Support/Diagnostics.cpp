@@ -1,6 +1,6 @@
 #include "Support/Diagnostics.h"
 
-#include "Platform/FileHandle.h"
+#include "Platform/System/FileHandle.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 #include "Support/LineReader.h"
 
-#include "Platform/Source.h"
-#include "Platform/Text.h"
+#include "Platform/Queues/EventSource.h"
+#include "Platform/Values/Utf8.h"
 #include "Support/LineSplitter.h"
 
 #include <sys/ioctl.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/FileHandle.h"
-#include "Platform/Queue.h"
-#include "Platform/Result.h"
+#include "Platform/Queues/Queue.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/Values/Result.h"
 
 #include <cstdint>
 #include <functional>

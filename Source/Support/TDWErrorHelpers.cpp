@@ -3,7 +3,7 @@
 #include "Interfaces/TDWResponse.h"
 #include "Interfaces/TDWServerState.h"
 #include "Platform/Handle.h"
-#include "Platform/Text.h"
+#include "Platform/Values/Utf8.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorMessages.h"
 

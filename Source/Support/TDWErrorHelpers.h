@@ -1,8 +1,7 @@
 #pragma once
 
-#include "Platform/Error.h"
 #include "Platform/Export.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Error.h"
 
 #include <cstdint>
 #include <string>
@@ -67,6 +66,6 @@ TDW_EXPORT void TDWAppendErrorToWarningsArray(tdw::Dictionary* payload, const td
 namespace tdw {
 
 /// Sets `gTDWErrorDetail` for the library error that is about to be made.
-void setErrorDetail(std::string_view detail);
+TDW_EXPORT void setErrorDetail(std::string_view detail);
 
 } // namespace tdw

@@ -1,5 +1,7 @@
 #include "Support/TDWErrorMessages.h"
 
+#include "Platform/Values/Value.h"
+
 #include <algorithm>
 #include <span>
 #include <string_view>

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "Platform/Export.h"
-#include "Platform/Value.h"
 
 #include <cstdint>
+
+namespace tdw {
+class Dictionary;
+} // namespace tdw
 
 /// What each code of the device libraries means, in words for users: one table per domain.
 ///

@@ -1,15 +1,22 @@
 #include "Client/TidewellServiceClient.h"
 
+#include "Client/HandlerOnce.h"
+#include "FakePeer.h"
 #include "Interfaces/TDWResponse.h"
 #include "Mailbox.h"
-#include "Platform/Queue.h"
-#include "PlayedPeer.h"
+#include "Platform/Queues/Queue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
 #include <functional>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace tdw;
@@ -67,7 +74,7 @@ protected:
     /// Makes the client ask for something; what it sends is the test's to expect.
     void ask() { client->deviceListWithCompletionHandler(reportEnvelope()); }
 
-    PlayedPeer service;
+    FakePeer service;
     const Queue queue = Queue::serial("callbacks");
     Mailbox<std::string> callbacks;
     std::shared_ptr<TidewellServiceClient> client;
@@ -221,6 +228,158 @@ TEST_F(TidewellServiceClientTest, IsOfUseAfterItWasInvalidated)
     EXPECT_EQ(callbacks.take(), "1") << "and no event that was queued before";
 }
 
+TEST_F(TidewellServiceClientTest, LeavesNothingAfterTheLastInvalidationAndHearsNothingTwice)
+{
+    for (int i = 0; i < 20; ++i) {
+        const auto first = subscribe();
+        client->invalidateTerminatingService(false);
+        const auto second = subscribe();
+        EXPECT_TRUE(service.messages().isEmpty()) << "one subscription";
+        client->invalidateTerminatingService(false);
+        second->send(kEvent, { "1,1,late" });
+        client->deviceBatteryWithUDID("between", 1, reportEnvelope());
+        client->invalidateTerminatingService(false);
+        EXPECT_THAT(*callbacks.take(), HasSubstr("4099")) << "it is not asked for any more";
+
+        ask();
+        std::optional<IncomingMessage> message = service.messages().take();
+        if (message->arguments.size() == 3 && message->arguments[0] == Value("tdw_battery"))
+            message = service.messages().take();
+        EXPECT_EQ(message->selector, kInvoke) << "no subscription";
+        message->reply.succeed({ 1 });
+        EXPECT_EQ(callbacks.take(), "1");
+        client->invalidateTerminatingService(false);
+        for (int connection = 0; connection < 4; ++connection)
+            EXPECT_TRUE(service.ended().take());
+        for (; !service.connections().isEmpty(); (void)service.connections().take()) { }
+        for (; !service.messages().isEmpty(); (void)service.messages().take()) { }
+    }
+    EXPECT_TRUE(callbacks.isEmpty());
+}
+
+TEST_F(TidewellServiceClientTest, AcceptsOneSubscriptionOfThreadsThatTryAtOnce)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back(
+            [&] { client->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError()); });
+    for (std::thread& thread : threads)
+        thread.join();
+    service.messages().take()->reply.succeed({});
+    std::vector<std::string> results;
+    for (std::size_t i = 0; i < threads.size(); ++i)
+        results.push_back(callbacks.take()->substr(0, 4));
+    EXPECT_EQ(std::ranges::count(results, "none"), 1);
+    EXPECT_EQ(std::ranges::count(results, "33 A"), 7);
+    EXPECT_TRUE(service.messages().isEmpty());
+}
+
+TEST_F(TidewellServiceClientTest, DestroysWhatHandlersHoldOnTheCallbackQueue)
+{
+    Mailbox<std::string> ends;
+    struct Held {
+        const Queue& queue;
+        Mailbox<std::string>& ends;
+        const char* name;
+        ~Held() { ends.put(name + std::string(queue.isCurrent() ? "" : " on another thread")); }
+    };
+    const auto holding = [&](const char* name) {
+        return [held = std::make_shared<Held>(queue, ends, name)](const auto&) {
+        };
+    };
+    {
+        const HandlerOnce<Value> neverCalled(queue, holding("never called"));
+    }
+    EXPECT_EQ(ends.take(), "never called");
+    client->deviceListWithCompletionHandler(holding("answered"));
+    service.messages().take()->reply.succeed({ 1 });
+    EXPECT_EQ(ends.take(), "answered");
+    client->setServiceReachedResourceLimit(
+        [this, held = std::make_shared<Held>(queue, ends, "replaced")](const Value&) {});
+    client->setServiceReachedResourceLimit(nullptr);
+    EXPECT_EQ(ends.take(), "replaced");
+
+    client->subscribeToDeviceEventsWithEventHandler(holding("event"), holding("subscribed"));
+    service.messages().take()->reply.succeed({});
+    EXPECT_EQ(ends.take(), "subscribed");
+    client->subscribeToDeviceEventsWithEventHandler(holding("refused"), holding("error"));
+    EXPECT_THAT((std::vector { *ends.take(), *ends.take() }),
+        testing::UnorderedElementsAre("refused", "error"));
+    client->deviceListWithCompletionHandler(holding("unanswered"));
+    client->setServiceReachedResourceLimit(holding("resource"));
+    const auto unanswered = service.messages().take();
+    client->invalidateTerminatingService(false);
+    client.reset();
+    EXPECT_THAT((std::vector { *ends.take(), *ends.take(), *ends.take() }),
+        testing::UnorderedElementsAre("event", "unanswered", "resource"));
+    client = TidewellServiceClient::initWithEndpoint(service.endpoint(), queue);
+}
+
+TEST_F(TidewellServiceClientTest, TakesNullHandlersAndQueuesNothingForThem)
+{
+    std::atomic<int> queued = 0;
+    const auto quiet = TidewellServiceClient::initWithEndpoint(
+        service.endpoint(), CallbackQueue([&](const std::function<void()>&) { ++queued; }));
+    quiet->deviceListWithCompletionHandler(nullptr);
+    service.messages().take()->reply.succeed({ 1 });
+    quiet->getServiceEndpointWithCompletionHandler(nullptr);
+    service.messages().take()->reply.succeed({ service.endpoint().value() });
+    quiet->subscribeToDeviceEventsWithEventHandler(nullptr, nullptr);
+    service.messages().take()->reply.succeed({});
+    const auto connection = *service.connections().take();
+    connection->send(kEvent, { "1,1,abc" });
+    connection->send("serviceReachedResourceLimitWithUptime:", { 17 });
+    quiet->setServiceReachedResourceLimit(nullptr);
+    EXPECT_FALSE(quiet->serviceReachedResourceLimit());
+    // Answered in order: what came before has been dealt with.
+    (void)service.ended().isEmpty();
+    quiet->invalidate();
+    EXPECT_TRUE(service.ended().take());
+    EXPECT_EQ(queued, 0);
+}
+
+TEST_F(TidewellServiceClientTest, SendsOnceMoreWhatTheServiceWentWithoutReading)
+{
+    // The first connection ends unread, the next one is served.
+    service.dropNextConnection();
+    for (int i = 0; i < 3; ++i)
+        ask();
+    for (int i = 0; i < 3; ++i)
+        service.messages().take()->reply.succeed({ "met the next service" });
+    for (int i = 0; i < 3; ++i)
+        EXPECT_THAT(*callbacks.take(), HasSubstr("met the next service"));
+    client->invalidateTerminatingService(false);
+
+    // Once only, and what changes something only where it was certainly not read.
+    service.dropNextConnection();
+    client->pairDeviceWithUDID("u", reportEnvelope());
+    EXPECT_EQ(service.messages().take()->arguments.front(), Value("tdw_pairing"));
+    EXPECT_THAT(*callbacks.take(), HasSubstr("gave the message up"));
+    client->invalidateTerminatingService(false);
+
+    service.dropNextConnection();
+    client->subscribeToDeviceEventsWithEventHandler(reportEvent(), reportError());
+    service.messages().take()->reply.succeed({});
+    EXPECT_EQ(callbacks.take(), "none");
+    EXPECT_TRUE(service.messages().isEmpty()) << "subscribed once";
+}
+
+TEST(TidewellServiceClientDeathTest, EndsTheProcessWhereAHandlerThrows)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            FakePeer service;
+            const auto client = TidewellServiceClient::initWithEndpoint(
+                service.endpoint(), Queue::serial("callbacks"));
+            client->deviceListWithCompletionHandler(
+                [](const Value&) { throw std::runtime_error("of the application"); });
+            service.messages().take()->reply.succeed({ 1 });
+            pause();
+        },
+        "of the application");
+}
+
 TEST_F(TidewellServiceClientTest, PassesOnEndpointsAndTheResourceLimit)
 {
     client->getServiceEndpointWithCompletionHandler(
@@ -231,14 +390,17 @@ TEST_F(TidewellServiceClientTest, PassesOnEndpointsAndTheResourceLimit)
     EXPECT_EQ(callbacks.take(), service.endpoint().path());
 
     const auto connection = *service.connections().take();
-    connection->send("serviceReachedResourceLimitWithUptime:", { 17 });
     client->setServiceReachedResourceLimit([this](const Value& uptime) {
         EXPECT_TRUE(queue.isCurrent());
         callbacks.put(uptime.debugDescription());
     });
-    // The first one may or may not have met the handler; the second one does.
     connection->send("serviceReachedResourceLimitWithUptime:", { 18 });
-    while (*callbacks.take() != "18") { }
+    connection->send("serviceReachedResourceLimitWithUptime:", { "no number" });
+    connection->send("serviceReachedResourceLimitWithUptime:", { 18.5 });
+    EXPECT_EQ(callbacks.take(), "18");
+    EXPECT_EQ(callbacks.take(), "18.5");
+    queue.async([&] { client->serviceReachedResourceLimit()("read back"); });
+    EXPECT_THAT(*callbacks.take(), HasSubstr("read back"));
 }
 
 TEST(TidewellServiceClient, GoesWithItsLastOwnerWhenItIsNotConnected)
@@ -247,7 +409,7 @@ TEST(TidewellServiceClient, GoesWithItsLastOwnerWhenItIsNotConnected)
     Mailbox<bool> done;
     std::weak_ptr<TidewellServiceClient> weak;
     {
-        PlayedPeer service;
+        FakePeer service;
         const auto client = TidewellServiceClient::initWithEndpoint(service.endpoint(), queue);
         weak = client;
         client->deviceListWithCompletionHandler([&](const Value&) { done.put(true); });

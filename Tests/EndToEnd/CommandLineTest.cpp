@@ -1,4 +1,5 @@
 #include "EndToEnd/RunningTool.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -23,8 +25,7 @@ namespace {
 /// The tool in an installation with one executable more; returns its path.
 std::string installedTool(const std::filesystem::path& directory, const std::string& executable)
 {
-    for (const std::string& file :
-        { std::string("bin/tidewell"), std::string("lib/libtidewell.so.1"), executable }) {
+    for (const std::string& file : { std::string("bin/tidewell"), executable }) {
         std::filesystem::create_directories((directory / file).parent_path());
         std::filesystem::copy(kBuild / file, directory / file);
     }
@@ -64,7 +65,7 @@ TEST(CommandLine, SaysWhatIsWrongWithTheMultiplexer)
         const char* fault;
         const char* words;
     } rows[] = {
-        { "absent", "does not exist: usbmuxd is not running" },
+        { "absent", "is not listened on: usbmuxd is not running" },
         { "drop", "answers, but not as usbmuxd does" },
         { "no-serial-number", "its list of devices cannot be read" },
     };
@@ -88,7 +89,7 @@ TEST(CommandLine, OutputThatCannotBeWrittenIsAFailure)
     EXPECT_THAT(run.standardError, HasSubstr("standard output: No space left on device"));
     EXPECT_EQ(run.termination.status, 7);
 
-    // A reader that has seen enough is no news to anybody.
+    // A reader that has seen enough is not reported.
     Pipe pipe = *Pipe::create();
     pipe.reader.close();
     const auto unread = RunningTool({ "list" }, pipe.writer.descriptor()).finish();
@@ -96,7 +97,7 @@ TEST(CommandLine, OutputThatCannotBeWrittenIsAFailure)
     EXPECT_EQ(unread.termination, (Termination { SIGPIPE, true }));
 }
 
-TEST(CommandLine, FindsADeviceByItsNameWithoutAskingStrangers)
+TEST(CommandLine, FindsADeviceByItsNameWithoutAskingUnpairedOnes)
 {
     const Household devices;
     const auto run = tidewell({ "info", "robin's iphone" });
@@ -105,9 +106,9 @@ TEST(CommandLine, FindsADeviceByItsNameWithoutAskingStrangers)
             HasSubstr(" 76 %\n"), HasSubstr("Pairing            paired\n")));
     EXPECT_EQ(run.standardError, "");
 
-    const auto nobody = tidewell({ "info", "Sam's iPhone" });
-    EXPECT_EQ(nobody.termination.status, 2);
-    EXPECT_THAT(nobody.standardError, HasSubstr("No device matches \"Sam's iPhone\""));
+    const auto none = tidewell({ "info", "Sam's iPhone" });
+    EXPECT_EQ(none.termination.status, 2);
+    EXPECT_THAT(none.standardError, HasSubstr("No device matches \"Sam's iPhone\""));
     EXPECT_THAT(
         devices.control(R"({"command":"log","at":"lockdown","device":")" + kStranger + R"("})"),
         HasSubstr(R"("entries":[])"));
@@ -127,6 +128,82 @@ TEST(CommandLine, ADeviceThatDoesNotTrustIsToldApart)
     EXPECT_THAT(info.standardError, StartsWith("tidewell: warning: The device is locked.\n"));
 }
 
+TEST(CommandLine, OnlyPairMakesADeviceAskItsUser)
+{
+    const Household devices;
+    for (const auto& words : { std::vector<std::string> { "battery", kStranger },
+             { "companions", kStranger }, { "wallpaper", kStranger, "-o", "-" },
+             { "wifi", kStranger, "on" }, { "buddy", kStranger, "x" } }) {
+        const auto run = tidewell(words);
+        EXPECT_EQ(run.termination.status, 3) << words.front();
+        EXPECT_THAT(run.standardError, HasSubstr("This computer is not paired with the device."));
+    }
+    EXPECT_THAT(tidewell({ "info", kStranger }).output,
+        AllOf(StartsWith("Name           Sam"), HasSubstr("Pairing        not paired\n")));
+    EXPECT_THAT(
+        devices.control(R"({"command":"log","at":"lockdown","device":")" + kStranger + R"("})"),
+        Not(HasSubstr(R"("request":"Pair")")));
+    // A locked device says so, whatever it is asked.
+    const auto locked = tidewell({ "wallpaper", kLockedTablet, "-o", "-" });
+    EXPECT_EQ(locked.termination.status, 3);
+    EXPECT_THAT(locked.standardError, HasSubstr("The device is locked.\n"));
+}
+
+TEST(CommandLine, ADeviceThatGoesOrFallsSilentIsToldApart)
+{
+    const Household devices;
+    const std::string phone = R"("device":")" + kPhone + R"("})";
+    devices.control(
+        R"({"command":"inject-fault","at":"lockdown","request":"GetValue","fault":"hang",)"
+        + phone);
+    RunningTool pulled({ "battery", kPhone });
+    devices.control(R"({"command":"wait","at":"lockdown","request":"GetValue",)" + phone);
+    devices.control(R"({"command":"detach",)" + phone);
+    const auto run = pulled.finish();
+    EXPECT_EQ(run.termination.status, 9);
+    EXPECT_THAT(run.output, AllOf(HasSubstr("was disconnected"), Not(HasSubstr("unpair"))));
+
+    devices.control(R"({"command":"attach","connection":"usb",)" + phone);
+    const auto start = std::chrono::steady_clock::now();
+    const auto named = tidewell({ "info", "Robin's iPhone" });
+    EXPECT_EQ(named.termination.status, 4);
+    EXPECT_THAT(named.standardError, AllOf(HasSubstr("do not answer"), HasSubstr(kPhone)));
+    EXPECT_THAT(tidewell({ "info", "küchen" }).standardError, HasSubstr("do not answer"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
+}
+
+TEST(CommandLine, ADeviceOnTheCableThatUsbmuxdDoesNotShowIsNamed)
+{
+    const Household devices;
+    const TemporaryDirectory sysfs;
+    const auto device = sysfs.path() / "bus/usb/devices/1-1";
+    std::filesystem::create_directories(device);
+    std::ofstream(device / "idVendor") << "05ac\n";
+    std::ofstream(device / "idProduct") << "12a8\n";
+    std::ofstream(device / "serial") << "000081400000000000000001\n";
+    setenv("SYSFS_PATH", sysfs.path().c_str(), 1);
+    const auto run = tidewell({ "list" });
+    unsetenv("SYSFS_PATH");
+    EXPECT_EQ(run.termination.status, 0);
+    EXPECT_THAT(run.output, HasSubstr(kPhone));
+    EXPECT_THAT(run.standardError,
+        AllOf(HasSubstr("usbmuxd does not show it: \"00008140-0000000000000001\""),
+            HasSubstr("restart usbmuxd")));
+}
+
+TEST(CommandLine, FewDescriptorsOrLittleMemoryAreAnErrorLikeAnyOther)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs more than the test leaves";
+#endif
+    const Household devices;
+    for (const std::string limit : { "--nofile=4", "--nofile=6", "--nofile=8", "--as=25165824" }) {
+        const auto run = tidewell({ limit, kBuild / "bin/tidewell", "list" }, "/usr/bin/prlimit");
+        EXPECT_FALSE(run.termination.bySignal) << limit;
+        EXPECT_THAT(run.standardError, Not(HasSubstr("terminate"))) << limit;
+    }
+}
+
 TEST(CommandLine, PairsOnceTheUserTrustsAndUnpairs)
 {
     const Household devices;
@@ -144,6 +221,41 @@ TEST(CommandLine, PairsOnceTheUserTrustsAndUnpairs)
     const auto again = tidewell({ "unpair", kStranger });
     EXPECT_EQ(again.termination.status, 3);
     EXPECT_THAT(again.standardError, HasSubstr("nothing to undo"));
+}
+
+TEST(CommandLine, PairingWaitsForAPhoneThatLeavesAfterTheTap)
+{
+    const Household devices(R"({"devices": [{"udid": "f1d0000000000000000000000000000000000001",
+        "state": "unpaired", "trust": "asks", "reconnectAfterTrust": true}]})");
+    RunningTool pairing({ "pair", "f1d0" });
+    const std::string device = R"("device":"f1d0000000000000000000000000000000000001"})";
+    devices.control(R"({"command":"wait","at":"lockdown","request":"Pair",)" + device);
+    devices.control(R"({"command":"answer-trust","answer":"accept",)" + device);
+    const auto run = pairing.finish();
+    EXPECT_EQ(run.termination, Termination {}) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("trusts this computer"));
+}
+
+TEST(CommandLine, PairingTellsRefusalsApart)
+{
+    const Household devices;
+    const struct {
+        const char* trust;
+        const char* words;
+        const char* code;
+    } rows[] = {
+        { "find-my", "in lost mode", R"("code":-37)" },
+        { "managed", "is managed", R"("code":-38)" },
+        { "denies", "tapped Don't Trust", R"("code":3)" },
+    };
+    for (const auto& row : rows) {
+        devices.control(R"({"command":"set-trust","trust":")" + std::string(row.trust)
+            + R"(","device":")" + kStranger + R"("})");
+        const auto run = tidewell({ "pair", kStranger, "--json" });
+        EXPECT_EQ(run.termination.status, 3) << row.trust;
+        EXPECT_THAT(run.standardError, HasSubstr(row.words));
+        EXPECT_THAT(run.output, HasSubstr(row.code));
+    }
 }
 
 TEST(CommandLine, PairingEndsInTimeWhateverTheDeviceDoes)

@@ -4,6 +4,7 @@
 #include <libimobiledevice/lockdown.h>
 
 using namespace tdw;
+using testing::HasSubstr;
 
 namespace {
 
@@ -79,26 +80,33 @@ void expectInformation(const SimulatedDevices& devices, Row row, std::size_t ind
     EXPECT_EQ(rest, row.payload) << answer.output;
     EXPECT_EQ(answer.deviceID, identity(index, row.address));
     EXPECT_EQ(answer.status, 0);
+    if (row.arguments.back() == kTDWDeviceInfoServerNeverPairFlag) {
+        EXPECT_THAT(devices.control(
+                        R"({"command":"log","request":"Pair","device":")" + udidOf(index) + "\"}"),
+            HasSubstr(R"("entries":[])"))
+            << "nothing asks the user";
+    }
 }
 
 } // namespace
 
 TEST(DeviceInfoServer, SaysHowFarTheDeviceTrustsThisHost)
 {
-    const std::string stranger = R"("state": "unpaired", "trust": )";
+    const std::string unpairedAnd = R"("state": "unpaired", "trust": )";
     const auto refusing = [](const std::string& error) {
         return faulty(R"("error", "request": "StartSession", "error": ")" + error + '"');
     };
     const std::vector<Row> states {
         { "trusts", "", {}, paired() },
-        { "trusts from the first word on", stranger + R"("trusts")", {}, paired() },
-        { "asks", stranger + R"("asks")", {}, unpaired(1), { refused(-19) } },
-        { "denies", stranger + R"("denies")", {}, unpaired(2), { refused(-18) } },
+        { "trusts from the first word on", unpairedAnd + R"("trusts")", {}, paired() },
+        { "asks", unpairedAnd + R"("asks")", {}, unpaired(1), { refused(-19) } },
+        { "denies", unpairedAnd + R"("denies")", {}, unpaired(2), { refused(-18) } },
         { "locked", R"("trust": "locked")", {}, unpaired(3), { refused(-17) } },
         { "escrow-locked", R"("trust": "escrow-locked")", {}, unpaired(3), { refused(-35) } },
-        { "lost", stranger + R"("find-my")", {}, unpaired(3), { refused(-37) } },
-        { "managed", stranger + R"("managed")", {}, unpaired(0), { refused(-38) } },
-        { "challenging", stranger + R"("managed-challenge")", {}, unpaired(0), { refused(-39) } },
+        { "lost", unpairedAnd + R"("find-my")", {}, unpaired(3), { refused(-37) } },
+        { "managed", unpairedAnd + R"("managed")", {}, unpaired(0), { refused(-38) } },
+        { "challenging", unpairedAnd + R"("managed-challenge")", {}, unpaired(0),
+            { refused(-39) } },
         { "has no record", refusing("MissingPairRecord"), {}, unpaired(0), { refused(-29) } },
         { "has another record", refusing("InvalidPairRecord"), {}, unpaired(0), { refused(-31) } },
     };
@@ -110,6 +118,9 @@ TEST(DeviceInfoServer, SaysHowFarTheDeviceTrustsThisHost)
             { fellBack, refused(-18) } },
         { "locked, and asked for more than it may tell", R"("trust": "locked")",
             { "--include-companion-identifiers" }, unpaired(3), { refused(-17) } },
+        { "would ask, but is not to", unpairedAnd + R"("asks")", { "1", "--never-pair" },
+            unpaired(0), { refused(-29) } },
+        { "has a record already", "", { "2", "--never-pair" }, paired(), { fellBack } },
     };
     for (const auto& [connection, type] : { std::pair("usb", "1"), std::pair("network", "2") }) {
         for (Row row : states) {
@@ -137,7 +148,11 @@ TEST(DeviceInfoServer, TellsWhatItCanReadAndWarnsOfTheRest)
     const std::vector<std::string> watches { "1", "--include-companion-identifiers" };
     const std::vector<Row> rows {
         { "few values, and one that is no string",
-            R"("lockdown": {"HardwarePlatform": "t8130", "ReleaseType": "Beta", "SerialNumber": 7})",
+            R"("lockdown": {"HardwarePlatform": "t8130", "ReleaseType": "Beta", "SerialNumber": 7,
+                "BluetoothAddress": null, "BuildVersion": null, "DeviceClass": null,
+                "DeviceColor": null, "DeviceName": null, "HardwareModel": null,
+                "ProductName": null, "ProductType": null, "ProductVersion": null,
+                "WiFiAddress": null, "ActivationState": null, "TimeZone": null})",
             {},
             { { "HardwarePlatform", "t8130" }, { "ReleaseType", "Beta" }, { "PairingState", 4 },
                 { "Battery", *paired().find("Battery") }, { "EnableWifiConnections", true },
@@ -160,16 +175,22 @@ TEST(DeviceInfoServer, TellsWhatItCanReadAndWarnsOfTheRest)
         { "watches, asked for where the connection type belongs",
             R"("connections": ["network"], "watches": [{"udid": "w2"}, {"udid": "w1"}])",
             { watches[1] }, pairedWithWatches({ "w2", "w1" }) },
-        { "watches that nobody asked for", R"("watches": [{"udid": "w1"}])",
+        { "watches that are not asked for", R"("watches": [{"udid": "w1"}])",
             { "0", "--include-companion-identifier" }, paired() },
         { "no watch", "", watches, pairedWithWatches({}) },
         { "a companion service that does not start",
             faulty(R"("error", "error": "InvalidService", "request": "StartService")"), watches,
             pairedWithWatches({}), { noWatches(-256) } },
-        // The later library has the code of a phone without watches for it.
         { "a companion service that goes away", faulty(R"("drop")", "com.apple.companion_proxy"),
-            watches, pairedWithWatches({}),
-            kIsLaterLibrary ? std::vector<Error> {} : std::vector { noWatches(-4) } },
+            watches, pairedWithWatches({}), { noWatches(kRegistryAtTheEnd) } },
+        { "a registry that is no list",
+            faulty(R"("wrong-type", "replyKey": "PairedDevicesArray", "value": "w1")",
+                "com.apple.companion_proxy")
+                + R"(, "watches": [{"udid": "w1"}])",
+            watches, pairedWithWatches({}), { noWatches(-2) } },
+        { "a registry that is refused",
+            faulty(R"("error", "error": "ServiceProhibited")", "com.apple.companion_proxy"),
+            watches, pairedWithWatches({}), { noWatches(-100) } },
         { "a companion service that is garbled",
             faulty(R"("garbage")", "com.apple.companion_proxy"), watches, pairedWithWatches({}),
             { noWatches(-2) } },

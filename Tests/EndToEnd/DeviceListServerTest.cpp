@@ -1,26 +1,41 @@
 #include "EndToEnd/SimulatedDevices.h"
 #include "Interfaces/TDWDeviceList.h"
+#include "Interfaces/TDWServer.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <set>
 #include <string>
+#include <vector>
 
 using namespace tdw;
 using namespace std::chrono_literals;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::Ge;
+using testing::HasSubstr;
 using testing::Le;
+using testing::Not;
 
 namespace {
+
+const std::string kServers = TIDEWELL_BUILD_DIR "/libexec/tidewell";
 
 constexpr const char* kTwoDevices = R"({ "devices": [
     { "udid": "00008130-00FACADE0001001C", "connections": ["usb", "network"] },
@@ -42,7 +57,7 @@ int statusOf(std::array<const char*, 2> arguments, const posix_spawn_file_action
 {
     pid_t child = 0;
     int status = -1;
-    const std::string tool = std::string(TIDEWELL_BUILD_DIR) + "/libexec/tidewell/tdwserver";
+    const std::string tool = kServers + "/tdwserver";
     EXPECT_EQ(posix_spawn(&child, tool.c_str(), actions, nullptr,
                   const_cast<char* const*>(arguments.data()), environ),
         0);
@@ -75,7 +90,7 @@ TEST(DeviceListServer, ListsEachConnectionOfEachDevice)
 TEST(DeviceListServer, AnswersWithAnErrorWhateverTheMultiplexerDoes)
 {
     const SimulatedDevices devices(kTwoDevices);
-    for (const char* fault : { "drop", "truncate", "no-serial-number" }) {
+    for (const char* fault : { "drop", "truncate", "no-serial-number", "absent" }) {
         devices.control(
             std::string(R"({"command":"inject-fault","at":"mux","fault":")") + fault + R"("})");
         const auto answer = devices.run("tdw_list");
@@ -86,15 +101,37 @@ TEST(DeviceListServer, AnswersWithAnErrorWhateverTheMultiplexerDoes)
     EXPECT_EQ(devices.run("tdw_list").status, 0) << "and recovers when the multiplexer does";
 }
 
-TEST(DeviceListServer, SaysThatThereIsNoMultiplexer)
+TEST(DeviceListServer, WaitsForAMultiplexerWhoseQueueIsFull)
 {
-    const SimulatedDevices devices(kTwoDevices);
-    devices.control(R"({"command":"inject-fault","at":"mux","fault":"absent"})");
-    const auto answer = devices.run("tdw_list");
-    EXPECT_EQ(answer.error, unreachable());
-    EXPECT_EQ(answer.status, 253);
-    devices.control(R"({"command":"clear-fault"})");
-    EXPECT_EQ(devices.run("tdw_list").status, 0);
+    SimulatedDevices devices(kTwoDevices);
+    // The queue may be longer than the number of descriptors that users have without asking.
+    rlimit usual {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const rlimit most { .rlim_cur = usual.rlim_max, .rlim_max = usual.rlim_max };
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &most), 0);
+    devices.signal(SIGSTOP);
+    std::vector<FileHandle> queue;
+    sockaddr_un address { AF_UNIX, {} };
+    (devices.directory() / "usbmuxd").string().copy(address.sun_path, sizeof address.sun_path - 1);
+    int code = 0;
+    while (code == 0) {
+        queue.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        code = connect(
+            queue.back().descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+    ASSERT_EQ(errno, EAGAIN);
+
+    LaunchOptions options;
+    options.executable = kServers + "/tdw_list";
+    Pipe output = *Pipe::create();
+    options.standardOutput = output.writer.descriptor();
+    auto server = Process::launch(options);
+    ASSERT_TRUE(server);
+    EXPECT_EQ(server->waitUntilExit(300ms), std::nullopt) << "it took the queue for an absence";
+    queue.clear();
+    devices.signal(SIGCONT);
+    EXPECT_EQ(server->waitUntilExit(), (Termination { 0, false }));
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
 }
 
 class DeviceListServerWithoutAnAnswer : public testing::TestWithParam<const char*> { };
@@ -109,13 +146,38 @@ TEST_P(DeviceListServerWithoutAnAnswer, EndsByItsClock)
     // The library may give up at the same moment; whichever comes first is the only answer.
     ASSERT_TRUE(answer.error) << answer.output;
     if (answer.status == 1)
-        EXPECT_EQ(*answer.error, TDWErrorCreateWithMessage("Server timeout.", 1));
+        EXPECT_EQ(*answer.error, serverTimeoutError());
     else
         EXPECT_EQ(*answer.error, unreachable());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Faults, DeviceListServerWithoutAnAnswer, testing::Values("hang", "garbage"));
+
+TEST(ServerTool, HasEachServerOfTheTableAndNoOther)
+{
+    std::set<std::string> names;
+    for (const TDWServerDescription& server : TDWServers()) {
+        if (server.kind != TDWServerKind::Reserved)
+            names.emplace(server.name);
+    }
+    std::set<std::string> links;
+    for (const auto& file : std::filesystem::directory_iterator(kServers)) {
+        if (file.is_symlink())
+            links.insert(file.path().filename());
+    }
+    EXPECT_EQ(links, names);
+
+    // Without a reader of its standard output the events server ends at once, too.
+    Pipe unread = *Pipe::create();
+    unread.reader.close();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, unread.writer.descriptor(), STDOUT_FILENO);
+    for (const std::string& name : names)
+        EXPECT_THAT(statusOf({ name.c_str(), nullptr }, &actions), AnyOf(0, 1, 253)) << name;
+    posix_spawn_file_actions_destroy(&actions);
+}
 
 TEST(ServerTool, RefusesNamesThatAreNoServers)
 {
@@ -129,6 +191,25 @@ TEST(ServerTool, RefusesNamesThatAreNoServers)
     EXPECT_EQ(statusOf({ "/bin/", nullptr }, &actions), 111);
     posix_spawn_file_actions_destroy(&actions);
     EXPECT_EQ(SimulatedDevices::run("tdwserver").output, "");
+}
+
+TEST(ServerTool, AnswersWithWhatLittleItHas)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs more than the test leaves";
+#endif
+    const SimulatedDevices devices(kTwoDevices);
+    std::vector<std::string> limits { "--nofile=4" };
+    for (int mebibytes = 16; mebibytes <= 64; mebibytes += 4)
+        limits.push_back("--as=" + std::to_string(mebibytes << 20));
+    for (const std::string& limit : limits) {
+        const auto answer = devices.run(
+            "/usr/bin/prlimit", { limit, kServers + "/tdw_info", "00008130-00FACADE0001001C" });
+        EXPECT_THAT(answer.standardError, Not(HasSubstr("terminate called"))) << limit;
+        constexpr int kNotLoaded = 127;
+        EXPECT_TRUE(answer.payload || answer.error || answer.status == kNotLoaded)
+            << limit << ": " << answer.status << answer.output << answer.standardError;
+    }
 }
 
 TEST(ServerTool, KeepsTheEnvelopeOutOfTheDevicesConnection)

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Client/ServiceMessages.h"
-#include "Platform/FileHandle.h"
-#include "Platform/ServiceStart.h"
+#include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/FileHandle.h"
 
 #include <gtest/gtest.h>
 
@@ -42,11 +42,13 @@ public:
         EXPECT_TRUE(!process.isOpen() || poll(&end, 1, 10'000) == 1) << "the service lives on";
     }
 
+    const std::filesystem::path& path() const { return m_directory; }
+
     /// The process of the service that runs there, or 0; the test itself where it made the socket.
     static pid_t servicePid()
     {
         const auto socket = tdw::connectToService(
-            tdw::tidewellService(), tdw::IfNobodyListens::Fail, [] { return false; });
+            tdw::tidewellService(), tdw::StartPolicy::Fail, [] { return false; });
         ucred peer {};
         socklen_t size = sizeof peer;
         const bool isKnown = socket

@@ -2,7 +2,7 @@
 
 #include "EndToEnd/Household.h"
 #include "EndToEnd/ToolRun.h"
-#include "Platform/Process.h"
+#include "Platform/System/Process.h"
 
 #include <gtest/gtest.h>
 

@@ -2,28 +2,34 @@
 #include "Client/TidewellServiceClient.h"
 #include "EndToEnd/SimulatedDevices.h"
 #include "Interfaces/TDWResponse.h"
+#include "Interfaces/TidewellVersion.h"
 #include "Mailbox.h"
-#include "Platform/LocalSocket.h"
-#include "Platform/Message.h"
-#include "Platform/Process.h"
-#include "Platform/RuntimeDirectory.h"
-#include "Platform/ServiceStart.h"
+#include "Platform/Messages/Message.h"
+#include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/LocalSocket.h"
+#include "Platform/System/Process.h"
+#include "Platform/System/RuntimeDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <csignal>
 #include <fstream>
 #include <functional>
+#include <iterator>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -36,16 +42,21 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
 namespace fs = std::filesystem;
 
-/// A million frames, which take minutes under a sanitizer.
+/// What others may notice of a busy service. Sanitizers make it slow and large.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kThousandsOfFrames = 20;
+constexpr auto kAnswerBound = 20s;
+constexpr int kManyClients = 40;
+constexpr std::size_t kResidentBound = std::size_t { 4 } << 30;
 #else
-constexpr int kThousandsOfFrames = 1000;
+constexpr auto kAnswerBound = 1s;
+constexpr int kManyClients = 200;
+constexpr std::size_t kResidentBound = std::size_t { 128 } << 20;
 #endif
 
 constexpr const char* kPhone = "00008130-00FACADE0001001C";
@@ -88,19 +99,34 @@ std::string contentsOf(const fs::path& path)
     return text.str();
 }
 
-/// The processes of this user that have a text in their environment.
+/// The processes of this user that have a text in their environment. A server writes no core, so
+/// that only root may read its environment; for others it is told by its session, which is its
+/// service's.
 std::vector<pid_t> processesWith(const std::string& text)
 {
+    static std::set<pid_t> sessions;
     std::vector<pid_t> processes;
+    std::vector<pid_t> unreadable;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc", error)) {
         const std::string name = entry.path().filename();
         pid_t process = 0;
         const auto parsed = std::from_chars(name.data(), name.data() + name.size(), process);
-        if (parsed.ptr == name.data() + name.size() && process != getpid()
-            && contentsOf(entry.path() / "environ").find(text) != std::string::npos)
+        if (parsed.ptr != name.data() + name.size() || process == getpid())
+            continue;
+        const fs::path environment = entry.path() / "environ";
+        if (access(environment.c_str(), R_OK) != 0 && errno == EACCES) {
+            // What has ended and waits to be collected has no command line any more.
+            if (!contentsOf(entry.path() / "cmdline").empty())
+                unreadable.push_back(process);
+        } else if (contentsOf(environment).find(text) != std::string::npos) {
             processes.push_back(process);
+            if (getsid(process) == process)
+                sessions.insert(process);
+        }
     }
+    std::ranges::copy_if(unreadable, std::back_inserter(processes),
+        [](pid_t process) { return sessions.contains(getsid(process)); });
     return processes;
 }
 
@@ -167,7 +193,7 @@ protected:
     static std::optional<pid_t> serviceProcess()
     {
         const auto socket
-            = connectToService(tidewellService(), IfNobodyListens::Fail, [] { return false; });
+            = connectToService(tidewellService(), StartPolicy::Fail, [] { return false; });
         ucred peer {};
         socklen_t length = sizeof peer;
         if (!socket
@@ -268,6 +294,31 @@ TEST_F(ServiceTest, RefusesWhatIsNoRequest)
     connection->invalidate();
 }
 
+TEST_F(ServiceTest, TellsItsStatus)
+{
+    subscribe();
+    slowDown(R"("hang")");
+    const auto connection = Connection::toService(tidewellService());
+    connection->activate({});
+    ServiceProxy service(connection, nullptr);
+    service.invokeServer("tdw_battery", { kPhone, "1" }, 10.0, [](const Value&) {});
+    Mailbox<Value> statuses;
+    service.status([&](const Value& status) { statuses.put(status); });
+    const Value status = *statuses.take();
+    const auto number = [&](const char* key) {
+        return status.asDictionary()->find(key)->asInt64();
+    };
+    EXPECT_EQ(number("pid"), serviceProcess());
+    EXPECT_LT(*number("uptime"), 60);
+    EXPECT_GT(*number("memory"), 1 << 20);
+    EXPECT_EQ(number("requests"), 1);
+    EXPECT_EQ(number("subscribers"), 1);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread changes the environment
+    EXPECT_EQ(*status.asDictionary()->find("multiplexer"), Value(getenv("USBMUXD_SOCKET_ADDRESS")));
+    EXPECT_EQ(*status.asDictionary()->find("version"), Value(TidewellVersionString));
+    connection->invalidate();
+}
+
 TEST_F(ServiceTest, KillsAServerThatOutlivesItsTime)
 {
     slowDown(R"("hang")");
@@ -332,6 +383,21 @@ TEST_F(ServiceTest, IsReplacedWhenItIsKilledDuringASubscription)
     }
     EXPECT_TRUE(becomesTrue([&] { return servers("tdw_events").size() == 1; }))
         << "an events server without its service ends";
+}
+
+TEST_F(ServiceTest, IsMetAgainByARequestRightAfterItWasTerminated)
+{
+    // An application may ignore the ends of its children; starting a service is one.
+    const auto previous = signal(SIGCHLD, SIG_IGN);
+    ask();
+    for (int i = 0; i < 40; ++i) {
+        client->invalidate();
+        for (int request = 0; request < 3; ++request)
+            client->deviceListWithCompletionHandler(intoMailbox());
+        for (int request = 0; request < 3; ++request)
+            EXPECT_THAT(*answers.take(), HasSubstr("Devices"));
+    }
+    (void)signal(SIGCHLD, previous);
 }
 
 TEST_F(ServiceTest, SaysThatAServerWasKilled)
@@ -410,7 +476,7 @@ TEST_F(ServiceTest, OutlivesClientsThatVanishOrSendNonsense)
         for (int i = 0; i < 1000; ++i)
             many += unknown;
         FileHandle socket = *connectToLocalSocket(path);
-        for (int i = 0; i < kThousandsOfFrames; ++i)
+        for (int i = 0; i < 50; ++i)
             ASSERT_TRUE(send(socket, many));
     }
     ask();
@@ -427,7 +493,7 @@ TEST_F(ServiceTest, OutlivesClientsThatVanishOrSendNonsense)
 TEST_F(ServiceTest, ServesTwoHundredClientsAtOnce)
 {
     std::vector<std::shared_ptr<TidewellServiceClient>> clients;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < kManyClients; ++i) {
         clients.push_back(TidewellServiceClient::initWithClient(*client));
         clients.back()->deviceListWithCompletionHandler(intoMailbox());
     }
@@ -437,6 +503,127 @@ TEST_F(ServiceTest, ServesTwoHundredClientsAtOnce)
         each->invalidateTerminatingService(false);
     const auto pid = *serviceProcess();
     EXPECT_TRUE(becomesTrue([&] { return resourcesOf(pid).first < 40; }));
+}
+
+TEST_F(ServiceTest, AnswersOthersWhateverOneClientAsksFor)
+{
+    slowDown(R"("hang")");
+    ask();
+    const pid_t service = *serviceProcess();
+    const auto busy = TidewellServiceClient::initWithClient(*client);
+    for (int i = 0; i < 200; ++i)
+        busy->deviceBatteryWithUDID(kPhone, 1, nullptr);
+    ASSERT_TRUE(becomesTrue([&] { return servers("tdw_battery").size() >= 20; }));
+
+    // Requests that are too long, asked by one that never reads, and clients that ask for nothing.
+    FileHandle silent = *connectToLocalSocket(*serviceSocketPath(tidewellService().name));
+    const Data frame = *encodeMessage({ "invokeServer:withArguments:timeout:reply:", 1,
+        { "tdw_battery", Array { std::string(std::size_t { 1 } << 20, 'x') }, 10.0 } });
+    for (int i = 0; i < 500; ++i)
+        ASSERT_TRUE(silent.write(frame));
+    rlimit limit {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit raised { limit.rlim_max, limit.rlim_max };
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    const std::size_t count = std::min<std::size_t>(10'000, limit.rlim_max - 500);
+    std::vector<FileHandle> idle;
+    while (idle.size() < count)
+        if (auto socket = connectToLocalSocket(*serviceSocketPath(tidewellService().name)))
+            idle.push_back(*std::move(socket));
+    EXPECT_TRUE(becomesTrue(
+        [&] { return resourcesOf(service).first >= static_cast<std::ptrdiff_t>(count); }));
+
+    const auto start = std::chrono::steady_clock::now();
+    ask();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kAnswerBound);
+    std::istringstream statm(contentsOf("/proc/" + std::to_string(service) + "/statm"));
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    statm >> total >> resident;
+    EXPECT_LT(resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), kResidentBound);
+    idle.clear();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    busy->invalidateTerminatingService(false);
+}
+
+TEST_F(ServiceTest, StartsCleanWhoeverStartsIt)
+{
+    LaunchOptions launch;
+    launch.executable = "/bin/sh";
+    launch.arguments = { "-c",
+        "ulimit -S -n 77; ulimit -S -t 1000; umask 0; export LD_PRELOAD= LEAKED=1; "
+        "exec taskset 1 \"$0\" list",
+        TIDEWELL_BUILD_DIR "/bin/tidewell" };
+    const FileHandle null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    launch.standardOutput = null.descriptor();
+    EXPECT_EQ(Process::launch(launch)->waitUntilExit(), Termination {});
+    subscribe();
+    const std::string service = "/proc/" + std::to_string(*serviceProcess());
+    const std::string server = "/proc/" + std::to_string(waitForServer("tdw_events"));
+    for (const std::string& process : { service, server }) {
+        // Only root may read that of a server.
+        if (process == service || geteuid() == 0) {
+            const std::string environment = contentsOf(process + "/environ");
+            EXPECT_THAT(environment, Not(HasSubstr("LEAKED")));
+            EXPECT_THAT(environment, Not(HasSubstr("LD_PRELOAD")));
+            EXPECT_THAT(environment, HasSubstr("XDG_RUNTIME_DIR"));
+        }
+        EXPECT_THAT(contentsOf(process + "/status"), HasSubstr("Umask:\t0077"));
+        EXPECT_THAT(
+            contentsOf(process + "/limits"), testing::ContainsRegex("Max cpu time  *unlimited"));
+    }
+    rlimit limit {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const std::string files = "Max open files  *";
+    EXPECT_THAT(contentsOf(service + "/limits"),
+        testing::ContainsRegex(files + std::to_string(limit.rlim_max)));
+    EXPECT_THAT(contentsOf(server + "/limits"), testing::ContainsRegex(files + "1024"));
+    EXPECT_EQ(contentsOf(service + "/comm"), "tidewell-servic\n") << "as much as the system keeps";
+}
+
+TEST_F(ServiceTest, ServesAllWithFewDescriptorsOrSaysThatItCannot)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs more than the test leaves";
+#endif
+    const std::string program = tidewellService().bundle.auxiliaryDirectory() + "/tidewell-service";
+    const auto startWith = [&](int descriptors, const Pipe& ready, const Pipe& words) {
+        LaunchOptions launch;
+        launch.executable = "/bin/sh";
+        launch.arguments = { "-c",
+            "ulimit -n " + std::to_string(descriptors) + "; exec \"$0\" --on-demand", program };
+        launch.standardOutput = ready.writer.descriptor();
+        launch.standardError = words.writer.descriptor();
+        return Process::launch(launch);
+    };
+    for (const int descriptors : { 4, 6, 8, 10 }) {
+        Pipe ready = *Pipe::create();
+        Pipe words = *Pipe::create();
+        auto service = startWith(descriptors, ready, words);
+        words.writer.close();
+        const auto text = *words.reader.readToEnd();
+        const std::string said(reinterpret_cast<const char*>(text.data()), text.size());
+        EXPECT_EQ(service->waitUntilExit(), (Termination { 1, false })) << descriptors;
+        EXPECT_THAT(said, Not(HasSubstr("terminate called"))) << descriptors;
+        EXPECT_THAT(said, HasSubstr("Too many open files")) << descriptors;
+    }
+    Pipe ready = *Pipe::create();
+    Pipe words = *Pipe::create();
+    auto service = startWith(64, ready, words);
+    char byte = 0;
+    ASSERT_EQ(read(ready.reader.descriptor(), &byte, 1), 1);
+    std::vector<std::shared_ptr<TidewellServiceClient>> clients { client };
+    for (int i = 0; i < 9; ++i)
+        clients.push_back(TidewellServiceClient::initWithClient(*client));
+    for (int i = 0; i < 100; ++i)
+        clients[static_cast<std::size_t>(i) % clients.size()]->deviceListWithCompletionHandler(
+            intoMailbox());
+    for (int i = 0; i < 100; ++i)
+        EXPECT_THAT(*answers.take(), HasSubstr("Devices"));
+    for (std::size_t i = 1; i < clients.size(); ++i)
+        clients[i]->invalidateTerminatingService(false);
+    client->invalidate();
+    EXPECT_EQ(service->waitUntilExit(30s), Termination {});
 }
 
 TEST_F(ServiceTest, ServesOneClientOfManyThreadsOnTheApplicationsOwnLoop)

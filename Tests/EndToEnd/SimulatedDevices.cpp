@@ -1,7 +1,7 @@
 #include "EndToEnd/SimulatedDevices.h"
 
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <gtest/gtest.h>
 
@@ -55,8 +55,7 @@ FileHandle connectTo(const std::filesystem::path& path)
 
 std::optional<Value> ServerAnswer::operator[](std::string_view key) const
 {
-    const Dictionary* dictionary = payload ? payload->asDictionary() : nullptr;
-    const Value* value = dictionary ? dictionary->find(key) : nullptr;
+    const Value* value = payload ? payload->find(key) : nullptr;
     return value ? std::optional(*value) : std::nullopt;
 }
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Host/ServerRun.h"
-#include "Platform/Error.h"
-#include "Platform/FileHandle.h"
-#include "Platform/Process.h"
-#include "Platform/Value.h"
+#include "Host/RequestRunner.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/System/Process.h"
+#include "Platform/Values/Error.h"
+#include "Platform/Values/Value.h"
 
 #include <chrono>
 #include <filesystem>
@@ -52,6 +52,9 @@ public:
 
     /// Runs any program and returns its standard output.
     static std::string outputOf(const std::string& program, std::vector<std::string> arguments);
+
+    /// Sends a signal to the simulator itself.
+    void signal(int number) { m_simulator->sendSignal(number); }
 
     std::filesystem::path directory() const { return m_directory; }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "CapturedStream.h"
-#include "Platform/Process.h"
+#include "Platform/System/Process.h"
 
 #include <gtest/gtest.h>
 
@@ -61,7 +61,9 @@ inline CommandOutcome runCommandBounded(std::vector<std::string> words,
 class SimulatorProcess {
 public:
     /// @param scenario the text of a scenario file; empty: the household
-    explicit SimulatorProcess(std::string_view scenario = {})
+    /// @param options further options of "serve"
+    explicit SimulatorProcess(
+        std::string_view scenario = {}, const std::vector<std::string>& options = {})
     {
         std::string name = testing::TempDir() + "tdwsimulator-test-XXXXXX";
         m_directory = mkdtemp(name.data());
@@ -71,6 +73,7 @@ public:
             std::ofstream(file) << scenario;
             arguments.insert(arguments.end(), { "--scenario", file.string() });
         }
+        arguments.insert(arguments.end(), options.begin(), options.end());
         auto pipe = tdw::Pipe::create();
         tdw::LaunchOptions launch;
         launch.executable = simulatorExecutable();
@@ -80,8 +83,13 @@ public:
         pipe->writer.close();
         // The line comes when the sockets are there; its end comes anyway when serving fails.
         char line[1024];
-        if (process && read(pipe->reader.descriptor(), line, sizeof line) > 0)
-            m_process = std::move(*process);
+        const ssize_t length = process ? read(pipe->reader.descriptor(), line, sizeof line) : 0;
+        if (length <= 0)
+            return;
+        m_process = std::move(*process);
+        const std::string_view announcement(line, static_cast<std::size_t>(length));
+        const std::size_t begin = announcement.find("\"mux\":\"") + 7;
+        m_multiplexer = announcement.substr(begin, announcement.find('"', begin) - begin);
     }
     SimulatorProcess(const SimulatorProcess&) = delete;
     SimulatorProcess& operator=(const SimulatorProcess&) = delete;
@@ -98,10 +106,13 @@ public:
 
     bool isRunning() const { return m_process.has_value(); }
 
+    std::filesystem::path directory() const { return m_directory; }
+    std::filesystem::path multiplexer() const { return m_multiplexer; }
+
     /// What makes software use the simulated devices.
     CommandEnvironment environment() const
     {
-        return { { "USBMUXD_SOCKET_ADDRESS", "UNIX:" + (m_directory / "usbmuxd").string() },
+        return { { "USBMUXD_SOCKET_ADDRESS", "UNIX:" + m_multiplexer.string() },
             { "TDWSIMULATOR_CONTROL", (m_directory / "control").string() },
             { "LC_ALL", "C.UTF-8" } };
     }
@@ -121,5 +132,6 @@ public:
 
 private:
     std::filesystem::path m_directory;
+    std::filesystem::path m_multiplexer;
     std::optional<tdw::Process> m_process;
 };

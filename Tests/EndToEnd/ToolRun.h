@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Host/ServerRun.h"
-#include "Platform/Value.h"
+#include "Host/RequestRunner.h"
+#include "Platform/Values/Data.h"
 
 #include <gtest/gtest.h>
 

@@ -1,17 +1,13 @@
 #include "EndToEnd/Household.h"
 #include "EndToEnd/ToolRun.h"
+#include "Support/TemporaryDirectory.h"
+#include "Support/TerminalSession.h"
 
 #include <gmock/gmock.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <termios.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -37,28 +33,6 @@ std::string phone(const std::string& members)
         + R"(, "errors": {"SerialNumber": "UnsupportedWatchKey"}}]}]})";
 }
 
-/// A directory of its own, gone with the object.
-struct TemporaryDirectory {
-    TemporaryDirectory()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "tidewell-test-XXXXXX";
-        path = mkdtemp(name.data());
-    }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    ~TemporaryDirectory() { std::filesystem::remove_all(path); }
-
-    std::vector<std::string> names() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(path))
-            names.push_back(entry.path().filename());
-        return names;
-    }
-
-    std::filesystem::path path;
-};
-
 std::string contentOf(const std::filesystem::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
@@ -72,68 +46,6 @@ unsigned widthOf(const std::string& png)
         return static_cast<unsigned char>(png.at(at));
     };
     return byte(18) * 256U + byte(19);
-}
-
-/// What a terminal was sent by a command that ran on it, and how it was left behind.
-struct TerminalRun {
-    std::string output;
-    bool isModeKept = false;
-    int unreadInput = 0;
-    Termination termination;
-};
-
-/// Runs a command as the session of a terminal that answers the question for its attributes.
-TerminalRun runOnTerminal(const std::vector<std::string>& arguments, const std::string& answer)
-{
-    const FileHandle terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-    grantpt(terminal.descriptor());
-    unlockpt(terminal.descriptor());
-    const FileHandle side(open(ptsname(terminal.descriptor()), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    termios before {};
-    tcgetattr(side.descriptor(), &before);
-
-    LaunchOptions options;
-    options.executable = "/usr/bin/setsid";
-    options.arguments = { "--ctty", "--wait", kBuild / "bin/tidewell" };
-    options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-    options.environment = { { "TERM", "xterm" } };
-    options.standardInput = side.descriptor();
-    options.standardOutput = side.descriptor();
-    const auto log = Pipe::create();
-    options.standardError = log->writer.descriptor();
-    auto process = Process::launch(options);
-    EXPECT_TRUE(process);
-
-    TerminalRun run;
-    bool isAnswered = false;
-    bool hasEnded = false;
-    while (!hasEnded) {
-        pollfd entries[]
-            = { { terminal.descriptor(), POLLIN, 0 }, { process->descriptor(), POLLIN, 0 } };
-        poll(entries, 2, 30'000);
-        hasEnded = entries[1].revents != 0 && entries[0].revents == 0;
-        char bytes[4096];
-        const ssize_t count
-            = entries[0].revents != 0 ? read(terminal.descriptor(), bytes, sizeof bytes) : 0;
-        run.output.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-        if (!isAnswered && run.output.find("\x1b[c") != std::string::npos) {
-            isAnswered = true;
-            EXPECT_TRUE(writeToDescriptor(terminal.descriptor(), std::as_bytes(std::span(answer))));
-        }
-        if (entries[0].revents == 0 && entries[1].revents == 0) {
-            ADD_FAILURE() << "nothing happens";
-            break;
-        }
-    }
-    run.termination = process->waitUntilExit();
-    termios after {};
-    tcgetattr(side.descriptor(), &after);
-    run.isModeKept = before.c_lflag == after.c_lflag && before.c_iflag == after.c_iflag;
-    // Only lines count as input unless the terminal is told to hand bytes out.
-    after.c_lflag &= ~static_cast<tcflag_t>(ICANON);
-    tcsetattr(side.descriptor(), TCSANOW, &after);
-    ioctl(side.descriptor(), FIONREAD, &run.unreadInput);
-    return run;
 }
 
 } // namespace
@@ -180,6 +92,9 @@ TEST(CompanionsCommand, AWatchThatCannotBeReadCostsItselfAlone)
     EXPECT_THAT(tidewell({ "companions", "--battery" }).output,
         AllOf(HasSubstr("watch-1"), HasSubstr("watch-2")))
         << "batteries need no serial number, and there is one device only";
+    // A watch can be named by its beginning where that is its own, and by its name.
+    EXPECT_EQ(tidewell({ "companions", "f1d0", "watch", "--battery" }).termination.status, 2);
+    EXPECT_THAT(tidewell({ "companions", "f1d0", "a", "--battery" }).output, HasSubstr("watch-1"));
     const auto none = tidewell({ "companions", "f1d0", "watch-2", "--json" });
     EXPECT_EQ(none.termination.status, 1);
     EXPECT_THAT(none.output, StartsWith(R"({"error":)"));
@@ -196,9 +111,9 @@ TEST(CompanionsCommand, ALookUpThatFailedIsSaidToHaveFailed)
     const auto info = tidewell({ "info", kPhone });
     EXPECT_EQ(info.termination.status, 0);
     EXPECT_THAT(info.output, HasSubstr(" 76 %"));
-    EXPECT_THAT(info.standardError, HasSubstr("_TDWFetchCompanionDeviceIdentifiers"));
+    EXPECT_THAT(info.standardError, StartsWith("tidewell: warning: "));
 
-    // A tablet has no such service, which is no news.
+    // A tablet has no such service, which is no warning.
     household.control(R"({"command":"set-value","key":"DeviceClass","value":"iPad","device":")"
         + kPhone + R"("})");
     EXPECT_EQ(tidewell({ "info", kPhone }).standardError, "");
@@ -218,7 +133,7 @@ TEST(WallpaperCommand, WritesThePictureAndOverwritesNothingUnasked)
 {
     const Household household;
     const TemporaryDirectory directory;
-    const std::string file = directory.path / "lock.png";
+    const std::string file = directory.path() / "lock.png";
     const auto run = tidewell({ "wallpaper", kPhone, "-o", file, "--width", "200", "--json" });
     EXPECT_THAT(run.output,
         AllOf(StartsWith(R"({"Orientation":1,"Width":200,"Height":433,"Bytes":)"),
@@ -232,19 +147,23 @@ TEST(WallpaperCommand, WritesThePictureAndOverwritesNothingUnasked)
     EXPECT_EQ(contentOf(file), lock);
 
     // What a link leads to is replaced, and the link stays one.
-    std::filesystem::create_symlink("lock.png", directory.path / "link");
-    const std::string link = directory.path / "link";
+    std::filesystem::create_symlink("lock.png", directory.path() / "link");
+    const std::string link = directory.path() / "link";
+    chmod(file.c_str(), 0600);
     EXPECT_EQ(
         tidewell({ "wallpaper", kPhone, "--home", "--force", "-o", link }).termination.status, 0);
+    struct stat status { };
+    EXPECT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U) << "a file keeps its permissions";
     EXPECT_TRUE(std::filesystem::is_symlink(link));
     EXPECT_EQ(widthOf(contentOf(file)), 393U);
 
-    household.control(
-        R"({"command":"set-value","key":"DeviceName","value":"x","device":")" + kPhone + R"("})");
-    const std::string other = directory.path / "other.png";
+    EXPECT_EQ(tidewell({ "wallpaper", kPhone, "--lock", "--width=200", "-o", "-" }).output, lock);
+
+    const std::string other = directory.path() / "other.png";
     tidewell({ "wallpaper", kPhone, "--lock", "--width=200", "-o", other });
     EXPECT_EQ(widthOf(contentOf(other)), 200U);
-    EXPECT_NE(contentOf(other), lock) << "the name stands on it";
+    EXPECT_EQ(contentOf(other), lock);
     EXPECT_THAT(directory.names(), UnorderedElementsAre("lock.png", "link", "other.png"));
 }
 
@@ -252,7 +171,7 @@ TEST(WallpaperCommand, LeavesNothingBehindWhereItFails)
 {
     const Household household;
     const TemporaryDirectory directory;
-    const std::string file = directory.path / "new.png";
+    const std::string file = directory.path() / "new.png";
     const auto fails = [&](std::vector<std::string> arguments, const std::string& words,
                            const std::string& program = kBuild / "bin/tidewell") {
         const auto run = tidewell(std::move(arguments), program);
@@ -260,10 +179,10 @@ TEST(WallpaperCommand, LeavesNothingBehindWhereItFails)
         EXPECT_THAT(run.standardError, HasSubstr(words));
         EXPECT_THAT(directory.names(), IsEmpty()) << words;
     };
-    fails({ "wallpaper", kPhone, "-o", directory.path / "none/new.png" }, "No such file");
-    fails({ "wallpaper", kPhone, "-o", directory.path, "--force" }, "no ordinary file");
+    fails({ "wallpaper", kPhone, "-o", directory.path() / "none/new.png" }, "No such file");
+    fails({ "wallpaper", kPhone, "-o", directory.path(), "--force" }, "no ordinary file");
     fails({ "wallpaper", kPhone, "-o", "/dev/null", "--force" }, "no ordinary file");
-    fails({ "wallpaper", kPhone }, "say with -o FILE where");
+    fails({ "wallpaper", kPhone }, "give a file with -o FILE");
     fails({ "wallpaper", kPhone, "-o", file, "--home", "--lock" }, "one of --home and --lock");
     // As on a full disk: a part of the picture can be written, and no more.
     fails({ "--fsize=1000", kBuild / "bin/tidewell", "wallpaper", kPhone, "-o", file },
@@ -292,17 +211,20 @@ TEST(WallpaperCommand, ShowsThePictureOnTerminalsThatCan)
         { "an answer that is none", "y\n\x1b[", "" },
     };
     for (const auto& row : rows) {
-        const auto run = runOnTerminal({ "wallpaper", kPhone }, row.answer);
-        EXPECT_THAT(run.output, HasSubstr("\x1b[c")) << row.situation;
-        if (!row.picture.empty())
-            EXPECT_THAT(run.output, HasSubstr(row.picture)) << row.situation;
-        else
-            EXPECT_LT(run.output.size(), 100U) << row.situation;
-        EXPECT_TRUE(run.isModeKept) << row.situation;
-        EXPECT_EQ(run.unreadInput, 0) << row.situation;
+        SCOPED_TRACE(row.situation);
+        TerminalSession terminal({ "wallpaper", kPhone }, 24, 80);
+        terminal.readUntil("\x1b[c");
+        terminal.type(row.answer);
+        const auto output = terminal.readUntil(row.picture.empty() ? "\n" : row.picture);
+        EXPECT_EQ(output.empty(), row.picture.empty());
+        while (!terminal.readUntil("\n").empty()) { }
+        EXPECT_EQ(terminal.finish().status, row.picture.empty() ? 64 : 0);
+        EXPECT_TRUE(terminal.isAsBefore());
     }
     // The user's key for interrupting comes as a byte while the terminal is asked.
-    const auto interrupted = runOnTerminal({ "wallpaper", kPhone }, "\x03");
-    EXPECT_EQ(interrupted.termination, (Termination { SIGINT, true }));
-    EXPECT_TRUE(interrupted.isModeKept);
+    TerminalSession interrupted({ "wallpaper", kPhone }, 24, 80);
+    interrupted.readUntil("\x1b[c");
+    interrupted.type("\x03");
+    EXPECT_EQ(interrupted.finish(), (Termination { SIGINT, true }));
+    EXPECT_TRUE(interrupted.isAsBefore());
 }

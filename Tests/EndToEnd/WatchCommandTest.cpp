@@ -1,11 +1,11 @@
 #include "EndToEnd/RunningTool.h"
+#include "Support/TerminalSession.h"
 
 #include <gmock/gmock.h>
 
-#include <fcntl.h>
 #include <stdlib.h>
-#include <sys/ioctl.h>
 
+#include <chrono>
 #include <csignal>
 #include <string>
 
@@ -13,6 +13,7 @@ using namespace tdw;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
 
 namespace {
@@ -27,52 +28,14 @@ std::string lineWith(RunningTool& tool, const std::string& passage)
     return line;
 }
 
-/// A terminal with the tool on it.
-class Terminal {
-public:
-    Terminal()
-        : m_master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
-    {
-        EXPECT_EQ(grantpt(m_master.descriptor()), 0);
-        EXPECT_EQ(unlockpt(m_master.descriptor()), 0);
-        resize(24, 100);
-    }
-
-    FileHandle end() const
-    {
-        return FileHandle(open(ptsname(m_master.descriptor()), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    }
-
-    void resize(unsigned short lines, unsigned short columns) const
-    {
-        const winsize size { lines, columns, 0, 0 };
-        EXPECT_EQ(ioctl(m_master.descriptor(), TIOCSWINSZ, &size), 0);
-    }
-
-    /// Reads until the text ends with a passage, for a bounded time.
-    std::string readUntil(const std::string& passage) const
-    {
-        std::string text;
-        pollfd entry { m_master.descriptor(), POLLIN, 0 };
-        char character = 0;
-        while (!text.ends_with(passage) && poll(&entry, 1, 20'000) == 1
-            && read(m_master.descriptor(), &character, 1) == 1)
-            text += character;
-        return text;
-    }
-
-private:
-    FileHandle m_master;
-};
-
 } // namespace
 
-TEST(WatchCommand, WritesALineForEachChangeAndAsksNoStranger)
+TEST(WatchCommand, WritesALineForEachChangeAndAsksNoUnpairedDevice)
 {
     const Household devices;
     setenv("LC_ALL", "C.UTF-8", 1);
     RunningTool tool({ "watch" });
-    EXPECT_THAT(lineWith(tool, "  watch "), MatchesRegex("  watch 00008301-.* 83 %.*"));
+    EXPECT_THAT(lineWith(tool, "  watch "), MatchesRegex("  watch .* 83 %.*"));
     devices.control(R"({"command":"detach","device":")" + kPhone + R"("})");
     EXPECT_THAT(lineWith(tool, "detached"), HasSubstr(kPhone));
     devices.control(R"({"command":"attach","connection":"usb","device":")" + kPhone + R"("})");
@@ -84,18 +47,42 @@ TEST(WatchCommand, WritesALineForEachChangeAndAsksNoStranger)
     EXPECT_EQ(tool.finish().termination, Termination {});
 }
 
-TEST(WatchCommand, RedrawsATableAndGivesTheTerminalBack)
+TEST(WatchCommand, RedrawsATableThatFitsAndGivesTheTerminalBack)
 {
     const Household devices;
-    setenv("TERM", "xterm", 1);
-    const Terminal terminal;
-    const FileHandle end = terminal.end();
-    RunningTool tool({ "watch" }, end.descriptor());
-    EXPECT_THAT(terminal.readUntil("83 %"), StartsWith("\x1b[?1049h\x1b[?25l\x1b[H"));
+    TerminalSession terminal({ "watch" }, 24, 80);
+    EXPECT_THAT(terminal.readUntil("83 %"), HasSubstr("\x1b[?1049h\x1b[?25l"));
     terminal.resize(4, 40);
-    tool.process->sendSignal(SIGWINCH);
-    EXPECT_THAT(terminal.readUntil(" more lines)"), EndsWith("(3 more lines)"));
-    tool.process->sendSignal(SIGINT);
-    EXPECT_EQ(tool.finish().termination, Termination {});
+    EXPECT_THAT(terminal.readUntil("(1 to 2 of 4)"), HasSubstr("DEVICE"));
+    terminal.type("G");
+    terminal.readUntil("(3 to 4 of 4)");
+    terminal.type("g");
+    EXPECT_THAT(terminal.readUntil("(1 to 2 of 4)"), Not(HasSubstr("DEVICE")))
+        << "what has not changed is not written again";
+    terminal.type("q");
     EXPECT_THAT(terminal.readUntil("1049l"), EndsWith("\x1b[?25h\x1b[?1049l"));
+    EXPECT_EQ(terminal.finish(), Termination {});
+    EXPECT_TRUE(terminal.isAsBefore());
+}
+
+TEST(WatchCommand, EndsAtOnceAndSaysWhatIsWrongWhateverHangs)
+{
+    const Household devices;
+    devices.control(
+        R"({"command":"inject-fault","at":"mux","request":"ReadPairRecord","fault":"hang"})");
+    for (const char* road : { "--direct", "--verbose" }) {
+        RunningTool tool({ "watch", road });
+        EXPECT_NE(lineWith(tool, "attached"), "");
+        const auto start = std::chrono::steady_clock::now();
+        tool.process->sendSignal(SIGINT);
+        EXPECT_EQ(tool.finish().termination, Termination {});
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << road;
+    }
+    devices.control(R"({"command":"clear-fault"})");
+    RunningTool tool({ "watch" });
+    EXPECT_NE(lineWith(tool, "  watch "), "");
+    devices.control(R"({"command":"inject-fault","at":"mux","fault":"absent"})");
+    EXPECT_THAT(lineWith(tool, "usbmuxd is not running"), StartsWith("tidewell: warning: "));
+    devices.control(R"({"command":"clear-fault"})");
+    EXPECT_THAT(lineWith(tool, "again"), HasSubstr("All devices can be seen again."));
 }

@@ -1,23 +1,16 @@
+#include "Fuzz.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyList.h"
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdint>
-#include <cstdlib>
+#include "Platform/Values/PropertyList.h"
 
 /// Whatever a server wrote, unwrapping it gives a payload or an error, never both or neither.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz(std::span<const std::byte> bytes)
 {
-    const auto decoded = tdw::decodePropertyList(std::as_bytes(std::span(data, size)));
+    const auto decoded = tdw::decodePropertyList(bytes);
     if (!decoded)
-        return 0;
+        return;
     std::optional<tdw::Error> error;
     const auto payload = TDWResponseUnwrap(*decoded, error);
-    if (payload.has_value() == error.has_value())
-        std::abort();
+    require(payload.has_value() != error.has_value());
     if (error)
         (void)error->debugDescription();
-    return 0;
 }

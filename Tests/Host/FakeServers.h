@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/Bundle.h"
-#include "Platform/FileHandle.h"
-#include "Platform/Process.h"
+#include "Platform/System/Bundle.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/System/Process.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

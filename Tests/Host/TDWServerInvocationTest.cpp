@@ -1,9 +1,10 @@
 #include "Host/TDWServerInvocation.h"
 
+#include "ChildRole.h"
 #include "Host/FakeServers.h"
-#include "Host/ServerRun.h"
+#include "Host/RequestRunner.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 #include "ProcessResources.h"
 #include "Support/TDWErrorHelpers.h"
 
@@ -15,6 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -41,8 +43,10 @@ void printEnvelope(std::size_t payloadBytes)
     (void)writeToDescriptor(STDOUT_FILENO, *encodeXmlPropertyList(envelopeOf(payloadBytes)));
 }
 
-[[noreturn]] void runAsServer(std::string_view job, const std::vector<std::string>& arguments)
+int runAsServer(int count, char** words)
 {
+    const std::string_view job = words[1];
+    const std::vector<std::string> arguments(words + 2, words + count);
     int status = 0;
     if (job == "envelope") {
         printEnvelope(std::stoul(arguments[0]));
@@ -54,6 +58,9 @@ void printEnvelope(std::size_t payloadBytes)
         const auto whole = encodeXmlPropertyList(envelopeOf(100));
         (void)writeToDescriptor(STDOUT_FILENO, std::span(*whole).first(whole->size() - 20));
         status = 5;
+    } else if (job == "say bytes") {
+        print(STDERR_FILENO, std::string_view("text \0 more \xe2\x80", 14));
+        status = 3;
     } else if (job == "say") {
         print(STDERR_FILENO, arguments[0]);
         status = std::stoi(arguments[1]);
@@ -73,6 +80,42 @@ void printEnvelope(std::size_t payloadBytes)
     }
     _exit(status);
 }
+
+/// An application that ignores its children's ends, as the library meets it: every request works,
+/// and the status of none is known.
+int runAsDeafApplication(int /*count*/, char** words)
+{
+    struct sigaction action { };
+    action.sa_handler = std::string_view(words[3]) == "ignored" ? SIG_IGN : SIG_DFL;
+    action.sa_flags = SA_NOCLDWAIT;
+    (void)sigaction(SIGCHLD, &action, nullptr);
+    const Bundle bundle(words[2]);
+    for (int i = 0; i < 100; ++i) {
+        std::int32_t status = 0;
+        if (TDWInvokeServer("tdw_child", bundle, { "envelope", "3", "4" }, nullptr, &status)
+                != envelopeOf(3)
+            || status != -1)
+            return 1;
+    }
+    std::optional<Error> error;
+    (void)TDWResponseUnwrap(
+        TDWInvokeServer("tdw_child", bundle, { "say", "words", "3" }, nullptr, nullptr), error);
+    if (!error || error->failureReason() != "words")
+        return 2;
+    ServerRunOptions options;
+    options.executable = std::string(words[2]) + "/tdw_child";
+    options.serverName = "tdw_child";
+    options.arguments = { "hang" };
+    options.timeout = 10ms;
+    const auto killed = runServer(std::move(options));
+    return killed && killed->timedOut && !killed->termination.isKnown ? 0 : 3;
+}
+
+const std::array<ChildRole, 11> kRoles { { { "deaf application", runAsDeafApplication },
+    { "say bytes", runAsServer }, { "nothing", runAsServer }, { "envelope", runAsServer },
+    { "flood", runAsServer }, { "half", runAsServer }, { "say", runAsServer },
+    { "die", runAsServer }, { "grandchild", runAsServer }, { "live on", runAsServer },
+    { "hang", runAsServer } } };
 
 class TDWServerInvocation : public testing::Test {
 protected:
@@ -131,7 +174,7 @@ TEST_F(TDWServerInvocation, ExplainsARunWithoutAnEnvelope)
     } cases[] = {
         { { "nothing" }, 0, unexpected + "0" },
         { { "half" }, 5, unexpected + "5" },
-        { { "die" }, SIGKILL, unexpected + "9" },
+        { { "say bytes" }, 3, "text \uFFFD more " },
         { { "say", " \n\t\n", "3" }, 3, unexpected + "3" },
         { { "say", "bad \xff", "3" }, 3, unexpected + "3" },
         { { "say", "\n WARN: no\n\n", "3" }, 3, "\n WARN: no\n\n" },
@@ -147,6 +190,28 @@ TEST_F(TDWServerInvocation, ExplainsARunWithoutAnEnvelope)
         const Error error = errorOf(invoke(row.arguments, &status));
         EXPECT_EQ(status, row.status);
         EXPECT_EQ(error, Error(kTidewellErrorDomain, row.status, row.reason));
+    }
+}
+
+TEST_F(TDWServerInvocation, SaysWhichSignalKilledAServer)
+{
+    std::int32_t status = -1;
+    const Error error = errorOf(invoke({ "die" }, &status));
+    EXPECT_EQ(status, SIGKILL);
+    EXPECT_EQ(error.code(), SIGKILL);
+    EXPECT_EQ(error.failureReason(), "Server tdw_child terminated unexpectedly with code 9");
+    EXPECT_THAT(
+        error.debugDescription(), HasSubstr("Server tdw_child was killed by signal 9 (SIGKILL)."));
+}
+
+TEST_F(TDWServerInvocation, WorksInAnApplicationThatIgnoresTheEndsOfItsChildren)
+{
+    for (const char* disposition : { "ignored", "not waited for" }) {
+        LaunchOptions options;
+        options.executable = "/proc/self/exe";
+        options.arguments
+            = { "deaf application", s_servers->bundle().auxiliaryDirectory(), disposition };
+        EXPECT_EQ(Process::launch(options)->waitUntilExit(30s), Termination {}) << disposition;
     }
 }
 
@@ -233,12 +298,30 @@ TEST_F(TDWServerInvocation, GivesStandardErrorToTheCallersPipe)
         "tdw_child", s_servers->bundle(), { "say", "words", "3" }, &pipe, nullptr);
     EXPECT_EQ(errorOf(failed).failureReason(), "words");
 
-    // Far more than the pipe holds, and nobody reads: the server still comes to its end.
+    // Far more than the pipe holds: the server comes to its end all the same, and then it is read.
     Pipe full = *Pipe::create();
     const Value flooded
         = TDWInvokeServer("tdw_child", s_servers->bundle(), { "flood" }, &full, nullptr);
     EXPECT_EQ(flooded, envelopeOf(std::size_t { 8 } << 20));
-    EXPECT_GE(full.reader.readToEnd()->size(), 4096U) << "the caller reads what there was room for";
+    EXPECT_EQ(full.reader.readToEnd()->size(), std::size_t { 8 } << 20);
+    EXPECT_FALSE(full.writer.isOpen());
+
+    Pipe moved = *Pipe::create();
+    std::size_t read = 0;
+    {
+        const std::jthread reader([&read, handle = std::move(moved.reader)]() mutable {
+            read = handle.readToEnd()->size();
+        });
+        EXPECT_EQ(TDWInvokeServer("tdw_child", s_servers->bundle(), { "flood" }, &moved, nullptr),
+            flooded);
+    }
+    EXPECT_EQ(read, std::size_t { 8 } << 20);
+
+    Pipe unread = *Pipe::create();
+    unread.reader.close();
+    EXPECT_EQ(
+        TDWInvokeServer("tdw_child", s_servers->bundle(), { "flood" }, &unread, nullptr), flooded)
+        << "no SIGPIPE";
 }
 
 TEST_F(TDWServerInvocation, ParsesWhatAnotherRunLeftBehind)
@@ -254,12 +337,4 @@ TEST_F(TDWServerInvocation, ParsesWhatAnotherRunLeftBehind)
     EXPECT_EQ(TDWParseServerBinaryResponseData(
                   "tdw_x", *encodeBinaryPropertyList("no dictionary"), pipe.reader, 7),
         Value("no dictionary"));
-}
-
-int main(int argc, char** argv)
-{
-    if (std::string_view(argv[0]).ends_with("tdw_child") && argc > 1)
-        runAsServer(argv[1], { argv + 2, argv + argc });
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }

@@ -2,7 +2,7 @@
 
 #include "CapturedStream.h"
 #include "Interfaces/TDWServerState.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 #include "Support/TDWErrorHelpers.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "Platform/Bundle.h"
+#include "Platform/System/Bundle.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,19 @@
-#include "Platform/Connection.h"
+#include "Platform/Messages/Connection.h"
 
-#include "Platform/LocalSocket.h"
-#include "Platform/MessageChannel.h"
-#include "PlayedPeer.h"
+#include "FakePeer.h"
+#include "Platform/Messages/MessageChannel.h"
+#include "Platform/System/LocalSocket.h"
 #include "ProcessResources.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 
 using namespace tdw;
 using testing::HasSubstr;
@@ -54,7 +59,7 @@ public:
 
 TEST(Connection, GivesEachMessageItsReplyInWhateverOrderTheyCome)
 {
-    PlayedPeer peer;
+    FakePeer peer;
     Client client(peer.endpoint());
     client.send("first");
     client.send("second");
@@ -70,7 +75,7 @@ TEST(Connection, GivesEachMessageItsReplyInWhateverOrderTheyCome)
 
 TEST(Connection, AnswersWithAnErrorWhenNobodyElseDoes)
 {
-    PlayedPeer peer;
+    FakePeer peer;
     Client client(peer.endpoint());
     client.send("forgotten");
     (void)peer.messages().take();
@@ -83,7 +88,7 @@ TEST(Connection, AnswersWithAnErrorWhenNobodyElseDoes)
 
 TEST(Connection, IsInterruptedWhenThePeerGoesAndSendsNoMore)
 {
-    PlayedPeer peer;
+    FakePeer peer;
     Client client(peer.endpoint());
     client.send("pending");
     const auto pending = *peer.messages().take();
@@ -93,14 +98,14 @@ TEST(Connection, IsInterruptedWhenThePeerGoesAndSendsNoMore)
     pending.reply.succeed({ "to nobody" });
 
     client.send("again");
-    EXPECT_EQ(client.replies.take(), "again: " + std::to_string(kConnectionSpentError));
+    EXPECT_EQ(client.replies.take(), "again: " + std::to_string(kConnectionClosedError));
     EXPECT_TRUE(peer.messages().isEmpty());
     client.events.put("invalidation"); // Which an interrupted connection does not report.
 }
 
 TEST(Connection, BecomesInvalidWhenNobodyListensOrItsOwnerSaysSo)
 {
-    PlayedPeer peer;
+    FakePeer peer;
     {
         Client client(peer.endpoint());
         client.send("pending");
@@ -110,7 +115,7 @@ TEST(Connection, BecomesInvalidWhenNobodyListensOrItsOwnerSaysSo)
         EXPECT_EQ(peer.messages().take()->selector, "last words");
         EXPECT_EQ(client.replies.take(), "pending: " + std::to_string(kConnectionInvalidError));
         client.send("late");
-        EXPECT_EQ(client.replies.take(), "late: " + std::to_string(kConnectionSpentError));
+        EXPECT_EQ(client.replies.take(), "late: " + std::to_string(kConnectionClosedError));
         EXPECT_TRUE(peer.ended().take()) << "the other end of an accepted connection ends with it";
     }
     Client client(peer.endpoint());
@@ -119,9 +124,49 @@ TEST(Connection, BecomesInvalidWhenNobodyListensOrItsOwnerSaysSo)
     EXPECT_EQ(client.replies.take(), "nobody: " + std::to_string(ENOENT));
 }
 
+TEST(Connection, TellsWhatThePeerDidNotReadFromWhatItMayHaveRead)
+{
+    FakePeer peer;
+    peer.dropNextConnection();
+    Client client(peer.endpoint());
+    client.send("unread");
+    EXPECT_EQ(client.events.take(), "interruption");
+    EXPECT_EQ(client.replies.take(), "unread: " + std::to_string(kConnectionClosedError));
+    client.events.put("invalidation"); // Which an interrupted connection does not report.
+}
+
+TEST(Connection, EndsTheWaitForAServiceToStartAtOnce)
+{
+    std::string name = testing::TempDir() + "tidewell-start-XXXXXX";
+    const std::filesystem::path directory = mkdtemp(name.data());
+    setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+    const auto executable = directory / "slow-service";
+    std::ofstream(executable) << "#!/bin/sh\nexec 3>" << directory / "started"
+                              << "\nexec sleep 600\n";
+    std::filesystem::permissions(executable, std::filesystem::perms::owner_all);
+    const auto before = ProcessResources::now();
+
+    auto connection
+        = Connection::toService({ "org.example.Slow", "slow-service", Bundle(directory) });
+    Mailbox<std::int64_t> codes;
+    connection->activate({});
+    connection->send("hello", {},
+        [&](const Result<Array>& reply) { codes.put(reply ? 0 : reply.error().code()); });
+    while (!std::filesystem::exists(directory / "started"))
+        std::this_thread::yield();
+    const auto start = std::chrono::steady_clock::now();
+    connection->invalidate();
+    EXPECT_EQ(codes.take(), kConnectionInvalidError);
+    connection.reset();
+    EXPECT_TRUE(ProcessResources::settleWithin(before)) << "nor does its launcher stay";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    unsetenv("XDG_RUNTIME_DIR");
+    std::filesystem::remove_all(directory);
+}
+
 TEST(Connection, EndsAloneForAPeerThatSendsNonsense)
 {
-    PlayedPeer peer;
+    FakePeer peer;
     Client bystander(peer.endpoint());
     bystander.send("wait");
     const auto waiting = *peer.messages().take();
@@ -138,7 +183,7 @@ TEST(Connection, EndsAloneForAPeerThatSendsNonsense)
 
 TEST(Connection, TakesNoMoreMessagesThanItCanAnswer)
 {
-    PlayedPeer peer;
+    FakePeer peer;
     Client client(peer.endpoint());
     constexpr std::size_t kMany = MessageChannel::kMaximumUnanswered + 100;
     for (std::size_t i = 0; i < kMany; ++i)
@@ -162,7 +207,7 @@ TEST(Connection, LeavesNothingBehind)
 {
     const auto before = ProcessResources::now();
     {
-        PlayedPeer peer;
+        FakePeer peer;
         for (int i = 0; i < 20; ++i) {
             Client client(peer.endpoint());
             client.send("hello");

@@ -1,4 +1,4 @@
-#include "Platform/Log.h"
+#include "Platform/System/Log.h"
 
 #include "CapturedStream.h"
 

@@ -1,7 +1,7 @@
-#include "Platform/Message.h"
+#include "Platform/Messages/Message.h"
 
-#include "Platform/MessageFrame.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Messages/MessageFrame.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,6 @@
-#include "Platform/Process.h"
+#include "Platform/System/Process.h"
+
+#include "ChildRole.h"
 
 #include <gtest/gtest.h>
 
@@ -49,8 +51,9 @@ int inheritedSignals()
 }
 
 /// What this binary does when a test starts it as a child.
-int runAsChild(std::string_view job, char** arguments)
+int runAsChild(int, char** arguments)
 {
+    const std::string_view job = arguments[1];
     if (job == "exit")
         return std::atoi(arguments[2]);
     if (job == "die")
@@ -75,6 +78,10 @@ int runAsChild(std::string_view job, char** arguments)
     ::alarm(30); // where a test fails to end it
     return ::pause();
 }
+
+const std::array<ChildRole, 8> kRoles { { { "exit", runAsChild }, { "die", runAsChild },
+    { "descriptors", runAsChild }, { "name", runAsChild }, { "signals", runAsChild },
+    { "streams", runAsChild }, { "grandchild", runAsChild }, { "hang", runAsChild } } };
 
 Process start(std::vector<std::string> arguments)
 {
@@ -232,12 +239,4 @@ TEST(Process, TheWholeGroupEndsWithTheChild)
         pollfd end { pipe->reader.descriptor(), 0, 0 };
         EXPECT_EQ(::poll(&end, 1, 10'000), 1) << "the grandchild still holds the pipe";
     }
-}
-
-int main(int count, char** arguments)
-{
-    if (count > 1 && arguments[1][0] != '-')
-        return runAsChild(arguments[1], arguments);
-    testing::InitGoogleTest(&count, arguments);
-    return RUN_ALL_TESTS();
 }

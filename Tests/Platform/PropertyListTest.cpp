@@ -1,10 +1,11 @@
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 
-#include "Platform/PropertyListNode.h"
+#include "Platform/Values/PropertyListNode.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 
 using namespace tdw;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 namespace {
 
@@ -31,6 +33,12 @@ Value nestedArrays(std::size_t depth)
     for (std::size_t i = 0; i < depth; ++i)
         value = Array { value };
     return value;
+}
+
+Date day(int year, unsigned month, unsigned day)
+{
+    return std::chrono::sys_days { std::chrono::year { year } / static_cast<int>(month)
+        / static_cast<int>(day) };
 }
 
 constexpr Date kDate { std::chrono::sys_days { std::chrono::year { 2026 } / 11 / 22 } + 3h + 7s };
@@ -74,9 +82,20 @@ TEST(PropertyList, GivesBackEveryKindOfValueInBothFormats)
         "device\u2019s <&> \"name\" ]]> \U0001F600",
         " spaces \n kept ",
         Data {},
-        Data(100'000, std::byte { 0xA5 }),
+        Data(1, std::byte { 0xA5 }),
+        Data(2, std::byte { 0xA5 }),
+        Data(100'001, std::byte { 0xA5 }),
+        Array(300, "one text for all"),
+        std::string(70'000, 'x'),
+        std::string(20, 'x') + "\u00E9\u20AC\U0001F600",
         kDate,
-        Date { std::chrono::sys_days { std::chrono::year { 1950 } / 1 / 1 } },
+        day(1, 1, 1),
+        day(1000, 2, 28),
+        day(1601, 1, 1),
+        day(1900, 1, 1),
+        day(2069, 1, 19),
+        day(4001, 1, 1),
+        day(9999, 12, 31),
         Array {},
         Dictionary {},
         Dictionary { { "z", 1 }, { "a <&> \u2019", Array { -5, Dictionary { { "", "empty" } } } } },
@@ -89,6 +108,18 @@ TEST(PropertyList, GivesBackEveryKindOfValueInBothFormats)
             const auto decoded = decodePropertyList(*encoded);
             ASSERT_TRUE(decoded) << decoded.error().failureReason();
             EXPECT_EQ(*decoded, value) << textOf(*encoded);
+            // The library reads the same in what was written.
+            const std::string document = textOf(*encoded);
+            const auto length = static_cast<std::uint32_t>(document.size());
+            PropertyListNode node;
+            if (document.starts_with("bplist"))
+                plist_from_bin(document.data(), length, out(node));
+            else
+                plist_from_xml(document.data(), length, out(node));
+            ASSERT_TRUE(node) << value.debugDescription();
+            const auto read = valueFromNode(node.get());
+            ASSERT_TRUE(read) << read.error().failureReason();
+            EXPECT_EQ(*read, value) << document;
         }
     }
 }
@@ -114,6 +145,7 @@ TEST(PropertyList, RefusesToWriteWhatItCannotHoldAndSaysWhere)
         { Dictionary { { "info", Dictionary { { "cause", Error("d", 1, "r") } } } }, "info.cause" },
         { Array { "ok", "bad \xff" }, "\"1\"" },
         { Dictionary { { "nul", std::string("a\0b", 3) } }, "nul" },
+        { Array { day(10'000, 1, 1) }, "1 to 9999" },
         { nestedArrays(kPropertyListMaximumDepth + 1), "deep" },
     };
     for (const auto& row : cases) {
@@ -163,11 +195,21 @@ TEST(PropertyList, RefusesGarbage)
         "junk<plist><string>a</string></plist>", "<plist><dict></array></plist>",
         "<plist><string>a</string></plist><plist><string>b</string></plist>",
         "<!DOCTYPE plist [<!ENTITY a \"b\">]><plist><string>&a;</string></plist>",
-        "<plist><unknown/></plist>", comments, deep, "bplist00",
+        "<plist><unknown/></plist>", "<plist/>", "<array>text</array>", "<string>a&#0;</string>",
+        "<string>&unknown;</string>", "<integer>18446744073709551616</integer>",
+        "<integer>-9223372036854775809</integer>", "<integer>1x</integer>", "<integer/>",
+        "<real>1,5</real>", "<data>&#36;</data>", "<date>2026-02-30T00:00:00Z</date>",
+        "<date>0000-01-01T00:00:00Z</date>", "<date>10000-01-01T00:00:00Z</date>",
+        "<dict><string>a</string></dict>", "<dict><key>a</key></dict>", comments, deep, "bplist00",
         "bplist00" + std::string(32, '\xff'),
         // An array of itself, two arrays of each other, a reference out of range, a false size.
         binaryPropertyList({ { '\xA1', 0 } }), binaryPropertyList({ { '\xA1', 1 }, { '\xA1', 0 } }),
-        binaryPropertyList({ { '\xA1', 9 } }), binaryPropertyList({ "\xAF\x13\x7f\xff\xff\xff" }) };
+        binaryPropertyList({ { '\xA1', 9 } }), binaryPropertyList({ "\xAF\x13\x7f\xff\xff\xff" }),
+        // Text with a NUL, dates out of range and no number at all, a key that is no text.
+        binaryPropertyList({ std::string("\x52\0a", 3) }),
+        binaryPropertyList({ "\x33\x42\x7F\xFF\xFF\xFF\xFF\xFF\xFF" }),
+        binaryPropertyList({ "\x33\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF" }),
+        binaryPropertyList({ "\xD1\1\1", "\x09" }) };
     for (const std::string& document : documents) {
         const auto decoded = decodePropertyList(bytesOf(document));
         ASSERT_FALSE(decoded) << document.substr(0, 200) << decoded->debugDescription();
@@ -184,11 +226,116 @@ TEST(PropertyList, RefusesABinaryDocumentThatExpandsWithoutEnd)
     objects.emplace_back("\x09");
     EXPECT_FALSE(decodePropertyList(bytesOf(binaryPropertyList(objects))));
 
+    // The same with long data instead of many objects.
+    objects.resize(13);
+    objects.back() = "\x4F\x10\x96" + std::string(0x96, 'x');
+    EXPECT_FALSE(decodePropertyList(bytesOf(binaryPropertyList(objects))));
+
     // The same sharing within bounds is an ordinary document.
     const auto shared = decodePropertyList(
         bytesOf(binaryPropertyList({ { '\xA2', 1, 1 }, { '\xA2', 2, 2 }, "\x09" })));
     ASSERT_TRUE(shared);
     EXPECT_EQ(*shared, Value(Array { Array { true, true }, Array { true, true } }));
+}
+
+TEST(PropertyList, TakesTimeAndMemoryInProportionToTheBytes)
+{
+    Array numbers;
+    for (int i = 0; i < 50'000; ++i)
+        numbers.emplace_back(i);
+    const Value value = Dictionary { { "numbers", numbers }, { "booleans", Array(50'000, true) } };
+    for (const auto encode : { &encodeXmlPropertyList, &encodeBinaryPropertyList }) {
+        const auto encoded = encode(value);
+        ASSERT_TRUE(encoded);
+        const std::clock_t start = std::clock();
+        const auto decoded = decodePropertyList(*encoded);
+        // Processor time; where each element is looked for from the first one, it is half a minute.
+        EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
+        ASSERT_TRUE(decoded);
+        EXPECT_EQ(*decoded, value);
+    }
+
+    // 3 MiB of one-byte references to one object would be 72 MiB of values; so would empty arrays.
+    const std::string references(3 << 20, '\1');
+    std::string shared = "bplist00\xAF\x12" + std::string("\x00\x30\x00\x00", 4) + references;
+    const std::size_t table = shared.size() + 1;
+    shared += "\x09";
+    for (const std::size_t offset : { std::size_t { 8 }, table - 1 }) {
+        for (const int shift : { 24, 16, 8, 0 })
+            shared += static_cast<char>((offset >> shift) & 0xFF);
+    }
+    shared += std::string(6, '\0') + "\x04\x01" + std::string(7, '\0') + '\2';
+    shared += std::string(8, '\0') + std::string(4, '\0');
+    for (const int shift : { 24, 16, 8, 0 })
+        shared += static_cast<char>((table >> shift) & 0xFF);
+    std::string empty = "<plist><array>";
+    for (int i = 0; i < 400'000; ++i)
+        empty += "<dict/>";
+    for (const std::string& document : { shared, empty + "</array></plist>" }) {
+        const auto decoded = decodePropertyList(bytesOf(document));
+        ASSERT_FALSE(decoded);
+        EXPECT_NE(decoded.error().failureReason().find("proportion"), std::string::npos)
+            << decoded.error().failureReason();
+    }
+}
+
+TEST(PropertyList, ReadsWhatOtherWritersWrite)
+{
+    const struct {
+        std::string_view document;
+        Value value;
+    } rows[] = {
+        { "\xEF\xBB\xBF<?xml version='1.0'?><!DOCTYPE plist SYSTEM 'a'><plist><true></true></plist>",
+            true },
+        { "<!-- a --><array><!-- <array> --><string/><data/><array/><dict/></array><!-- b -->",
+            Array { "", Data {}, Array {}, Dictionary {} } },
+        { "<string>a&lt;&#65;&#x1F600;<![CDATA[<&amp;]]><!-- no -->&apos;</string>",
+            "a<A\U0001F600<&amp;'" },
+        { "<array><integer> +7 </integer><integer>-0x10</integer><real>+1e3</real></array>",
+            Array { 7, -16, 1000.0 } },
+        { "<data> AA\n EC\tAw = = </data>",
+            Data { std::byte { 0 }, std::byte { 1 }, std::byte { 2 }, std::byte { 3 } } },
+        { "<date>2026-11-22T03:00:07.25Z</date>", kDate + 250ms },
+        { "<dict><key>a</key><true/><key>a</key><false/></dict>", Dictionary { { "a", false } } },
+    };
+    for (const auto& [document, value] : rows) {
+        const auto decoded = decodePropertyList(bytesOf(document));
+        ASSERT_TRUE(decoded) << document << decoded.error().failureReason();
+        EXPECT_EQ(*decoded, value) << document;
+    }
+
+    const std::string binary = binaryPropertyList({ std::string("\xA6\1\2\3\4\5\6", 7),
+        std::string("\x22\x3F\0\0\0", 5), "\x63\xD8\x3D\xDE\0\xD8\0"s.substr(0, 7), "\x80\x05",
+        std::string("\x12\xFF\xFF\xFF\xFF", 5), "\x52\xFFz",
+        "\x33\xC2\x2D\x63\x7E\x7E\0\0\0"s.substr(0, 9) });
+    const auto decoded = decodePropertyList(bytesOf(binary));
+    ASSERT_TRUE(decoded) << decoded.error().failureReason();
+    const Array& values = *decoded->asArray();
+    EXPECT_EQ(values[0], Value(0.5));
+    EXPECT_EQ(values[1], Value("\U0001F600\uFFFD")) << "half a pair of surrogates stays behind";
+    EXPECT_EQ(values[2].intAt("CF$UID"), 5);
+    EXPECT_EQ(values[3].asInt64(), 0xFFFFFFFF);
+    EXPECT_EQ(values[4], Value("\uFFFDz"));
+    EXPECT_EQ(values[5].type(), Value::Type::Date);
+}
+
+TEST(PropertyList, ReadsNodesOfTheDeviceLibraries)
+{
+    std::string document = "<plist version=\"1.0\"><dict>"
+                           "<key>never</key><date>0001-01-01T00:00:00Z</date>"
+                           "<key>later</key><date>4001-01-01T00:00:00Z</date>"
+                           "<key>number</key><integer>-1</integer><key>list</key><array>";
+    for (int i = 0; i < 50'000; ++i)
+        document += "<true/>";
+    document += "</array><key>name</key><string>a&lt;\xff</string></dict></plist>";
+    PropertyListNode node;
+    plist_from_xml(document.data(), static_cast<std::uint32_t>(document.size()), out(node));
+    ASSERT_TRUE(node);
+    const auto value = valueFromNode(node.get());
+    ASSERT_TRUE(value) << value.error().failureReason();
+    EXPECT_EQ(*value,
+        Value(Dictionary { { "never", day(1, 1, 1) }, { "later", day(4001, 1, 1) },
+            { "number", -1 }, { "list", Array(50'000, true) }, { "name", "a<\uFFFD" } }));
 }
 
 TEST(PropertyList, ReadsTextThatIsNotUtf8WithReplacements)

@@ -1,7 +1,8 @@
-#include "Platform/Queue.h"
+#include "Platform/Queues/Queue.h"
 
+#include "ChildRole.h"
 #include "Platform/Counter.h"
-#include "Platform/Process.h"
+#include "Platform/System/Process.h"
 
 #include <gtest/gtest.h>
 
@@ -33,9 +34,9 @@ auto threadCount()
 }
 
 /// What this binary does when a test starts it as a child.
-int runAsChild(const std::string& job)
+int runAsChild(int, char** arguments)
 {
-    if (job == "throw")
+    if (arguments[1] == std::string_view("throw"))
         Queue::global().async([] { throw std::runtime_error("never caught"); });
     else
         Queue::global(QualityOfService::Utility).async([] {
@@ -45,6 +46,9 @@ int runAsChild(const std::string& job)
         });
     dispatchMain();
 }
+
+const ChildRole kThrow("throw", runAsChild);
+const ChildRole kMain("main", runAsChild);
 
 Termination runChild(const std::string& job)
 {
@@ -213,12 +217,4 @@ TEST(Queue, TheMainQueueRunsOnTheMainThread)
 TEST(Queue, AnExceptionOutOfAWorkItemEndsTheProcess)
 {
     EXPECT_EQ(runChild("throw"), (Termination { SIGABRT, true }));
-}
-
-int main(int count, char** arguments)
-{
-    if (count > 1 && arguments[1][0] != '-')
-        return runAsChild(arguments[1]);
-    testing::InitGoogleTest(&count, arguments);
-    return RUN_ALL_TESTS();
 }

@@ -1,6 +1,6 @@
-#include "Platform/Value.h"
+#include "Platform/Values/Value.h"
 
-#include "Platform/Text.h"
+#include "Platform/Values/Utf8.h"
 
 #include <gtest/gtest.h>
 
@@ -39,7 +39,35 @@ TEST(Dictionary, KeepsTheOrderOfFirstSettingWhateverItsSize)
         EXPECT_EQ(*dictionary.find("key1"), Value("replaced"));
         EXPECT_EQ(*dictionary.find("key2"), Value(2));
         EXPECT_EQ(dictionary.find("key0"), nullptr);
+        EXPECT_EQ(dictionary.intAt("key" + std::to_string(count - 1)), count - 1);
     }
+}
+
+TEST(Dictionary, GivesWhatStandsUnderAKeyInItsOwnTypeOnly)
+{
+    const Dictionary dictionary { { "text", "a" }, { "number", 7 }, { "truth", true },
+        { "real", 0.5 }, { "data", Data(3) }, { "list", Array { 1 } },
+        { "inner", Dictionary { { "text", "b" } } } };
+    const auto typesFound = [](const auto& holder, std::string_view key) {
+        std::string found;
+        found += holder.stringAt(key) ? "s" : "";
+        found += holder.intAt(key) ? "i" : "";
+        found += holder.boolAt(key) ? "b" : "";
+        found += holder.realAt(key) ? "r" : "";
+        found += holder.dataAt(key) ? "d" : "";
+        found += holder.arrayAt(key) ? "a" : "";
+        found += holder.dictionaryAt(key) ? "D" : "";
+        return found;
+    };
+    const std::pair<const char*, const char*> rows[]
+        = { { "text", "s" }, { "number", "i" }, { "truth", "b" }, { "real", "r" }, { "data", "d" },
+              { "list", "a" }, { "inner", "D" }, { "missing", "" } };
+    for (const auto& [key, types] : rows) {
+        EXPECT_EQ(typesFound(dictionary, key), types) << key;
+        EXPECT_EQ(typesFound(Value(dictionary), key), types) << key;
+        EXPECT_EQ(typesFound(Value("no dictionary"), key), "") << key;
+    }
+    EXPECT_EQ(*dictionary.dictionaryAt("inner")->stringAt("text"), "b");
 }
 
 TEST(Dictionary, IsEqualInAnyOrder)
@@ -82,6 +110,8 @@ TEST(Text, FindsEveryKindOfInvalidUtf8)
         EXPECT_TRUE(isValidUtf8(withInvalidUtf8Replaced(invalid)));
     }
     EXPECT_EQ(withInvalidUtf8Replaced("a\xe2\x80z"), "a\uFFFD\uFFFDz");
-    EXPECT_EQ(withControlCharactersEscaped("\u2019 \U0001F600 \u009b \x7f"),
-        "\u2019 \U0001F600 \\u009b \\u007f");
+    EXPECT_EQ(withControlCharactersEscaped("\u2019 \U0001F600\u200D\uFE0F \u009b \x7f"),
+        "\u2019 \U0001F600\u200D\uFE0F \\u009b \\u007f");
+    EXPECT_EQ(withControlCharactersEscaped("a\u200B\u2028\uFEFF\u202E\U000E0041\u00ADz"),
+        R"(a\u200b\u2028\ufeff\u202e\u{e0041}\u00adz)");
 }

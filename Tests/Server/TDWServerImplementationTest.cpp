@@ -1,10 +1,26 @@
 #include "Server/TDWServerImplementation.h"
 
+#include "CapturedStream.h"
+#include "Platform/Handle.h"
+#include "Platform/Values/PropertyListNode.h"
+#include "Server/ServerMain.h"
 #include "Server/TDWServerLockdown.h"
+#include "Support/TDWErrorHelpers.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <system_error>
+#include <thread>
 
 TEST(TDWServerImplementation, ReadsTheConnectionTypeAsALooseNumber)
 {
@@ -35,29 +51,61 @@ TEST(TDWServerImplementation, MapsLockdownCodesToPairingStates)
         EXPECT_EQ(TDWDevicePairingStateFromLockdownErrorCode(row.code), row.state) << row.code;
 }
 
-// Each clock ends its process, so each has one of its own.
-class TDWServerClock : public testing::Test {
-protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+TEST(TDWServerLockdown, LeavesNothingOldBehindAFailedConversion)
+{
+    const CapturedStream diagnostics(STDERR_FILENO);
+    tdw::PropertyListNode nested(plist_new_array());
+    for (int depth = 0; depth < 600; ++depth) {
+        const plist_t outer = plist_new_array();
+        plist_array_append_item(outer, nested.release());
+        nested.reset(outer);
+    }
+    std::optional<tdw::Value> object = tdw::Value("of the request before");
+    EXPECT_GT(TDWServerGetFoundationObjectFromRawPlist(nested.get(), object), 0);
+    EXPECT_EQ(object, std::nullopt);
+
+    // The detail belongs to the error that is answered with, and to no other on the way to it.
+    tdw::setErrorDetail("BatteryCurrentCapacity");
+    const auto unread = tdw::readNode(nullptr);
+    ASSERT_FALSE(unread);
+    EXPECT_EQ(unread.error().code(), -1);
+    EXPECT_EQ(
+        *unread.error().userInfo().find(kTDWErrorDetailKey), tdw::Value("BatteryCurrentCapacity"));
+}
+
+namespace {
+
+/// What a server process does, up to its end, and what it leaves on standard error. Its standard
+/// output goes there as well.
+struct ServerProcess {
+    const char* situation;
+    std::function<void()> work;
+    std::function<bool(int)> ending;
+    const char* output;
 };
 
-using TDWServerClockDeathTest = TDWServerClock;
-
-TEST_F(TDWServerClockDeathTest, FiresOnceItsIntervalIsOver)
+void PrintTo(const ServerProcess& process, std::ostream* stream)
 {
-    EXPECT_EXIT(
-        {
+    *stream << process.situation;
+}
+
+using SlowClient = tdw::Handle<int, [](int*) {
+    pause();
+}>;
+
+const std::string kAnswer = "^<.xml.*<key>response</key>.*</plist>\n$";
+const std::string kTooMany = "^<.xml.*Too many open files.*</plist>\n$";
+
+const ServerProcess kProcesses[] = {
+    { "its interval is over",
+        [] {
             TDWServerSetTimeoutInterval(0.1);
             TDWServerInitialize();
             pause();
         },
-        testing::ExitedWithCode(1), "^$");
-}
-
-TEST_F(TDWServerClockDeathTest, DoesNothingWhenStoppedInTime)
-{
-    EXPECT_EXIT(
-        {
+        testing::ExitedWithCode(1), "^<.xml.*Server timeout[.].*</plist>\n$" },
+    { "stopped in time",
+        [] {
             TDWServerStopTimeoutClock(); // before any start
             TDWServerSetTimeoutInterval(0.5);
             TDWServerInitialize();
@@ -66,26 +114,18 @@ TEST_F(TDWServerClockDeathTest, DoesNothingWhenStoppedInTime)
             alarm(1);
             pause();
         },
-        testing::KilledBySignal(SIGALRM), "^$");
-}
-
-TEST_F(TDWServerClockDeathTest, DoesNotRunWithANegativeInterval)
-{
-    EXPECT_EXIT(
-        {
+        testing::KilledBySignal(SIGALRM), "^$" },
+    { "a negative interval",
+        [] {
             TDWServerSetTimeoutInterval(-1.0);
             TDWServerInitialize();
             TDWServerStopTimeoutClock();
             alarm(1);
             pause();
         },
-        testing::KilledBySignal(SIGALRM), "^$");
-}
-
-TEST_F(TDWServerClockDeathTest, ComplainsAboutASecondStartAndStopsWithOneStop)
-{
-    EXPECT_EXIT(
-        {
+        testing::KilledBySignal(SIGALRM), "^$" },
+    { "a second start, and one stop",
+        [] {
             TDWServerSetTimeoutInterval(0.3);
             TDWServerInitialize();
             _TDWServerStartTimeoutClock();
@@ -94,6 +134,51 @@ TEST_F(TDWServerClockDeathTest, ComplainsAboutASecondStartAndStopsWithOneStop)
             pause();
         },
         testing::KilledBySignal(SIGALRM),
-        "^\\[ERROR\\] \\(Source/Server/TDWServerImplementation.cpp:[0-9]+\\) Invoked timeout clock "
-        "start function more than once in the lifetime of the process!\n$");
+        "^.ERROR. .Source/Server/TDWServerImplementation.cpp:[0-9]+. Invoked timeout clock start "
+        "function more than once in the lifetime of the process!\n$" },
+    { "what it opened is never freed",
+        [] {
+            TDWServerInitialize();
+            alarm(10);
+            int client = 0;
+            _exit(tdw::answerRequest([&](tdw::DeviceSession& session) {
+                session.keep(SlowClient(&client));
+                return tdw::Result(tdw::ServerReply { .content = tdw::Dictionary(), .status = 7 });
+            }));
+        },
+        testing::ExitedWithCode(7), kAnswer.c_str() },
+    { "an exception on another thread",
+        [] {
+            TDWServerInitialize();
+            std::thread([] { throw std::system_error(EMFILE, std::generic_category()); }).join();
+        },
+        testing::ExitedWithCode(1), kTooMany.c_str() },
+    { "a core is not written",
+        [] {
+            TDWServerInitialize();
+            rlimit limit { 1, 1 };
+            getrlimit(RLIMIT_CORE, &limit);
+            _exit(limit.rlim_cur == 0 && prctl(PR_GET_DUMPABLE) == 0 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "^$" },
+};
+
+} // namespace
+
+class ServerProcessDeathTest : public testing::TestWithParam<ServerProcess> { };
+
+TEST_P(ServerProcessDeathTest, Ends)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            GetParam().work();
+        },
+        GetParam().ending, GetParam().output)
+        << GetParam().situation;
+    EXPECT_LE(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
+
+INSTANTIATE_TEST_SUITE_P(, ServerProcessDeathTest, testing::ValuesIn(kProcesses));

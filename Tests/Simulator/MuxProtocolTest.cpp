@@ -1,6 +1,6 @@
 #include "Mux/MuxProtocol.h"
 
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ protected:
         return Dictionary { { "MessageType", "Result" }, { "Number", number } };
     }
 
-    Simulation m_simulation { Scenario {}, nullptr };
+    Simulation m_simulation { Scenario {}, nullptr, testing::TempDir() + "mux-records" };
     MuxProtocol m_protocol { m_simulation, [](const auto&, std::uint16_t) {
                                 return true;
                             } };
@@ -59,14 +59,15 @@ TEST_F(MuxProtocolTest, RefusesAsTheDaemonDoes)
     EXPECT_EQ(ask(MuxFrame { 3, 8, 1, {} }), result(6));
     EXPECT_EQ(ask({ { "MessageType", "Listen" } }), result(0));
     EXPECT_EQ(m_next, MuxReply::Next::Listen);
-    EXPECT_EQ(ask({ { "MessageType", "ListDevices" } }), result(1)) << "a listener only listens";
+    EXPECT_EQ(ask({ { "MessageType", "ListDevices" } }), Value("nothing"))
+        << "a listener only listens";
     EXPECT_EQ(m_next, MuxReply::Next::Close);
 }
 
 TEST_F(MuxProtocolTest, KeepsPairRecords)
 {
     const std::string udid = "00008130-00FACADE0001001C";
-    const Data record(100, std::byte { 7 });
+    const Data record = *encodeXmlPropertyList(Dictionary { { "HostID", "H" } });
     const auto request = [&](const char* type) {
         return Dictionary { { "MessageType", type }, { "PairRecordID", udid },
             { "PairRecordData", record } };

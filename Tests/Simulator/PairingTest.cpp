@@ -1,6 +1,7 @@
 #include "Trust/Pairing.h"
 
 #include "Device/TlsSession.h"
+#include "Platform/Values/Value.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -47,6 +49,11 @@ TEST(Scenario, SaysWhereItIsWrongAndWhatStandsThere)
             R"(devices[0].faults[0].fault: "absent" cannot happen at "lockdown")" },
         { withDevice(R"(, "faults": [{"at": "mux", "fault": "delay"}])"),
             "devices[0].faults[0].milliseconds" },
+        { withDevice(R"(, "faults": [{"at": "lockdwn", "fault": "drop"}])"),
+            R"(devices[0].faults[0].at: "lockdwn" is not one of mux, lockdown, tls)" },
+        { withDevice(R"(, "faults": [{"at": "lockdown", "request": "StartSesion",
+            "fault": "drop"}])"),
+            R"(devices[0].faults[0].request: "StartSesion" is not one of QueryType, GetValue)" },
         { withDevice(R"(}, {"udid": "00008130-00FACADE0001001C")"), "is there twice" },
     };
     for (const Row& row : rows) {
@@ -56,9 +63,21 @@ TEST(Scenario, SaysWhereItIsWrongAndWhatStandsThere)
     }
 }
 
+TEST(Scenario, PutsLockdownValuesOverTheDefaults)
+{
+    const auto scenario = scenarioFromText(
+        withDevice(R"(, "lockdown": {"DeviceName": "Mine", "TimeZone": null})"), ".");
+    ASSERT_TRUE(scenario) << scenario.error().failureReason();
+    const Dictionary& values = scenario->devices[0].domains.at("");
+    EXPECT_EQ(*values.stringAt("DeviceName"), "Mine");
+    EXPECT_TRUE(values.contains("ProductVersion"));
+    EXPECT_FALSE(values.contains("TimeZone"));
+}
+
 TEST(Scenario, KeepsTheTypesOfRecordedValues)
 {
-    const auto directory = std::filesystem::path(testing::TempDir());
+    std::string pattern = testing::TempDir() + "tidewell-scenario-XXXXXX";
+    const std::filesystem::path directory = mkdtemp(pattern.data());
     std::ofstream(directory / "phone.plist")
         << "<plist version=\"1.0\"><dict><key>DieID</key><integer>18446744073709551615</integer>"
            "<key>DeviceName</key><string>Recorded</string></dict></plist>";
@@ -67,6 +86,7 @@ TEST(Scenario, KeepsTheTypesOfRecordedValues)
             "Offset": 7200.0, "Negative": -1, "Key": {"$hex": "00fF"},
             "Day": {"$date": "1970-01-02T00:00:00Z"}})"),
         directory);
+    std::filesystem::remove_all(directory);
     ASSERT_TRUE(scenario) << scenario.error().failureReason();
     Dictionary expected { { "DieID", UINT64_MAX }, { "DeviceName", "Changed" },
         { "Offset", 7200.0 }, { "Negative", -1 },

@@ -12,7 +12,7 @@ using namespace tdw::simulator;
 
 namespace {
 
-const WallpaperSubject kPhone { "udid", "Robin\xE2\x80\x99s iPhone", "iPhone" };
+const WallpaperSubject kPhone { "udid", "iPhone" };
 
 /// The size of a picture that can be decoded to its last pixel; nothing for any other.
 std::pair<unsigned, unsigned> decodedSize(const Data& bytes)
@@ -47,24 +47,16 @@ TEST(Wallpaper, HasTheWidthThatIsAskedForAndTheShapeOfTheDevice)
         { "iPad", 1e300, { 4096, 5461 } },
     };
     for (const auto& [deviceClass, width, size] : rows)
-        EXPECT_EQ(decodedSize(drawWallpaper(
-                      { "udid", "A name", deviceClass }, WallpaperPlace::LockScreen, width)),
+        EXPECT_EQ(
+            decodedSize(drawWallpaper({ "udid", deviceClass }, WallpaperPlace::LockScreen, width)),
             size)
             << deviceClass << " " << width;
 }
 
-TEST(Wallpaper, ShowsTheNameAndTellsDevicesAndScreensApart)
+TEST(Wallpaper, TellsDevicesAndScreensApart)
 {
     const auto lock = drawWallpaper(kPhone, WallpaperPlace::LockScreen, 390);
     EXPECT_NE(lock, drawWallpaper(kPhone, WallpaperPlace::HomeScreen, 390));
-    for (const std::string name :
-        { "", "Robin\xE2\x80\x99s iPad", "日本", "a name that is very long",
-            "anameofsixtythreecharacterswithoutanyblanksinitforamostnarrowone" }) {
-        const WallpaperSubject other { kPhone.udid, name, kPhone.deviceClass };
-        EXPECT_NE(lock, drawWallpaper(other, WallpaperPlace::LockScreen, 390)) << name;
-        EXPECT_NE(decodedSize(drawWallpaper(other, WallpaperPlace::LockScreen, 10)).first, 0U);
-    }
-    EXPECT_NE(lock,
-        drawWallpaper(
-            { "other", kPhone.name, kPhone.deviceClass }, WallpaperPlace::LockScreen, 390));
+    EXPECT_NE(
+        lock, drawWallpaper({ "other", kPhone.deviceClass }, WallpaperPlace::LockScreen, 390));
 }

@@ -2,11 +2,14 @@
 
 #include "CapturedStream.h"
 #include "Interfaces/TDWResponse.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
+#include <utility>
 
 using namespace tdw;
 using testing::MatchesRegex;
@@ -148,4 +151,55 @@ TEST(TDWErrorHelpers, CollectsWarningsInOrder)
                      "dictionary can't be nil for appending a warning to the warnings "
                      "array.\n\\[ERROR\\] \\(Source/Support/TDWErrorHelpers.cpp:[0-9]+\\) Error "
                      "dictionary can't be nil for appending a warning to the warnings array.\n"));
+}
+
+TEST(TDWErrorKinds, TellsFailuresApartThatShareTheirCodes)
+{
+    const std::string key = "WirelessBuddyID";
+    const std::pair<const char*, std::function<bool(const Error&)>> kinds[] = {
+        { "timeout", &isServerTimeout },
+        { "not found", &isServerNotFound },
+        { "refusal", &isServerToolRefusal },
+        { "no value",
+            [&](const Error& error) {
+                return isMissingWirelessValue(error, key);
+            } },
+        { "watches", &isCompanionLookup },
+        { "no device", &isDeviceNotFound },
+        { "slow device", &isDeviceTimeout },
+        { "unpaired", &isUnpairedDevice },
+        { "forgotten", &isForgottenPairing },
+        { "connection", &isConnectionFailure },
+    };
+    const struct {
+        Error error;
+        std::string kind;
+    } rows[] = {
+        { serverTimeoutError(), "timeout" },
+        { serverNotFoundError("tdw_x", Error::posix(2, "")), "not found" },
+        { TDWErrorCreateWithMessage("Server name is not valid: x", 123), "refusal" },
+        { TDWErrorCreateWithMessage("Device UDID must be provided.", 1), "" },
+        { missingWirelessValueError(key), "no value" },
+        { missingWirelessValueError("EnableWifiConnections"), "" },
+        { TDWErrorCreateWithMessage("Service returned no wallpaper data.", -1), "" },
+        { TDWErrorCreate(kCompanionLookupApi, -256), "watches" },
+        { TDWErrorCreate("plist_to_xml", -3), "" },
+        { TDWErrorCreate("idevice_new_with_options", -3), "no device" },
+        { TDWErrorCreate("companion_proxy_get_value_from_registry", -102), "slow device" },
+        { TDWErrorCreate("lockdownd_client_new", -19), "unpaired" },
+        { TDWErrorCreate("lockdownd_client_new", -21), "forgotten" },
+        { TDWErrorCreate("lockdownd_get_value", -8), "connection" },
+        { TDWErrorCreate("wallpaper_client_get_interface_orientation", -3), "connection" },
+        { Error(kCocoaErrorDomain, -3, "elsewhere"), "" },
+    };
+    for (const auto& [error, expected] : rows) {
+        std::string found;
+        for (const auto& [name, isOfKind] : kinds)
+            found += isOfKind(error) ? name : "";
+        EXPECT_EQ(found, expected) << error.debugDescription();
+    }
+    // What travels between processes is still the same kind of error at its end.
+    EXPECT_TRUE(
+        isServerTimeout(TDWErrorParse(TDWCreateErrorResponseDictionary(serverTimeoutError()))));
+    EXPECT_EQ(failedApi(TDWErrorCreate("lockdownd_pair", -4)), "lockdownd_pair");
 }

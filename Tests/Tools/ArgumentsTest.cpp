@@ -23,7 +23,7 @@ Result<Arguments> parse(const std::vector<std::string>& texts)
 TEST(Arguments, OptionsMayStandAnywhere)
 {
     for (const auto& texts : { std::vector<std::string> { "list", "--json" }, { "--json", "list" },
-             { "--json", "list", "--json" } }) {
+             { "--json", "list", "--json" }, { "--js", "list" } }) {
         const auto arguments = parse(texts);
         ASSERT_TRUE(arguments);
         EXPECT_EQ(arguments->command->name, "list");
@@ -42,7 +42,7 @@ TEST(Arguments, TheLastWordMayBeOneThatIsRepeated)
 
 TEST(Arguments, WordsAreTakenAsTheyAre)
 {
-    // Each of these means something to the parser when it stands in another place.
+    // Each of these means something to the parser in another place.
     for (const std::string word :
         { "[a,b]", "{x}", "--json", "--", "-", "", "list", "++", "a=b" }) {
         const auto raw = splitArguments({ "help", "--", word });
@@ -68,7 +68,8 @@ TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
         { { "help", "--json" }, "\"help\" does not take the option \"--json\"" },
         { { "wifi", "x", "up" }, "Expected \"on\" or \"off\", not \"up\"; try 'tidewell wifi" },
         { { "info", "x", "--connection", "tcp" }, "\"network\" or \"any\", not \"tcp\"" },
-        { { "info", "x", "--connection" }, "--connection" },
+        { { "info", "x", "--connection" }, "The option \"--connection\" takes a value" },
+        { { "wallpaper", "x", "-o" }, "The option \"--output\" takes a value" },
         { { "pair", "x", "--timeout=-1" }, "from 1 to 3600, not \"-1\"" },
         { { "pair", "x", "--timeout", "1s" }, "from 1 to 3600, not \"1s\"" },
         { { "battery", "x", "--timeout=5" }, "\"battery\" does not take the option \"--timeout\"" },
@@ -77,7 +78,7 @@ TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
         { { "companions", "x", "--width=1" }, "\"companions\" does not take the option" },
         { { "info" }, "needs more: tidewell info DEVICE" },
         { { "completion" }, "needs more: tidewell completion bash|zsh|fish" },
-        { { "completion", "tcsh" }, "Expected \"bash\", \"zsh\" or \"fish\", not \"tcsh\"" },
+        { { "completion", "tcsh" }, "\"fish\" or \"devices\", not \"tcsh\"" },
     };
     for (const auto& row : rows) {
         const auto arguments = parse(row.texts);

@@ -1,8 +1,8 @@
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
-#include "Output/BatteryBar.h"
-#include "Output/DeviceInfoText.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Text/BatteryBar.h"
+#include "Text/DeviceInfoText.h"
 
 #include <gmock/gmock.h>
 
@@ -23,11 +23,11 @@ TEST(BatteryBar, IsAsLongAsTheChargeSays)
         const char* text;
         Colour colour;
     } rows[] = {
-        { 0, ".................... 0 %", Colour::Red },
-        { 1, "#................... 1 %", Colour::Red },
-        { 10, "##.................. 10 %", Colour::Red },
-        { 11, "###................. 11 %", Colour::Yellow },
-        { 50, "##########.......... 50 %", Colour::Green },
+        { 0, "....................   0 %", Colour::Red },
+        { 1, "#...................   1 %", Colour::Red },
+        { 10, "##..................  10 %", Colour::Red },
+        { 11, "###.................  11 %", Colour::Magenta },
+        { 50, "##########..........  50 %", Colour::Green },
         { 100, "#################### 100 %", Colour::Green },
     };
     for (const auto& row : rows) {
@@ -82,7 +82,7 @@ TEST(DeviceInfoText, ShowsWhatIsKnownAndLeavesOutTheRest)
         "Pairing            paired\n"
         "Model              iPhone16,1\n"
         "Software           22F76\n"
-        "Battery            ##########.......... 50 %\n"
+        "Battery            ##########..........  50 %\n"
         "Wi-Fi connections  on\n"
         "Wireless buddy     none\n");
 }

@@ -1,7 +1,7 @@
-#include "Errors/ErrorText.h"
+#include "Text/ErrorText.h"
 
 #include "Errors/CommandLineError.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Value.h"
 #include "Support/TDWErrorHelpers.h"
 
 #include <gtest/gtest.h>
@@ -12,47 +12,47 @@ namespace tdw::cli {
 
 namespace {
 
-TEST(ErrorText, JoinsWhatWasTriedWithTheReasonAndAddsDetailCallAndAdvice)
+constexpr ErrorStyle kVerbose { .detail = ErrorDetail::Everything };
+
+TEST(ErrorText, JoinsWhatWasTriedWithTheReasonAndAddsDetailAndAdvice)
 {
     setErrorDetail("SerialNumber");
     const auto error = whileTrying("Cannot read \"x\"", TDWErrorCreate("lockdownd_get_value", -17));
-    EXPECT_EQ(errorText(error, ColourMode::Off),
-        "tidewell: Cannot read \"x\": The device is locked.\n"
-        "  Detail: SerialNumber\n"
-        "  API: lockdownd_get_value | CODE: -17\n"
-        "  Unlock the device, keep its screen on, and try again.\n");
+    const std::string usual = "tidewell: Cannot read \"x\": The device is locked.\n"
+                              "  Detail: SerialNumber\n"
+                              "  Unlock the device, keep its screen on, and try again.\n";
+    EXPECT_EQ(errorText(error, {}), usual);
+    EXPECT_EQ(errorText(error, kVerbose), usual + "  API: lockdownd_get_value | CODE: -17\n");
 }
 
-TEST(ErrorText, ACauseBehindAWholeSentenceGetsALineOfItsOwn)
+TEST(ErrorText, FurtherCausesAreForThoseWhoWantEverything)
 {
     const Error cause = Error::posix(ENOENT, "Cannot find \"/x\"");
-    const auto error = commandLineError({ .status = ExitStatus::Failure,
+    const auto chain = commandLineError({ .status = ExitStatus::Failure,
         .reason = "It failed.",
         .advice = "Try again.",
         .cause = cause });
-    EXPECT_EQ(errorText(error, ColourMode::Off),
-        "tidewell: It failed.\n"
-        "  Cause: Cannot find \"/x\": No such file or directory\n"
-        "  Try again.\n");
-}
-
-TEST(ErrorText, ShowsEachOfSeveralCauses)
-{
-    const Error error("d", 1,
+    const Error parallel("d", 1,
         Dictionary { { kLocalizedFailureReasonErrorKey, "Both ways failed." },
             { kMultipleUnderlyingErrorsKey,
                 Array { Error("d", 2, "One."), Error("d", 3, "Two.") } } });
-    EXPECT_EQ(errorText(error, ColourMode::Off),
+    EXPECT_EQ(errorText(chain, {}), "tidewell: It failed.\n  Try again.\n");
+    EXPECT_EQ(errorText(chain, kVerbose),
+        "tidewell: It failed.\n"
+        "  Cause: Cannot find \"/x\": No such file or directory\n"
+        "  Try again.\n");
+    EXPECT_EQ(errorText(parallel, {}), "tidewell: Both ways failed.\n");
+    EXPECT_EQ(errorText(parallel, kVerbose),
         "tidewell: Both ways failed.\n  Cause: One.\n  Cause: Two.\n");
 }
 
-TEST(ErrorText, AServersOwnLastWordsAreKeptInBoundsAndHarmless)
+TEST(ErrorText, WhatACrashedServerHasWrittenIsBoundedAndHarmless)
 {
-    std::string words = "first\r\n\nsecond\x1b[2J\n";
-    words += std::string(100, '\n') + std::string("more\n") + std::string(5000, '\n');
+    std::string output = "first\r\n\nsecond\x1b[2J\n";
+    output += std::string(100, '\n') + std::string("more\n") + std::string(5000, '\n');
     for (int i = 0; i < 100; ++i)
-        words += "endless\n";
-    const auto text = errorText(Error("d", 1, words), ColourMode::Off);
+        output += "endless\n";
+    const auto text = errorText(Error("d", 1, output), {});
     EXPECT_EQ(
         text.substr(0, 62), "tidewell: first\n    second\\u001b[2J\n    more\n    endless\n    e");
     EXPECT_LT(text.size(), 300U);
@@ -60,7 +60,7 @@ TEST(ErrorText, AServersOwnLastWordsAreKeptInBoundsAndHarmless)
 
 TEST(ErrorText, AnErrorWithoutAReasonIsNamedByItsCode)
 {
-    EXPECT_EQ(errorText(Error("some.domain", -7, Dictionary {}), ColourMode::Off),
+    EXPECT_EQ(errorText(Error("some.domain", -7, Dictionary {}), {}),
         "tidewell: Error -7 in \"some.domain\".\n");
 }
 

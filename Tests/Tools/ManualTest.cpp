@@ -1,6 +1,6 @@
 #include "CommandLine/CommandTable.h"
 #include "Errors/ExitStatus.h"
-#include "Platform/FileHandle.h"
+#include "Platform/System/FileHandle.h"
 
 #include <gtest/gtest.h>
 

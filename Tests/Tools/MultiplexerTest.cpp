@@ -1,8 +1,11 @@
 #include "Devices/DeviceList.h"
-#include "Devices/MultiplexerConversation.h"
-#include "Devices/MultiplexerProbe.h"
-#include "Platform/FileHandle.h"
-#include "Platform/PropertyList.h"
+#include "Errors/Advice.h"
+#include "Multiplexer/MultiplexerClient.h"
+#include "Multiplexer/MultiplexerConversation.h"
+#include "Multiplexer/UsbBus.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/Values/PropertyList.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 
@@ -12,6 +15,11 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
 
 namespace tdw::cli {
 
@@ -81,7 +89,7 @@ TEST(MultiplexerReply, AnythingElseIsRefusedAtOnce)
         reply.append(bytes);
         EXPECT_EQ(reply.state(), MultiplexerReply::State::Malformed);
     }
-    EXPECT_FALSE(isDeviceList({ { "Number", 0 } }));
+    EXPECT_EQ(udidsIn({ { "Number", 0 } }), std::nullopt);
 }
 
 TEST(MultiplexerReply, APairRecordCountsOnlyWhereTheDeviceLibrariesCanUseIt)
@@ -111,7 +119,7 @@ public:
         EXPECT_EQ(
             bind(m_socket.descriptor(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         if (listening == Listening::Yes) {
-            EXPECT_EQ(listen(m_socket.descriptor(), 1), 0);
+            EXPECT_EQ(listen(m_socket.descriptor(), 0), 0);
         }
     }
     LocalListener(const LocalListener&) = delete;
@@ -123,7 +131,15 @@ public:
     }
 
     std::string path() const { return m_directory + "/socket"; }
-    const FileHandle& socket() const { return m_socket; }
+
+    /// Reads a request and answers it.
+    void serve(const Value& reply) const
+    {
+        const FileHandle connection(accept4(m_socket.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
+        char request[4096];
+        EXPECT_GT(read(connection.descriptor(), request, sizeof request), 0);
+        EXPECT_TRUE(writeToDescriptor(connection.descriptor(), framed(reply)));
+    }
 
 private:
     std::string m_directory = testing::TempDir() + "muxXXXXXX";
@@ -132,17 +148,86 @@ private:
 
 MultiplexerState stateOf(const std::string& path)
 {
-    return probeMultiplexer({ .path = path }, 100ms).state;
+    EventLoop loop = *EventLoop::create();
+    MultiplexerClient client(loop, { .path = path }, 100ms);
+    return waitFor<MultiplexerReport>(loop, [&](auto handler) {
+        client.probe(std::move(handler));
+    }).state;
 }
 
-TEST(MultiplexerProbe, TellsWhatIsWrongWithTheSocket)
+TEST(MultiplexerClient, TellsWhatIsWrongWithTheSocket)
 {
     EXPECT_EQ(stateOf("/nonexistent/usbmuxd"), MultiplexerState::Absent);
     EXPECT_EQ(stateOf(std::string(200, 'x')), MultiplexerState::Unreachable);
     EXPECT_EQ(stateOf(LocalListener(LocalListener::Listening::No).path()),
-        MultiplexerState::NobodyListens);
+        MultiplexerState::NotListening);
     EXPECT_EQ(
         stateOf(LocalListener(LocalListener::Listening::Yes).path()), MultiplexerState::Silent);
+}
+
+TEST(MultiplexerClient, AFullQueueIsWaitedFor)
+{
+    const Value list = Dictionary { { "DeviceList",
+        Array { Dictionary { { "Properties", Dictionary { { "SerialNumber", "00AB-1" } } } } } } };
+    const LocalListener listener(LocalListener::Listening::Yes);
+    EventLoop loop = *EventLoop::create();
+    MultiplexerClient client(loop, { .path = listener.path() }, 20s);
+    std::vector<Result<std::vector<std::string>>> answers;
+    constexpr std::size_t kCount = 8; // One has room in the queue.
+    for (std::size_t i = 0; i < kCount; ++i)
+        client.listDevices([&](auto udids) { answers.push_back(std::move(udids)); });
+    std::thread server([&] {
+        for (std::size_t i = 0; i < kCount; ++i)
+            listener.serve(list);
+    });
+    loop.runUntil([&] { return answers.size() == kCount; });
+    server.join();
+    for (const auto& answer : answers)
+        EXPECT_THAT(*answer, testing::ElementsAre("00AB-1"));
+}
+
+TEST(MultiplexerError, AdvisesByWhatThereIs)
+{
+    const MultiplexerReport own { { .path = "/var/run/usbmuxd" }, MultiplexerState::NotListening };
+    const MultiplexerReport other { { .path = "/x", .isFromEnvironment = true },
+        MultiplexerState::Absent };
+    const struct {
+        MultiplexerReport report;
+        MultiplexerSurroundings surroundings;
+        const char* advice;
+    } rows[] = {
+        { own, { .isInstalled = true, .isDeviceOnCable = false }, "Connect a device" },
+        { own, { .isInstalled = true, .isDeviceOnCable = true }, "systemctl start usbmuxd" },
+        { own, { .isInstalled = false, .isDeviceOnCable = true }, "apt install usbmuxd" },
+        { other, { .isInstalled = false, .isDeviceOnCable = true }, "USBMUXD_SOCKET_ADDRESS" },
+    };
+    for (const auto& row : rows)
+        EXPECT_THAT(adviceFor(multiplexerError(row.report, std::nullopt, row.surroundings)),
+            testing::HasSubstr(row.advice));
+}
+
+TEST(UsbBus, HasThePhonesOnTheCableAndNothingElse)
+{
+    const TemporaryDirectory sysfs;
+    const auto add = [&](const std::string& name, const std::string& vendor,
+                         const std::string& product, const std::string& serial) {
+        const auto device = sysfs.path() / "bus/usb/devices" / name;
+        std::filesystem::create_directories(device);
+        std::ofstream(device / "idVendor") << vendor << "\n";
+        std::ofstream(device / "idProduct") << product << "\n";
+        if (!serial.empty())
+            std::ofstream(device / "serial") << serial << "\n";
+    };
+    add("1-1", "05ac", "12a8", "0000813000FACADE0010001C");
+    add("1-2", "05ac", "0221", "keyboard");
+    add("1-3", "18d1", "12a8", "other");
+    add("1-4", "05ac", "12ab", std::string(40, 'f') + std::string(1, '\0') + "rest");
+    EXPECT_THAT(devicesOnUsbBus(sysfs.path()),
+        testing::UnorderedElementsAre("00008130-00FACADE0010001C", std::string(40, 'f')));
+    EXPECT_THAT(devicesOnUsbBus("/nonexistent"), testing::IsEmpty());
+    EXPECT_THAT(
+        missingFromList({ "A", "", "B" }, [](const std::string& udid) { return udid == "A"; }),
+        testing::ElementsAre("B"));
 }
 
 TEST(DeviceList, BothWaysToADeviceBecomeOneDevice)

@@ -1,5 +1,5 @@
-#include "Pictures/TerminalGraphics.h"
-#include "Pictures/TerminalPicture.h"
+#include "Terminal/TerminalGraphics.h"
+#include "Terminal/TerminalPicture.h"
 
 #include <gmock/gmock.h>
 

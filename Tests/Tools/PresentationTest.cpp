@@ -1,10 +1,10 @@
 #include "Interfaces/TDWResponse.h"
-#include "Output/Colour.h"
-#include "Output/Encoding.h"
-#include "Output/Json.h"
-#include "Output/Table.h"
-#include "Output/TextWidth.h"
-#include "Platform/Error.h"
+#include "Platform/Values/Error.h"
+#include "Terminal/Colour.h"
+#include "Terminal/Encoding.h"
+#include "Terminal/Table.h"
+#include "Terminal/TextWidth.h"
+#include "Text/Json.h"
 
 #include <gmock/gmock.h>
 
@@ -37,7 +37,10 @@ TEST(Table, DeviceTextCannotActOnTheTerminal)
 {
     Table table;
     table.addRow({ { "a\x1b[31m\nb" }, { "\u202Ec", Colour::Green } });
-    EXPECT_EQ(table.text(ColourMode::On), "a\\u001b[31m\\nb  \x1b[32m\\u202ec\x1b[0m\n");
+    table.addRow({ { "\u2028\u200b\ufeff" }, { "\U000E0041" } });
+    EXPECT_EQ(table.text(ColourMode::On),
+        "a\\u001b[31m\\nb      \x1b[32m\\u202ec\x1b[0m\n"
+        "\\u2028\\u200b\\ufeff  \\u{e0041}\n");
 }
 
 TEST(Colour, IsForTerminalsOfUsersWhoDidNotRefuse)

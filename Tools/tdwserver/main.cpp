@@ -8,6 +8,7 @@
 #include "Server/TDWPairingServer.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/TDWWallpaperServer.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,9 +17,6 @@
 #include <string_view>
 
 namespace {
-
-/// What the host tells apart from a server's own status.
-enum class ToolStatus : int { NoName = 111, UnknownName = 123 };
 
 struct EntryPoint {
     TDWServer name;
@@ -70,10 +68,10 @@ int main(int argc, char** argv)
 {
     const char* name = TDWServerName();
     if (!name)
-        return static_cast<int>(ToolStatus::NoName);
+        return tdw::kServerWithoutNameStatus;
     const EntryPoint entryPoint = entryPointNamed(name);
     if (!entryPoint.main)
-        return static_cast<int>(ToolStatus::UnknownName);
+        return tdw::kUnknownServerNameStatus;
     occupyStandardStreams();
     return entryPoint.main(argc, argv);
 }

@@ -1,11 +1,13 @@
 #include "Commands/Commands.h"
-#include "Platform/FileHandle.h"
+#include "Platform/System/FileHandle.h"
+#include "Usb/MuxDaemon.h"
 
 #include <CLI/CLI.hpp>
 #include <unistd.h>
 
 #include <csignal>
 
+using tdw::Result;
 using namespace tdw::simulator;
 
 namespace {
@@ -13,6 +15,8 @@ namespace {
 /// Statuses of the simulator's own failures; `run` otherwise ends with its command's.
 constexpr int kFailure = 1;
 constexpr int kUsageFailure = 2;
+
+constexpr const char* kDaemon = "/usr/sbin/usbmuxd";
 
 void print(int descriptor, const std::string& text)
 {
@@ -33,6 +37,14 @@ void addScenarioOptions(CLI::App& command, ScenarioOptions& options)
             "scenario says or the device library wants")
         ->type_name("LAYOUT")
         ->transform(CLI::Transformer(layouts));
+    command.add_flag_callback(
+        "--usb", [&options] { options.daemon = options.daemon.value_or(kDaemon); },
+        "Put the system's own multiplexer daemon before the devices, which are on a virtual bus "
+        "then; devices on the network are not shown");
+    command
+        .add_option("--daemon", options.daemon,
+            "The daemon's executable, instead of " + std::string(kDaemon) + "; implies --usb")
+        ->type_name("FILE");
 }
 
 } // namespace
@@ -68,6 +80,12 @@ int main(int argumentCount, char** arguments)
     control->add_option("REQUEST", words, "A command and its name=value arguments, or JSON")
         ->required();
 
+    // How `--usb` starts the daemon, and nobody else.
+    std::string daemon;
+    CLI::App* become = app.add_subcommand("become-daemon")->group("");
+    become->add_option("DIRECTORY", directory)->required();
+    become->add_option("PROGRAM", daemon)->required();
+
     try {
         app.parse(argumentCount, arguments);
     } catch (const CLI::Success& success) {
@@ -77,9 +95,10 @@ int main(int argumentCount, char** arguments)
         return kUsageFailure;
     }
 
-    const auto status = *run ? runCommand(options, words)
-        : *serve             ? serveCommand(options, directory)
-                             : controlCommand(socket, words);
+    const auto status = *become ? Result<int>(becomeMuxDaemon(directory, daemon))
+        : *run                  ? runCommand(options, words)
+        : *serve                ? serveCommand(options, directory)
+                                : controlCommand(socket, words);
     if (!status) {
         print(STDERR_FILENO, "tdwsimulator: " + status.error().failureReason() + "\n");
         return kFailure;

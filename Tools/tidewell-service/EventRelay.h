@@ -1,104 +1,83 @@
 #pragma once
 
-#include "DevicePresence.h"
-#include "Host/StreamingServerRun.h"
-#include "Platform/Bundle.h"
-#include "Platform/Log.h"
-#include "Platform/Queue.h"
+#include "Host/EventStreamRun.h"
+#include "Platform/Queues/Queue.h"
+#include "Platform/System/Bundle.h"
+#include "Platform/System/Log.h"
+#include "RelayPolicy.h"
+#include "ServerThread.h"
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
-#include <string>
 
 namespace tdw::service {
 
-/// One events server for all subscribers.
-///
-///      no subscriber ──subscribe──> starting ──first line, or quiet──> streaming
-///            ^                         ^  │ ends                          │ ends
-///            │                         │  └─> subscribers that wait       │
-///            │                         │      get the error               │
-///            └── last one leaves ──────┴────────── pause <────────────────┘
-///
-/// A subscription has succeeded once the events server has: it ends at once where it cannot
-/// subscribe, and says nothing where it can and there are no devices. An events server that ends is
-/// started again after a pause, which grows as long as it does not live; what came and went
-/// meanwhile reaches the subscribers as if it happened then.
+/// One events server for all subscribers: does what `RelayPolicy` decides.
 ///
 /// Belongs to a serial queue: all functions are called there, and all handlers are.
 class EventRelay : public std::enable_shared_from_this<EventRelay> {
 public:
-    using LineHandler = std::function<void(const std::string&)>;
+    using EventHandler = std::function<void(const DeviceEvent&)>;
     using ReplyHandler = std::function<void(const std::optional<Error>&)>;
 
     /// Asks for the devices that are there now; none where that cannot be told.
     using ListDevices
         = std::function<void(std::function<void(std::optional<std::set<DevicePath>>)>)>;
 
-    /// Quiet that long after its start, an events server has subscribed.
-    static constexpr std::chrono::milliseconds kQuietStart { 250 };
-    static constexpr std::chrono::milliseconds kShortestPause { 100 };
-    static constexpr std::chrono::milliseconds kLongestPause { 10000 };
-    /// An events server that lived that long is no reason to wait longer the next time.
-    static constexpr std::chrono::seconds kGoodLife { 10 };
-
-    EventRelay(Queue queue, Bundle bundle, ListDevices listDevices);
+    EventRelay(
+        Queue queue, Bundle bundle, std::shared_ptr<ServerThread> servers, ListDevices listDevices);
 
     /// @param identifier of the subscriber; one that subscribes again replaces what it had
     /// @param reply called once
-    void subscribe(std::uint64_t identifier, LineHandler lines, ReplyHandler reply);
+    void subscribe(std::uint64_t identifier, EventHandler events, ReplyHandler reply);
     void unsubscribe(std::uint64_t identifier);
+    std::size_t subscriberCount() const { return m_policy.subscriberCount(); }
+    bool isSubscribed(std::uint64_t identifier) const { return m_policy.isSubscribed(identifier); }
 
     /// Forgets all subscribers and kills the events server.
-    /// @param done called when it is gone, so that nobody else has to clean up after it
+    /// @param done called when it is gone, so that nothing is left to be cleaned up
     void stop(std::function<void()> done);
 
 private:
-    enum class State { Stopped, Starting, Streaming, Pausing };
-    using Clock = std::chrono::steady_clock;
-
     struct Subscriber {
-        LineHandler lines;
+        EventHandler events;
         /// Null once it has been called.
         ReplyHandler reply;
     };
 
-    void start();
-    void started();
-    void received(const std::string& line);
-    void ended(const std::optional<Error>& error);
-    void pause();
+    void take(const RelayPolicy::Actions& actions);
+    void perform(RelayPolicy::StartServer action);
+    void perform(RelayPolicy::EndServer action);
+    void perform(const RelayPolicy::SetTimer& action);
+    void perform(RelayPolicy::CancelTimer action);
+    void perform(const RelayPolicy::Reply& action);
+    void perform(const RelayPolicy::Tell& action);
+    void perform(RelayPolicy::ListDevices action);
+
+    void started(std::uint64_t generation, Result<std::shared_ptr<EventStreamRun>> run);
+    void ended(std::uint64_t generation, const std::optional<Error>& error);
     void endServer(int signalNumber);
-    void endWork();
-    void failWaiting(const Error& error);
-    void welcome(Subscriber& subscriber);
-    void confirmDevices();
-    void tell(const DevicePresence::Lines& lines) const;
-    void after(std::chrono::milliseconds delay, void (EventRelay::*action)());
 
     const Queue m_queue;
-    const Queue m_waitQueue = Queue::serial("TDWEventsServer");
     const Bundle m_bundle;
+    const std::shared_ptr<ServerThread> m_servers;
     const ListDevices m_listDevices;
     const Log m_log;
 
-    State m_state = State::Stopped;
+    RelayPolicy m_policy;
     std::map<std::uint64_t, Subscriber> m_subscribers;
-    DevicePresence m_presence;
-    std::shared_ptr<StreamingServerRun> m_run;
-    /// Events servers that have not ended, those that were told to among them.
-    std::size_t m_living = 0;
-    std::function<void()> m_whenNoneLives;
+    std::shared_ptr<EventStreamRun> m_run;
     /// Which events server the handlers belong to; those of an earlier one count no more.
     std::uint64_t m_generation = 0;
+    /// Events servers that have not ended, those that were told to among them.
+    std::size_t m_living = 0;
+    int m_lastSignal = 0;
+    std::function<void()> m_whenNoneLives;
     WorkItem m_timer;
-    Clock::time_point m_startTime {};
-    std::chrono::milliseconds m_pause = kShortestPause;
 };
 
 } // namespace tdw::service

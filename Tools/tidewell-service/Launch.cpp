@@ -1,8 +1,9 @@
 #include "Launch.h"
 
-#include "Platform/LocalSocket.h"
-#include "Platform/Process.h"
-#include "Platform/ServiceStart.h"
+#include "CleanStart.h"
+#include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/LocalSocket.h"
+#include "Platform/System/Process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -46,10 +47,13 @@ bool waitForByte(const FileHandle& reader, std::chrono::milliseconds bound)
 Result<void> launchInBackground()
 {
     Pipe readiness = TDW_TRY(Pipe::create());
+    resetInheritedLimits();
     LaunchOptions launch;
     launch.executable = "/proc/self/exe";
     launch.programName = "tidewell-service";
     launch.arguments = { "--on-demand" };
+    launch.environment = cleanEnvironment();
+    launch.hasOnlyThatEnvironment = true;
     launch.standardOutput = readiness.writer.descriptor();
     Process service = TDW_TRY(Process::launch(launch));
     readiness.writer.close();

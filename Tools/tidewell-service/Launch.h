@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/FileHandle.h"
-#include "Platform/Result.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/Values/Result.h"
 
 #include <filesystem>
 

@@ -5,8 +5,10 @@
 #include "Interfaces/TDWResponse.h"
 #include "Interfaces/TDWServer.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <optional>
 #include <utility>
@@ -15,15 +17,26 @@ namespace tdw::service {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr double kLongestTimeoutSeconds = 3600;
+
+/// After the system had nothing left for a server, before the next try.
+constexpr auto kExhaustionPause = 100ms;
 
 /// The servers that answer with one envelope. The events server is no request.
 bool isRequestServer(const std::string& name)
 {
-    const TDWServer servers[] = { kTidewellServerList, kTidewellServerInfo, kTidewellServerConfig,
-        kTidewellServerBattery, kTidewellServerCompanion, kTidewellServerCompanionBattery,
-        kTidewellServerWallpaper, kTidewellServerPairing, kTidewellServerTest };
-    return std::ranges::find(servers, name) != std::end(servers);
+    const TDWServerDescription* server = TDWServerNamed(name);
+    return server && server->kind != TDWServerKind::Stream;
+}
+
+std::size_t bytesOf(const std::vector<std::string>& arguments)
+{
+    std::size_t bytes = 0;
+    for (const std::string& argument : arguments)
+        bytes += argument.size() + 1;
+    return bytes;
 }
 
 /// Why a request cannot be carried out at all.
@@ -36,6 +49,11 @@ std::optional<Error> refusal(const Requests::Request& request)
         return TDWErrorCreateWithMessage("A request cannot take "
                 + Value(request.timeoutSeconds).debugDescription() + " seconds.",
             1);
+    if (const std::size_t bytes = bytesOf(request.arguments); bytes > Requests::kLongestArguments)
+        return TDWErrorCreateWithMessage("A request cannot have " + std::to_string(bytes)
+                + " bytes of arguments; at most " + std::to_string(Requests::kLongestArguments)
+                + " are taken.",
+            1);
     return std::nullopt;
 }
 
@@ -45,34 +63,40 @@ std::chrono::milliseconds bound(double timeoutSeconds)
     return std::chrono::ceil<std::chrono::milliseconds>(timeout) + Requests::kGrace;
 }
 
+bool meansExhaustion(const Error& error)
+{
+    return error.domain() == kPosixErrorDomain
+        && (error.code() == EMFILE || error.code() == ENFILE || error.code() == EAGAIN
+            || error.code() == ENOMEM);
+}
+
 Value envelopeOf(const std::string& server, const Result<ServerRunOutcome>& outcome)
 {
     if (!outcome)
         return TDWClientErrorResponse(outcome.error());
     // As the server itself says when its own clock ends it.
     if (outcome->timedOut)
-        return TDWClientErrorResponse(TDWErrorCreateWithMessage("Server timeout.", 1));
-    return envelopeOfRun(server, outcome->output, outcome->termination.status,
-        [&] { return outcome->standardError; });
+        return TDWClientErrorResponse(serverTimeoutError());
+    return envelopeOfRun(
+        server, outcome->output, outcome->termination, [&] { return outcome->standardError; });
+}
+
+std::string millisecondsText(std::chrono::steady_clock::duration duration)
+{
+    return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count())
+        + " ms";
 }
 
 } // namespace
 
-Result<Requests> Requests::create(Queue queue, Bundle bundle, std::function<void()> changed)
-{
-    auto runner = std::make_shared<ServerRunner>(TDW_TRY(ServerRunner::create()));
-    auto state = std::make_shared<State>(State { .queue = std::move(queue),
-        .bundle = std::move(bundle),
-        .changed = std::move(changed),
-        .waiting = {},
-        .running = 0,
-        .runner = runner });
-    return Requests(std::move(state), std::move(runner));
-}
-
-Requests::Requests(std::shared_ptr<State> state, std::shared_ptr<ServerRunner> runner)
-    : m_state(std::move(state))
-    , m_runner(std::move(runner))
+Requests::Requests(Queue queue, Bundle bundle, std::shared_ptr<ServerThread> servers,
+    std::size_t runs, std::function<void()> changed)
+    : m_queue(std::move(queue))
+    , m_bundle(std::move(bundle))
+    , m_servers(std::move(servers))
+    , m_changed(std::move(changed))
+    , m_log(std::string(kTidewellErrorDomain), "Requests")
+    , m_schedule(runs)
 {
 }
 
@@ -80,50 +104,117 @@ void Requests::add(Request request)
 {
     if (const auto error = refusal(request))
         return request.reply(TDWClientErrorResponse(*error));
-    m_state->waiting.push_back(std::move(request));
-    startWaiting(m_state);
+    const std::size_t bytes = bytesOf(request.arguments);
+    if (m_argumentBytes + bytes > kLongestWaiting)
+        return request.reply(TDWClientErrorResponse(TDWErrorCreateWithMessage(
+            "Too many requests wait in the service; ask again when some are done.", 1)));
+    const auto now = Clock::now();
+    const auto deadline = now + bound(request.timeoutSeconds);
+    const Ticket ticket = ++m_lastTicket;
+    m_schedule.add(request.client, ticket, deadline);
+    m_pending.emplace(ticket, Pending { std::move(request), now, deadline, bytes });
+    m_argumentBytes += bytes;
+    startWaiting();
 }
 
-void Requests::startWaiting(const std::shared_ptr<State>& state)
+void Requests::clientLeft(RequestSchedule::Client client)
 {
-    while (state->running < kMaximumRuns && !state->waiting.empty()) {
-        Request request = std::move(state->waiting.front());
-        state->waiting.pop_front();
-        if (request.isWanted())
-            start(state, std::move(request));
+    drop(m_schedule.removeClient(client));
+}
+
+void Requests::drop(const std::vector<Ticket>& tickets)
+{
+    for (const Ticket ticket : tickets) {
+        m_argumentBytes -= m_pending.at(ticket).argumentBytes;
+        m_pending.erase(ticket);
     }
 }
 
-void Requests::start(const std::shared_ptr<State>& state, Request request)
+void Requests::startWaiting()
 {
-    const auto runner = state->runner.lock();
-    std::optional<Error> error;
-    auto executable = TDWValidateServerExecutable(request.server, state->bundle, error);
-    if (!executable)
-        return request.reply(TDWClientErrorResponse(*error));
-    if (!runner)
-        return;
+    while (!m_isExhausted) {
+        const auto ticket = m_schedule.next();
+        if (!ticket)
+            break;
+        start(*ticket);
+    }
+    setTimer();
+}
 
+void Requests::start(Ticket ticket)
+{
+    const Pending& pending = m_pending.at(ticket);
+    const Request& request = pending.request;
+    std::optional<Error> error;
+    auto executable = TDWValidateServerExecutable(request.server, m_bundle, error);
+    if (!executable) {
+        m_schedule.ended(request.client);
+        return answer(ticket, TDWClientErrorResponse(*error));
+    }
     ServerRunOptions options;
     options.executable = *std::move(executable);
     options.serverName = request.server;
     options.arguments = request.arguments;
-    options.timeout = bound(request.timeoutSeconds);
-    ++state->running;
-    runner->start(std::move(options),
-        [state, request = std::move(request)](Result<ServerRunOutcome> outcome) {
-            auto shared = std::make_shared<Result<ServerRunOutcome>>(std::move(outcome));
-            state->queue.async([state, request, shared] { finish(state, request, *shared); });
+    options.timeout = std::chrono::ceil<std::chrono::milliseconds>(
+        std::max<Clock::duration>(pending.deadline - Clock::now(), {}));
+    m_servers->start(
+        std::move(options), [self = shared_from_this(), ticket](Result<ServerRunOutcome> outcome) {
+            const auto shared = std::make_shared<Result<ServerRunOutcome>>(std::move(outcome));
+            self->m_queue.async([self, ticket, shared] {
+                self->ended(ticket, std::move(*shared));
+                self->startWaiting();
+                self->m_changed();
+            });
         });
 }
 
-void Requests::finish(const std::shared_ptr<State>& state, const Request& request,
-    const Result<ServerRunOutcome>& outcome)
+void Requests::ended(Ticket ticket, Result<ServerRunOutcome> outcome)
 {
-    --state->running;
-    request.reply(envelopeOf(request.server, outcome));
-    startWaiting(state);
-    state->changed();
+    const Pending& pending = m_pending.at(ticket);
+    const RequestSchedule::Client client = pending.request.client;
+    // What another server holds now is free in a moment, and the request has its time to wait.
+    m_isExhausted = !outcome && meansExhaustion(outcome.error());
+    if (m_isExhausted && Clock::now() + kExhaustionPause < pending.deadline)
+        return m_schedule.putBack(client, ticket, pending.deadline);
+    m_isExhausted = false;
+    m_schedule.ended(client);
+    answer(ticket, envelopeOf(pending.request.server, outcome));
+}
+
+void Requests::answer(Ticket ticket, const Value& envelope)
+{
+    const Pending pending = std::move(m_pending.at(ticket));
+    drop({ ticket });
+    m_log.debug(pending.request.server + " for client " + std::to_string(pending.request.client)
+        + ": answered after " + millisecondsText(Clock::now() - pending.start));
+    pending.request.reply(envelope);
+}
+
+void Requests::answerLate()
+{
+    for (const Ticket ticket : m_schedule.removeLate(Clock::now()))
+        answer(ticket, TDWClientErrorResponse(serverTimeoutError()));
+}
+
+void Requests::setTimer()
+{
+    m_timer.cancel();
+    const auto now = Clock::now();
+    auto next = m_schedule.earliestDeadline();
+    if (!next)
+        return;
+    if (m_isExhausted)
+        next = std::min(*next, now + kExhaustionPause);
+    m_timer = WorkItem([weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self)
+            return;
+        self->m_isExhausted = false;
+        self->answerLate();
+        self->startWaiting();
+        self->m_changed();
+    });
+    m_queue.after(*next - now, m_timer);
 }
 
 } // namespace tdw::service

@@ -1,6 +1,7 @@
 #include "ResourceWatch.h"
 
-#include <sys/resource.h>
+#include "Platform/System/DescriptorLimit.h"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,6 +23,8 @@ std::size_t openDescriptors()
     return count;
 }
 
+} // namespace
+
 std::size_t residentBytes()
 {
     struct Close {
@@ -36,27 +39,23 @@ std::size_t residentBytes()
     return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-} // namespace
-
 ResourceWatch::ResourceWatch()
 {
-    rlimit limit {};
-    (void)::getrlimit(RLIMIT_NOFILE, &limit);
     // Three quarters, so that there is room left to be told of it.
-    m_maximumDescriptors = static_cast<std::size_t>(limit.rlim_cur / 4 * 3);
+    m_maximumDescriptors = descriptorLimit() / 4 * 3;
 }
 
 std::optional<std::int64_t> ResourceWatch::uptimeAtLimit()
 {
     const auto now = Clock::now();
-    if (m_hasReported || now - m_lastLook < kInterval)
+    if (m_hasReported || (!m_isFull && now - m_lastLook < kInterval))
         return std::nullopt;
     m_lastLook = now;
-    m_hasReported
-        = openDescriptors() > m_maximumDescriptors || residentBytes() > kMaximumResidentBytes;
+    m_hasReported = m_isFull || openDescriptors() > m_maximumDescriptors
+        || residentBytes() > kMaximumResidentBytes;
     if (!m_hasReported)
         return std::nullopt;
-    return std::chrono::duration_cast<std::chrono::seconds>(now - m_start).count();
+    return uptime().count();
 }
 
 } // namespace tdw::service

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -11,12 +12,20 @@ namespace tdw::service {
 class ResourceWatch {
 public:
     static constexpr std::chrono::seconds kInterval { 1 };
-    static constexpr std::size_t kMaximumResidentBytes = std::size_t { 256 } << 20;
+    static constexpr std::size_t kMaximumResidentBytes = std::size_t { 128 } << 20;
 
     ResourceWatch();
 
     /// The uptime in seconds, at the first call that finds a limit reached.
     std::optional<std::int64_t> uptimeAtLimit();
+
+    /// There is no room for another client: a limit, too. The next look reports it.
+    void becameFull() { m_isFull = true; }
+
+    std::chrono::seconds uptime() const
+    {
+        return std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_start);
+    }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -24,7 +33,11 @@ private:
     const Clock::time_point m_start = Clock::now();
     Clock::time_point m_lastLook = m_start - kInterval;
     std::size_t m_maximumDescriptors = 0;
+    bool m_isFull = false;
     bool m_hasReported = false;
 };
+
+/// What the process holds of the machine's memory.
+std::size_t residentBytes();
 
 } // namespace tdw::service

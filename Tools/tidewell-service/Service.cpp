@@ -1,8 +1,8 @@
 #include "Service.h"
 
-#include "Interfaces/TDWDeviceList.h"
-#include "Interfaces/TDWResponse.h"
 #include "Interfaces/TDWServer.h"
+#include "Interfaces/TidewellVersion.h"
+#include "Platform/System/DescriptorLimit.h"
 #include "Session.h"
 #include "Support/TDWErrorHelpers.h"
 
@@ -10,8 +10,10 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <utility>
 
 namespace tdw::service {
@@ -20,47 +22,46 @@ namespace {
 
 constexpr double kListTimeoutSeconds = 10;
 
-std::optional<std::set<DevicePath>> devicesIn(const Value& envelope)
-{
-    std::optional<Error> error;
-    const auto payload = TDWResponseUnwrap(envelope, error);
-    const Dictionary* dictionary = payload ? payload->asDictionary() : nullptr;
-    const Value* list = dictionary ? dictionary->find(kTDWDevicesKey) : nullptr;
-    if (!list || !list->asArray())
-        return std::nullopt;
-    std::set<DevicePath> devices;
-    for (const Value& item : *list->asArray()) {
-        const Dictionary* device = item.asDictionary();
-        const Value* udid = device ? device->find(kTDWDeviceListItemUDID) : nullptr;
-        const Value* connection = device ? device->find(kTDWDeviceListItemConnection) : nullptr;
-        if (udid && udid->asString() && connection && connection->asInt64())
-            devices.emplace(static_cast<int>(*connection->asInt64()), *udid->asString());
-    }
-    return devices;
-}
+/// The service's own requests are those of a client that no session has.
+constexpr std::uint64_t kOwnRequests = 0;
+
+/// What the service holds without clients and requests: loops, listeners, the events server.
+constexpr std::size_t kOwnDescriptors = 32;
+
+/// Where libusbmuxd looks for the multiplexer where no variable says otherwise.
+constexpr const char* kUsualMultiplexer = "UNIX:/var/run/usbmuxd";
 
 } // namespace
 
 Result<std::shared_ptr<Service>> Service::create(Options options)
 {
-    const std::shared_ptr<Service> service(new Service(std::move(options)));
+    const std::shared_ptr<Service> service(
+        new Service(std::move(options), TDW_TRY(ServerThread::create())));
     const std::weak_ptr<Service> weak = service;
-    service->m_requests
-        = TDW_TRY(Requests::create(service->m_queue, service->m_options.bundle, [weak] {
-              if (const auto self = weak.lock())
-                  self->somethingChanged();
-          }));
+    // Half of what there is goes to servers, as far as they need it, and the rest to clients.
+    const std::size_t limit = descriptorLimit();
+    const std::size_t spare = limit - std::min(limit, kOwnDescriptors);
+    const std::size_t runs = std::clamp<std::size_t>(
+        spare / 2 / Requests::kDescriptorsForRun, 1, Requests::kMaximumRuns);
+    const std::size_t forRuns = runs * Requests::kDescriptorsForRun;
+    service->m_maximumSessions = std::max<std::size_t>(spare - std::min(spare, forRuns), 1);
+    service->m_requests = std::make_shared<Requests>(
+        service->m_queue, service->m_options.bundle, service->m_servers, runs, [weak] {
+            if (const auto self = weak.lock())
+                self->somethingChanged();
+        });
     service->m_events = std::make_shared<EventRelay>(service->m_queue, service->m_options.bundle,
-        [weak](std::function<void(std::optional<std::set<DevicePath>>)> reply) {
+        service->m_servers, [weak](std::function<void(std::optional<std::set<DevicePath>>)> reply) {
             if (const auto self = weak.lock())
                 self->listDevices(std::move(reply));
         });
     return service;
 }
 
-Service::Service(Options options)
+Service::Service(Options options, std::shared_ptr<ServerThread> servers)
     : m_options(std::move(options))
     , m_log(std::string(kTidewellErrorDomain), "Service")
+    , m_servers(std::move(servers))
 {
 }
 
@@ -92,8 +93,12 @@ Result<void> Service::watchPath(const std::filesystem::path& path)
 {
     m_directoryWatch = FileHandle(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     constexpr std::uint32_t kEvents = IN_DELETE | IN_MOVED_FROM | IN_DELETE_SELF | IN_ONLYDIR;
-    if (::inotify_add_watch(m_directoryWatch.descriptor(), path.parent_path().c_str(), kEvents) < 0)
-        return Error::posix(errno, "Cannot watch the directory " + path.parent_path().string());
+    if (!m_directoryWatch.isOpen()
+        || ::inotify_add_watch(m_directoryWatch.descriptor(), path.parent_path().c_str(), kEvents)
+            < 0) {
+        const int code = errno;
+        return Error::posix(code, "Cannot watch the directory " + path.parent_path().string());
+    }
     m_directorySource = TDW_TRY(ReadSource::create(m_directoryWatch.descriptor(), m_queue,
         { .event =
                 [this] {
@@ -109,19 +114,51 @@ Result<void> Service::watchPath(const std::filesystem::path& path)
 
 void Service::accepted(FileHandle socket)
 {
+    // Closed unread: the client sees that nothing was done, and goes to the next service.
+    if (m_isTerminating || !makeRoomForSession())
+        return;
     const std::uint64_t identifier = ++m_lastSession;
     auto connection = Connection::accepted(std::move(socket), m_queue);
     const auto session
         = std::make_shared<Session>(weak_from_this(), std::move(connection), identifier);
     m_sessions.emplace(identifier, session);
     session->activate();
+    m_log.debug("Client " + std::to_string(identifier) + " has come.");
     somethingChanged();
+}
+
+/// Where there is no descriptor for another client, the one that has been idle for the longest time
+/// loses its connection, which it makes again when it needs one.
+bool Service::makeRoomForSession()
+{
+    if (m_sessions.size() < m_maximumSessions)
+        return true;
+    m_resources.becameFull();
+    somethingChanged();
+    const std::shared_ptr<Session>* idlest = nullptr;
+    for (const auto& [identifier, session] : m_sessions) {
+        if (!m_requests->isBusy(identifier) && !m_events->isSubscribed(identifier)
+            && (!idlest || session->lastMessage() < (*idlest)->lastMessage()))
+            idlest = &session;
+    }
+    if (!idlest) {
+        m_log.error("A client is refused: all " + std::to_string(m_sessions.size())
+            + " places are taken by clients that wait for something.");
+        return false;
+    }
+    const std::shared_ptr<Session> session = *idlest;
+    session->end();
+    sessionEnded(session->identifier());
+    return true;
 }
 
 void Service::sessionEnded(std::uint64_t identifier)
 {
+    if (m_sessions.erase(identifier) == 0)
+        return;
+    m_log.debug("Client " + std::to_string(identifier) + " has gone.");
+    m_requests->clientLeft(identifier);
     m_events->unsubscribe(identifier);
-    m_sessions.erase(identifier);
     somethingChanged();
 }
 
@@ -138,16 +175,28 @@ Result<Endpoint> Service::endpoint()
     return *m_endpoint;
 }
 
+Value Service::status() const
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the service never changes its environment
+    const char* multiplexer = std::getenv("USBMUXD_SOCKET_ADDRESS");
+    return Dictionary { { "pid", std::int64_t { ::getpid() } },
+        { "uptime", std::int64_t { m_resources.uptime().count() } },
+        { "memory", static_cast<std::int64_t>(residentBytes()) },
+        { "multiplexer", multiplexer && *multiplexer ? multiplexer : kUsualMultiplexer },
+        { "requests", static_cast<std::int64_t>(m_requests->count()) },
+        { "subscribers", static_cast<std::int64_t>(m_events->subscriberCount()) },
+        { "version", TidewellVersionString } };
+}
+
 void Service::listDevices(std::function<void(std::optional<std::set<DevicePath>>)> reply)
 {
-    m_requests->add({ .server = std::string(kTidewellServerList),
+    m_requests->add({ .client = kOwnRequests,
+        .server = std::string(kTidewellServerList),
         .arguments = {},
         .timeoutSeconds = kListTimeoutSeconds,
-        .reply = [reply = std::move(reply)](const Value& envelope) { reply(devicesIn(envelope)); },
-        .isWanted =
-            [] {
-                return true;
-            } });
+        .reply = [reply = std::move(reply)](const Value& envelope) {
+            reply(devicesInList(envelope));
+        } });
 }
 
 bool Service::isIdle() const
@@ -198,8 +247,9 @@ void Service::terminate()
         return;
     m_listeners.clear();
     m_sessions.clear();
-    m_requests.reset();
-    m_events->stop(m_options.exit);
+    m_servers->endRequests([self = shared_from_this()] {
+        self->m_queue.async([self] { self->m_events->stop(self->m_options.exit); });
+    });
 }
 
 } // namespace tdw::service

@@ -1,14 +1,15 @@
 #pragma once
 
 #include "EventRelay.h"
-#include "Platform/Bundle.h"
-#include "Platform/Listener.h"
-#include "Platform/Log.h"
-#include "Platform/Queue.h"
-#include "Platform/Result.h"
-#include "Platform/Source.h"
+#include "Platform/Messages/Listener.h"
+#include "Platform/Queues/EventSource.h"
+#include "Platform/Queues/Queue.h"
+#include "Platform/System/Bundle.h"
+#include "Platform/System/Log.h"
+#include "Platform/Values/Result.h"
 #include "Requests.h"
 #include "ResourceWatch.h"
+#include "ServerThread.h"
 
 #include <chrono>
 #include <cstdint>
@@ -42,7 +43,7 @@ public:
         std::function<void()> exit;
     };
 
-    /// Errors: those of a runner.
+    /// Errors: `kPosixErrorDomain`; the system has no descriptor left for it.
     static Result<std::shared_ptr<Service>> create(Options options);
 
     /// Listens at a path, and goes away when the path does: nobody could find it any more.
@@ -57,11 +58,13 @@ public:
 
 private:
     friend class Session;
-    explicit Service(Options options);
+    Service(Options options, std::shared_ptr<ServerThread> servers);
 
     void accepted(FileHandle socket);
+    bool makeRoomForSession();
     void sessionEnded(std::uint64_t identifier);
     Result<Endpoint> endpoint();
+    Value status() const;
     Result<void> watchPath(const std::filesystem::path& path);
     void listDevices(std::function<void(std::optional<std::set<DevicePath>>)> reply);
 
@@ -72,9 +75,11 @@ private:
     const Options m_options;
     const Queue m_queue = Queue::main();
     const Log m_log;
-    std::optional<Requests> m_requests;
+    const std::shared_ptr<ServerThread> m_servers;
+    std::shared_ptr<Requests> m_requests;
     std::shared_ptr<EventRelay> m_events;
     ResourceWatch m_resources;
+    std::size_t m_maximumSessions = 0;
 
     FileHandle m_lock;
     std::vector<Listener> m_listeners;

@@ -20,8 +20,11 @@ void Session::activate()
     m_connection->activate({
         .message =
             [weak = weak_from_this()](const IncomingMessage& message) {
-                if (const auto self = weak.lock())
-                    dispatch(message, *self);
+                const auto self = weak.lock();
+                if (!self)
+                    return;
+                self->m_lastMessage = std::chrono::steady_clock::now();
+                dispatch(message, *self);
             },
         .interruption = {},
         .invalidation =
@@ -36,13 +39,11 @@ void Session::invokeServer(const std::string& server, const std::vector<std::str
     double timeout, std::function<void(const Value& response)> reply)
 {
     if (const auto service = m_service.lock())
-        service->m_requests->add({ .server = server,
+        service->m_requests->add({ .client = m_identifier,
+            .server = server,
             .arguments = arguments,
             .timeoutSeconds = timeout,
-            .reply = std::move(reply),
-            .isWanted = [weak = weak_from_this()] {
-                return !weak.expired();
-            } });
+            .reply = std::move(reply) });
 }
 
 void Session::subscribeToDeviceEvents(std::function<void(const std::optional<Error>&)> reply)
@@ -50,8 +51,8 @@ void Session::subscribeToDeviceEvents(std::function<void(const std::optional<Err
     if (const auto service = m_service.lock())
         service->m_events->subscribe(
             m_identifier,
-            [connection = m_connection](const std::string& line) {
-                ClientProxy(connection).serviceDidReceiveDeviceEvent(line);
+            [connection = m_connection](const DeviceEvent& event) {
+                ClientProxy(connection).serviceDidReceiveDeviceEvent(deviceEventText(event));
             },
             std::move(reply));
 }
@@ -72,6 +73,12 @@ void Session::getServiceConnectionEndpoint(std::function<void(const Endpoint&)> 
         reply(*endpoint);
     else
         service->m_log.error("Cannot make an endpoint: " + endpoint.error().debugDescription());
+}
+
+void Session::status(std::function<void(const Value& status)> reply)
+{
+    if (const auto service = m_service.lock())
+        reply(service->status());
 }
 
 } // namespace tdw::service

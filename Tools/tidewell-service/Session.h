@@ -2,8 +2,9 @@
 
 #include "Client/ServiceMessages.h"
 #include "Client/TidewellServiceProtocol.h"
-#include "Platform/Connection.h"
+#include "Platform/Messages/Connection.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
@@ -20,6 +21,14 @@ public:
     /// Begins to answer.
     void activate();
 
+    /// Drops the connection, which the client makes again when it needs one.
+    void end() { m_connection->invalidate(); }
+
+    std::uint64_t identifier() const { return m_identifier; }
+
+    /// When the client asked for something last; the earliest time there is for one that never did.
+    std::chrono::steady_clock::time_point lastMessage() const { return m_lastMessage; }
+
     ClientProxy client() const { return ClientProxy(m_connection); }
 
     void invokeServer(const std::string& server, const std::vector<std::string>& arguments,
@@ -27,11 +36,14 @@ public:
     void subscribeToDeviceEvents(std::function<void(const std::optional<Error>&)> reply) override;
     void terminate() override;
     void getServiceConnectionEndpoint(std::function<void(const Endpoint&)> reply) override;
+    void status(std::function<void(const Value& status)> reply) override;
 
 private:
     const std::weak_ptr<Service> m_service;
     const std::shared_ptr<Connection> m_connection;
     const std::uint64_t m_identifier;
+    std::chrono::steady_clock::time_point m_lastMessage
+        = std::chrono::steady_clock::time_point::min();
 };
 
 } // namespace tdw::service

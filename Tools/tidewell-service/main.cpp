@@ -1,15 +1,19 @@
 #include "Client/ServiceMessages.h"
 #include "Interfaces/TidewellVersion.h"
 #include "Launch.h"
-#include "Platform/RuntimeDirectory.h"
-#include "Platform/ServiceStart.h"
-#include "Platform/Text.h"
+#include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/DescriptorLimit.h"
+#include "Platform/System/Log.h"
+#include "Platform/System/RuntimeDirectory.h"
+#include "Platform/Values/Utf8.h"
 #include "Service.h"
 
 #include <systemd/sd-daemon.h>
 
 #include <fcntl.h>
 #include <getopt.h>
+#include <malloc.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -17,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <string>
 
@@ -31,12 +36,15 @@ constexpr std::chrono::seconds kDefaultIdleBound { 60 };
 constexpr int kUsageStatus = 64;
 
 constexpr const char* kHelp
-    = "Usage: tidewell-service [--on-demand] [--idle SECONDS]\n"
+    = "Usage: tidewell-service [--foreground] [--verbose] [--idle SECONDS]\n"
+      "       tidewell-service --on-demand [--idle SECONDS]\n"
       "       tidewell-service --launch\n"
       "\n"
       "Runs the requests of Tidewell's clients. There is no need to start it by hand:\n"
       "clients do, and so does systemd where its socket unit is enabled.\n"
       "\n"
+      "  --foreground    Stay in the foreground, the default where it is started by hand\n"
+      "  --verbose       Log each client, request and events server to standard error\n"
       "  --launch        Start it in the background, and end when it can be reached\n"
       "  --on-demand     Say on standard output when it can be reached, go to the\n"
       "                  background, and end when there is no client\n"
@@ -49,6 +57,8 @@ struct Arguments {
     enum class Action { Serve, Launch, Help, Version, Refuse };
     Action action = Action::Serve;
     bool isOnDemand = false;
+    bool isForeground = false;
+    bool isVerbose = false;
     std::optional<std::chrono::seconds> idleBound {};
 };
 
@@ -70,10 +80,20 @@ void say(const std::string& text)
 
 Arguments parse(int argc, char** argv)
 {
-    enum Option { Launch = 'l', OnDemand = 'd', Idle = 'i', Help = 'h', Version = 'v' };
+    enum Option {
+        Launch = 'l',
+        OnDemand = 'd',
+        Foreground = 'f',
+        Verbose = 'b',
+        Idle = 'i',
+        Help = 'h',
+        Version = 'v'
+    };
     const option options[] = {
         { "launch", no_argument, nullptr, Launch },
         { "on-demand", no_argument, nullptr, OnDemand },
+        { "foreground", no_argument, nullptr, Foreground },
+        { "verbose", no_argument, nullptr, Verbose },
         { "idle", required_argument, nullptr, Idle },
         { "help", no_argument, nullptr, Help },
         { "version", no_argument, nullptr, Version },
@@ -90,6 +110,12 @@ Arguments parse(int argc, char** argv)
             break;
         case OnDemand:
             arguments.isOnDemand = true;
+            break;
+        case Foreground:
+            arguments.isForeground = true;
+            break;
+        case Verbose:
+            arguments.isVerbose = true;
             break;
         case Idle:
             arguments.idleBound = secondsIn(optarg);
@@ -111,7 +137,45 @@ Arguments parse(int argc, char** argv)
         say("There is no argument \"" + tdw::withControlCharactersEscaped(argv[optind]) + "\"");
         return { .action = Action::Refuse };
     }
+    if (arguments.isOnDemand && (arguments.isForeground || arguments.isVerbose)) {
+        say("--on-demand goes to the background, without --foreground and --verbose");
+        return { .action = Action::Refuse };
+    }
     return arguments;
+}
+
+/// Ends the process where the system refuses what it cannot do without, instead of with a core.
+[[noreturn]] void endWithReason() noexcept
+{
+    const std::exception_ptr thrown = std::current_exception();
+    try {
+        if (thrown)
+            std::rethrow_exception(thrown);
+        say("The system refuses a thread");
+    } catch (const std::exception& error) {
+        say(std::string("Cannot go on: ") + error.what());
+    } catch (...) {
+        say("Cannot go on");
+    }
+    std::_Exit(EXIT_FAILURE);
+}
+
+/// What the whole process has from its start on.
+void setUpProcess(bool isVerbose)
+{
+    std::set_terminate(endWithReason);
+    // The name that `ps` shows; it would be that of the link the service was started through.
+    (void)::prctl(PR_SET_NAME, "tidewell-service");
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    // Whoever ignores it loses the statuses of the servers.
+    (void)std::signal(SIGCHLD, SIG_DFL);
+    tdw::raiseDescriptorLimit();
+    // Large messages go back to the system at once.
+    constexpr int kLargeBlock = 128 * 1024;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
+    (void)::mallopt(M_MMAP_THRESHOLD, kLargeBlock);
+    if (isVerbose)
+        tdw::Log::beVerbose();
 }
 
 /// The servers are installed beside this program.
@@ -155,7 +219,7 @@ Result<void> serve(const Arguments& arguments)
 {
     // First of all: it takes the variables away, which are not meant for the servers.
     const int inherited = sd_listen_fds(1);
-    (void)std::signal(SIGPIPE, SIG_IGN);
+    setUpProcess(arguments.isVerbose);
 
     const auto path = TDW_TRY(tdw::serviceSocketPath(tdw::tidewellService().name));
     std::optional<std::chrono::milliseconds> idleBound = arguments.idleBound;

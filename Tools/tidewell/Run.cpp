@@ -4,29 +4,47 @@
 #include "CommandLine/CommandTable.h"
 #include "CommandLine/Help.h"
 #include "Commands/Commands.h"
-#include "Errors/ErrorText.h"
 #include "Errors/ExitStatus.h"
 #include "Interfaces/TDWResponse.h"
 #include "Interfaces/TidewellVersion.h"
-#include "Output/Json.h"
-#include "Service/RunningService.h"
+#include "Requests/RunningService.h"
+#include "Text/ErrorText.h"
+#include "Text/Json.h"
+
+#include <memory>
 
 namespace tdw::cli {
 
 namespace {
+
+using Transport = DeviceRequests::Transport;
 
 Result<Arguments> parse(const std::vector<std::string>& texts)
 {
     return checkArguments(TDW_TRY(splitArguments(texts)));
 }
 
-/// A service that looks at another multiplexer than the caller does would give an answer that is
-/// right there and wrong here.
-Requests::Road roadFor(const Arguments& arguments)
+/// A service that looks at another multiplexer has other devices, and is passed over.
+/// Errors: `ExitStatus::ServiceUnavailable`, where one runs and does not answer
+Result<Transport> transportFor(const Arguments& arguments)
 {
-    const bool asksDevices = takesOption(*arguments.command, *findOption("--direct"));
-    const bool isDirect = arguments.has("--direct") || (asksDevices && serviceHasOtherDevices());
-    return isDirect ? Requests::Road::Direct : Requests::Road::Service;
+    if (arguments.has("--direct"))
+        return Transport::Direct;
+    if (!takesOption(*arguments.command, *findOption("--direct")))
+        return Transport::Service;
+    const auto running = TDW_TRY(findRunningService());
+    return running && hasOtherDevices(*running) ? Transport::Direct : Transport::Service;
+}
+
+Result<void> runCommand(const Arguments& arguments, const Console& console)
+{
+    const Transport transport = TDW_TRY(transportFor(arguments));
+    // Never destroyed: its end would wait for threads, of which one may be starting a service.
+    static DeviceRequests* const requests
+        = std::make_unique<DeviceRequests>(transport, TDW_TRY(EventLoop::create())).release();
+    auto result = arguments.command->function({ arguments, *requests, console });
+    requests->endServers();
+    return result;
 }
 
 Result<void> carryOut(const Arguments& arguments, const Console& console)
@@ -36,7 +54,7 @@ Result<void> carryOut(const Arguments& arguments, const Console& console)
     if (arguments.has("--help"))
         return console.print(
             arguments.command ? commandHelpText(*arguments.command) : overviewText());
-    return arguments.command->function({ arguments, Requests(roadFor(arguments)), console });
+    return runCommand(arguments, console);
 }
 
 } // namespace
@@ -48,14 +66,15 @@ int run(const std::vector<std::string>& texts, const Console& console)
     if (result)
         return static_cast<int>(ExitStatus::Success);
 
-    // A reader that has seen enough is not told that it has.
+    // A reader that has gone is not reported.
+    const auto status = exitStatusOf(result.error());
     if (!isClosedOutput(result.error())) {
-        const auto status = exitStatusOf(result.error());
         if (arguments && arguments->has("--json") && status != ExitStatus::OutputNotWritten)
             (void)console.print(jsonLine(TDWClientErrorResponse(result.error())));
-        console.say(errorText(result.error(), console.errorColours()));
+        const bool isVerbose = arguments && arguments->has("--verbose");
+        console.say(errorText(result.error(), { console.errorColours(), detailOf(isVerbose) }));
     }
-    return static_cast<int>(exitStatusOf(result.error()));
+    return static_cast<int>(status);
 }
 
 } // namespace tdw::cli

@@ -1,6 +1,6 @@
 #include "Errors/ExitStatus.h"
-#include "Output/Console.h"
 #include "Run.h"
+#include "Terminal/Console.h"
 
 #include <fcntl.h>
 #include <unistd.h>

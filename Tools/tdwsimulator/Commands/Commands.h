@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Model/Scenario.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <filesystem>
 #include <optional>
@@ -14,6 +14,7 @@ namespace tdw::simulator {
 struct ScenarioOptions {
     std::optional<std::string> file; ///< none: the household
     std::optional<AddressLayout> addressLayout; ///< none: as the scenario says
+    std::optional<std::filesystem::path> daemon; ///< the multiplexer daemon before the devices
 };
 
 /// Reads the scenario that the options name.

@@ -1,7 +1,7 @@
 #include "Commands/Commands.h"
 #include "Model/Json.h"
 #include "Model/SimulatorError.h"
-#include "Platform/LocalSocket.h"
+#include "Platform/System/LocalSocket.h"
 
 #include <unistd.h>
 

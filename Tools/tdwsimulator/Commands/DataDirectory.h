@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <filesystem>
 

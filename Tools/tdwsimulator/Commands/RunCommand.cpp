@@ -1,7 +1,7 @@
 #include "Commands/Commands.h"
 #include "Commands/Simulator.h"
 #include "Model/SimulatorError.h"
-#include "Platform/Process.h"
+#include "Platform/System/Process.h"
 
 #include <asio/posix/stream_descriptor.hpp>
 
@@ -149,7 +149,8 @@ Result<int> runCommand(const ScenarioOptions& options, const std::vector<std::st
     const auto runtime = directory.path() / "runtime";
     if (::mkdir(runtime.c_str(), 0700) != 0)
         return Error::posix(errno, "Cannot create " + runtime.string());
-    auto simulator = TDW_TRY(Simulator::create(scenario, directory.path()));
+    auto simulator = TDW_TRY(Simulator::create(scenario, directory.path(), options.daemon));
+    TDW_TRY(simulator->waitUntilAnnounced());
 
     LaunchOptions launch;
     launch.executable = TDW_TRY(executablePath(command.front()));

@@ -2,7 +2,7 @@
 #include "Commands/DataDirectory.h"
 #include "Commands/Simulator.h"
 #include "Model/SimulatorError.h"
-#include "Platform/FileHandle.h"
+#include "Platform/System/FileHandle.h"
 
 #include <asio/signal_set.hpp>
 
@@ -46,7 +46,8 @@ Result<int> serveCommand(const ScenarioOptions& options, const std::filesystem::
         return Error::posix(error.value(), "Cannot create " + directory.string());
     const auto absolute = std::filesystem::absolute(directory, error);
     const Scenario scenario = TDW_TRY(loadScenario(options));
-    auto simulator = TDW_TRY(Simulator::create(scenario, absolute));
+    auto simulator = TDW_TRY(Simulator::create(scenario, absolute, options.daemon));
+    TDW_TRY(simulator->waitUntilAnnounced());
     asio::signal_set signals(simulator->context());
     signals.add(SIGINT, error);
     signals.add(SIGTERM, error);

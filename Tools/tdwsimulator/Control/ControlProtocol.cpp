@@ -14,10 +14,18 @@ using Answer = ControlProtocol::Answer;
 Result<SimulatedDevice*> takeDevice(JsonObject& object, Simulation& simulation)
 {
     const std::string udid = TDW_TRY(object.requiredString("device"));
-    SimulatedDevice* device = simulation.device(udid);
-    if (device == nullptr)
-        return simulatorError(object.pathOf("device") + ": there is no device \"" + udid + "\"");
-    return device;
+    if (SimulatedDevice* device = simulation.device(udid))
+        return device;
+    std::vector<SimulatedDevice*> matches;
+    for (const auto& device : simulation.devices()) {
+        if (!udid.empty() && device->udid().starts_with(udid))
+            matches.push_back(device.get());
+    }
+    if (matches.size() == 1)
+        return matches.front();
+    const std::string_view problem = matches.empty() ? "there is no device" : "several devices are";
+    return simulatorError(
+        object.pathOf("device") + ": " + std::string(problem) + " \"" + udid + "\"");
 }
 
 Result<std::optional<ConnectionType>> takeConnection(JsonObject& object)
@@ -52,7 +60,7 @@ Result<Answer> list(JsonObject& object, Simulation& simulation)
         devices.push_back({ { "device", device->udid() }, { "name", device->text("DeviceName") },
             { "trust", kTrustNames[static_cast<std::size_t>(device->trust().trust())] },
             { "dialogShown", device->trust().isShown() },
-            { "pairRecord", simulation.pairRecords().find(device->udid()) != nullptr },
+            { "pairRecord", simulation.pairRecords().find(device->udid()).has_value() },
             { "attachments", std::move(attachments) },
             { "networkAddress", device->networkAddress } });
     }
@@ -91,7 +99,7 @@ Result<Answer> answerTrust(JsonObject& object, Simulation& simulation)
     TDW_TRY(object.requiredString("answer"));
     const auto word = TDW_TRY(object.word("answer", kAnswers));
     TDW_TRY(object.refuseOtherKeys());
-    device->trust().answer(static_cast<TrustDialog::Answer>(*word));
+    simulation.answerTrust(*device, static_cast<TrustDialog::Answer>(*word));
     return Answer(ControlProtocol::success());
 }
 

@@ -2,7 +2,7 @@
 
 #include "Device/Channel.h"
 #include "Model/SimulatorError.h"
-#include "Platform/LocalSocket.h"
+#include "Platform/System/LocalSocket.h"
 
 #include <asio/error.hpp>
 #include <asio/post.hpp>

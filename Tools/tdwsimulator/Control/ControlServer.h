@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Control/ControlProtocol.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>

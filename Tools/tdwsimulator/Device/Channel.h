@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Value.h"
+#include "Platform/Values/Data.h"
 
 #include <asio/generic/stream_protocol.hpp>
 

@@ -1,7 +1,5 @@
 #include "Device/CompanionProxyService.h"
 
-#include "Model/Lookup.h"
-
 namespace tdw::simulator {
 
 ServiceReply CompanionProxyService::handle(const Dictionary& request)
@@ -32,14 +30,14 @@ Dictionary CompanionProxyService::registry() const
 
 Dictionary CompanionProxyService::registryValue(const Dictionary& request) const
 {
-    const std::string* identifier = stringIn(request, "GetValueGizmoUDIDKey");
-    const std::string* key = stringIn(request, "GetValueKeyKey");
+    const std::string* identifier = request.stringAt("GetValueGizmoUDIDKey");
+    const std::string* key = request.stringAt("GetValueKeyKey");
     const WatchDescription* watch = identifier == nullptr ? nullptr : m_device.watch(*identifier);
     if (watch == nullptr)
         return Dictionary { { "Error", "NoPairedWatches" } };
     if (key == nullptr)
         return Dictionary { { "Error", "UnsupportedWatchKey" } };
-    if (const std::string* error = stringIn(watch->errors, *key))
+    if (const std::string* error = watch->errors.stringAt(*key))
         return Dictionary { { "Error", *error } };
     const Value* value = watch->values.find(*key);
     if (value == nullptr)

@@ -176,6 +176,11 @@ void DeviceConnection::startTls(const std::shared_ptr<const Pairing>& pairing)
 void DeviceConnection::acceptTls(
     const std::shared_ptr<const Pairing>& pairing, bool isWrongCertificate)
 {
+    if (m_attachment.device->trust().trust() == Trust::ForgotHostInTls) {
+        logTls("Failed", { { "Reason", "the host is forgotten" } });
+        close();
+        return;
+    }
     SSL_CTX* context = pairing->tls.get();
     if (isWrongCertificate) {
         m_wrongContext = m_attachment.device->pairings().foreignContext(*pairing);
@@ -257,8 +262,7 @@ void DeviceConnection::reattach()
     if (!channel)
         return;
     asio::post(channel->executor(), [&simulation = m_simulation, attachment = m_attachment] {
-        if (simulation.detach(*attachment.device, attachment.type))
-            (void)simulation.attach(*attachment.device, attachment.type);
+        simulation.reconnect(*attachment.device);
     });
 }
 

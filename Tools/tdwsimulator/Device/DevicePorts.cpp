@@ -43,7 +43,7 @@ DevicePorts::DevicePorts(asio::io_context& context, Simulation& simulation)
 
 bool DevicePorts::accepts(const Attachment& attachment, std::uint16_t port) const
 {
-    return port == kLockdownPort || m_launches.contains({ attachment.identifier, port });
+    return port == kLockdownPort || m_launches.contains({ attachment.number, port });
 }
 
 void DevicePorts::connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
@@ -58,13 +58,13 @@ void DevicePorts::connect(const std::shared_ptr<Channel>& channel, const Attachm
         options.place = kLockdownPlace;
         options.service = std::make_unique<LockdownService>(context);
     } else {
-        auto launched = m_launches.extract(PortKey { attachment.identifier, port });
+        auto launched = m_launches.extract(PortKey { attachment.number, port });
         options.place = launched.mapped().name;
         options.service = makeService(options.place, context);
         options.pairing = launched.mapped().pairing;
     }
     std::erase_if(m_channels, [](const auto& entry) { return entry.second.expired(); });
-    m_channels.emplace(attachment.identifier, channel);
+    m_channels.emplace(attachment.number, channel);
     const auto connection
         = std::make_shared<DeviceConnection>(m_simulation, attachment, channel, std::move(options));
     connection->start();
@@ -86,9 +86,9 @@ Result<std::uint16_t> DevicePorts::launch(const Attachment& attachment, const Se
                 acceptFromNetwork(device, *number, std::move(socket));
             }));
         port = *number = listener->port();
-        m_serviceListeners.insert_or_assign({ attachment.identifier, port }, std::move(listener));
+        m_serviceListeners.insert_or_assign({ attachment.number, port }, std::move(listener));
     }
-    m_launches.insert_or_assign({ attachment.identifier, port }, wanted);
+    m_launches.insert_or_assign({ attachment.number, port }, wanted);
     return port;
 }
 
@@ -98,7 +98,7 @@ std::uint16_t DevicePorts::freeUsbPort(const Attachment& attachment)
         m_lastUsbPort = m_lastUsbPort >= kLockdownPort - 1
             ? kFirstUsbPort
             : static_cast<std::uint16_t>(m_lastUsbPort + 1);
-    } while (m_launches.contains({ attachment.identifier, m_lastUsbPort }));
+    } while (m_launches.contains({ attachment.number, m_lastUsbPort }));
     return m_lastUsbPort;
 }
 
@@ -134,7 +134,7 @@ void DevicePorts::acceptFromNetwork(
     if (!attachment || !accepts(*attachment, port))
         return;
     // A launched service takes one connection; its port is free then.
-    m_serviceListeners.erase({ attachment->identifier, port });
+    m_serviceListeners.erase({ attachment->number, port });
     const auto channel = Channel::create(std::move(socket));
     connect(channel, *attachment, port, {});
     channel->start();
@@ -145,16 +145,16 @@ void DevicePorts::forget(const Attachment& attachment)
     if (attachment.type == ConnectionType::Network)
         m_lockdownListeners.erase(attachment.device);
     std::erase_if(
-        m_launches, [&](const auto& entry) { return entry.first.first == attachment.identifier; });
+        m_launches, [&](const auto& entry) { return entry.first.first == attachment.number; });
     std::erase_if(m_serviceListeners,
-        [&](const auto& entry) { return entry.first.first == attachment.identifier; });
-    const auto [first, last] = m_channels.equal_range(attachment.identifier);
+        [&](const auto& entry) { return entry.first.first == attachment.number; });
+    const auto [first, last] = m_channels.equal_range(attachment.number);
     std::vector<std::shared_ptr<Channel>> channels;
     for (auto entry = first; entry != last; ++entry) {
         if (auto channel = entry->second.lock())
             channels.push_back(std::move(channel));
     }
-    m_channels.erase(attachment.identifier);
+    m_channels.erase(attachment.number);
     for (const auto& channel : channels)
         channel->close();
 }

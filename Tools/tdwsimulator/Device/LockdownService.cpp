@@ -1,7 +1,5 @@
 #include "Device/LockdownService.h"
 
-#include "Model/Lookup.h"
-
 #include <cstdio>
 
 namespace tdw::simulator {
@@ -10,7 +8,7 @@ namespace {
 
 std::string textOr(const Dictionary& request, std::string_view key, std::string_view otherwise)
 {
-    const std::string* text = stringIn(request, key);
+    const std::string* text = request.stringAt(key);
     return text == nullptr ? std::string(otherwise) : *text;
 }
 
@@ -25,7 +23,7 @@ std::string sessionIdentifier(std::uint64_t number)
 /// The HostID of the record that comes with pairing requests, or an empty one.
 std::string hostIdIn(const Dictionary& request)
 {
-    const Dictionary* record = dictionaryIn(request, "PairRecord");
+    const Dictionary* record = request.dictionaryAt("PairRecord");
     return record == nullptr ? std::string() : textOr(*record, "HostID", "");
 }
 
@@ -87,7 +85,7 @@ ServiceReply LockdownService::queryType(const Dictionary& request)
 ServiceReply LockdownService::readValue(const Dictionary& request)
 {
     const std::string domain = textOr(request, "Domain", kGlobalDomain);
-    const std::string* key = stringIn(request, "Key");
+    const std::string* key = request.stringAt("Key");
     const LockdownValues& values = device().values();
     Content content;
     if (domain != kGlobalDomain)
@@ -115,15 +113,18 @@ ServiceReply LockdownService::readValue(const Dictionary& request)
 ServiceReply LockdownService::writeValue(const Dictionary& request)
 {
     const std::string domain = textOr(request, "Domain", kGlobalDomain);
-    const std::string* key = stringIn(request, "Key");
+    const std::string* key = request.stringAt("Key");
     const Value* value = request.find("Value");
-    if (!hasSession())
+    // A host that is not trusted may leave its name, so that the dialog can show it.
+    const bool isHostName
+        = domain == kGlobalDomain && key != nullptr && *key == "UntrustedHostBUID";
+    if (!hasSession() && !isHostName)
         return refuse(request, "SessionInactive");
     if (key == nullptr)
         return refuse(request, "MissingKey");
     if (value == nullptr)
         return refuse(request, "MissingValue");
-    if (!LockdownValues::isWritable(domain, *key))
+    if (!isHostName && !LockdownValues::isWritable(domain, *key))
         return refuse(request, domain == kWirelessDomain ? "ImmutableValue" : "SetProhibited");
     device().values().set(domain, *key, *value);
     Content content { { "Key", *key }, { "Value", *value } };
@@ -135,7 +136,7 @@ ServiceReply LockdownService::writeValue(const Dictionary& request)
 ServiceReply LockdownService::removeValue(const Dictionary& request)
 {
     const std::string domain = textOr(request, "Domain", kGlobalDomain);
-    const std::string* key = stringIn(request, "Key");
+    const std::string* key = request.stringAt("Key");
     if (!hasSession())
         return refuse(request, "SessionInactive");
     if (key == nullptr)
@@ -149,7 +150,7 @@ ServiceReply LockdownService::removeValue(const Dictionary& request)
 
 ServiceReply LockdownService::pair(const Dictionary& request)
 {
-    const Dictionary* record = dictionaryIn(request, "PairRecord");
+    const Dictionary* record = request.dictionaryAt("PairRecord");
     if (record == nullptr)
         return refuse(request, "MissingPairRecord");
     if (const auto refusal = device().trust().refusalToPair(m_context.attachment.type))
@@ -158,7 +159,11 @@ ServiceReply LockdownService::pair(const Dictionary& request)
         return refuse(request, *wrong);
     const auto pairing = device().pairings().find(hostIdIn(request));
     ServiceReply reply = accept(request, { { "EscrowBag", pairing->escrowBag } });
-    if (device().description().reconnectsAfterTrust)
+    // A new record ends what a device has forgotten; one with a dialog has moved at the tap.
+    const Trust trust = device().trust().trust();
+    if (trust == Trust::ForgotHostInTls)
+        device().trust().setTrust(Trust::Trusts);
+    if (trust != Trust::Asks && device().description().reconnectsAfterTrust)
         reply.next = ServiceReply::Next::Reattach;
     return reply;
 }
@@ -181,7 +186,7 @@ ServiceReply LockdownService::unpair(const Dictionary& request)
 
 ServiceReply LockdownService::startSession(const Dictionary& request)
 {
-    const std::string* hostId = stringIn(request, "HostID");
+    const std::string* hostId = request.stringAt("HostID");
     if (hostId == nullptr)
         return refuse(request, "MissingHostID");
     if (hasSession())
@@ -207,7 +212,7 @@ ServiceReply LockdownService::stopSession(const Dictionary& request)
 {
     if (!hasSession())
         return refuse(request, "SessionInactive");
-    const std::string* identifier = stringIn(request, "SessionID");
+    const std::string* identifier = request.stringAt("SessionID");
     if (identifier == nullptr)
         return refuse(request, "MissingSessionID");
     if (*identifier != m_sessionId)
@@ -221,24 +226,31 @@ ServiceReply LockdownService::stopSession(const Dictionary& request)
 
 ServiceReply LockdownService::startService(const Dictionary& request)
 {
-    const std::string* name = stringIn(request, "Service");
+    const std::string* name = request.stringAt("Service");
+    if (name != nullptr && *name == "com.apple.mobile.insecure_notification_proxy")
+        return launch(request, *name, nullptr);
     if (!hasSession())
         return refuse(request, "SessionInactive");
     if (name == nullptr)
         return refuse(request, "MissingService");
     // The bag that came with the pairing unlocks what a passcode has not unlocked yet.
-    const Data* bag = dataIn(request, "EscrowBag");
+    const Data* bag = request.dataAt("EscrowBag");
     const bool isUnlocked = bag != nullptr && *bag == m_session->escrowBag;
     if (const auto refusal = device().trust().refusalToStartService(); refusal && !isUnlocked)
         return refuse(request, *refusal);
     if (!isKnownService(*name))
         return refuse(request, "InvalidService");
-    const bool usesTls = device().description().usesTls;
-    const auto port = m_context.launch(ServiceLaunch { *name, usesTls ? m_session : nullptr });
+    return launch(request, *name, device().description().usesTls ? m_session : nullptr);
+}
+
+ServiceReply LockdownService::launch(const Dictionary& request, const std::string& name,
+    const std::shared_ptr<const Pairing>& pairing)
+{
+    const auto port = m_context.launch(ServiceLaunch { name, pairing });
     if (!port)
         return refuse(request, "ServiceLimit");
-    Content content { { "Port", *port }, { "Service", *name } };
-    if (usesTls)
+    Content content { { "Port", *port }, { "Service", name } };
+    if (pairing)
         content.emplace_back("EnableServiceSSL", true);
     return accept(request, content);
 }

@@ -40,6 +40,10 @@ private:
     ServiceReply startService(const Dictionary& request);
     ServiceReply goodbye(const Dictionary& request);
 
+    /// Makes a service listen; with `pairing` it begins with TLS.
+    ServiceReply launch(const Dictionary& request, const std::string& name,
+        const std::shared_ptr<const Pairing>& pairing);
+
     SimulatedDevice& device() const { return *m_context.attachment.device; }
     bool hasSession() const { return m_session != nullptr; }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Device/Channel.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>

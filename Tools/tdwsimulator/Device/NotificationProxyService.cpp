@@ -1,13 +1,29 @@
 #include "Device/NotificationProxyService.h"
 
-#include "Model/Lookup.h"
-
 namespace tdw::simulator {
+
+namespace {
+
+Value relayed(const std::string& name)
+{
+    return Dictionary { { "Command", "RelayNotification" }, { "Name", name } };
+}
+
+} // namespace
+
+NotificationProxyService::NotificationProxyService(const ServiceContext& context)
+    : m_observer(
+        context.attachment.device->notifications().observe([this](const std::string& name) {
+            if (m_observed.contains(name))
+                push(relayed(name));
+        }))
+{
+}
 
 ServiceReply NotificationProxyService::handle(const Dictionary& request)
 {
     const std::string name = requestName(request);
-    const std::string* notification = stringIn(request, "Name");
+    const std::string* notification = request.stringAt("Name");
     if (name == "ObserveNotification" && notification != nullptr) {
         m_observed.insert(*notification);
         return {};
@@ -16,8 +32,7 @@ ServiceReply NotificationProxyService::handle(const Dictionary& request)
         // What a host posts comes back to those who observe it, itself included.
         if (!m_observed.contains(*notification))
             return {};
-        return ServiceReply { .messages
-            = { Dictionary { { "Command", "RelayNotification" }, { "Name", *notification } } } };
+        return ServiceReply { .messages = { relayed(*notification) } };
     }
     if (name == "Shutdown") {
         return ServiceReply { .messages = { Dictionary { { "Command", "ProxyDeath" } } },

@@ -1,7 +1,7 @@
 #include "Device/PropertyListFrame.h"
 
 #include "Model/SimulatorError.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/FrameBuffer.h"
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Messages/FrameBuffer.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
 
 #include <cstddef>
 #include <optional>

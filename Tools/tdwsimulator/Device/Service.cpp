@@ -3,7 +3,6 @@
 #include "Device/CompanionProxyService.h"
 #include "Device/NotificationProxyService.h"
 #include "Device/SpringboardService.h"
-#include "Model/Lookup.h"
 
 #include <algorithm>
 #include <cassert>
@@ -42,7 +41,7 @@ const Entry* entryOf(std::string_view name)
 std::string Service::requestName(const Dictionary& request) const
 {
     for (const std::string_view key : { "Request", "Command", "command" }) {
-        if (const std::string* name = stringIn(request, key))
+        if (const std::string* name = request.stringAt(key))
             return *name;
     }
     return {};

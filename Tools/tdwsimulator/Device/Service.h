@@ -2,8 +2,8 @@
 
 #include "Device/PropertyListFrame.h"
 #include "Model/Simulation.h"
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
 #include "Trust/Pairing.h"
 
 #include <cstdint>

@@ -1,7 +1,5 @@
 #include "Device/SpringboardService.h"
 
-#include "Model/Lookup.h"
-
 #include <charconv>
 #include <utility>
 
@@ -58,12 +56,12 @@ ServiceReply SpringboardService::handle(const Dictionary& request)
     if ((isPreview && !hasPreviews) || (isLegacy && hasPreviews))
         return ServiceReply { .next = ServiceReply::Next::Close };
     const auto place
-        = isLegacy ? WallpaperPlace::HomeScreen : placeNamed(stringIn(request, "wallpaperName"));
+        = isLegacy ? WallpaperPlace::HomeScreen : placeNamed(request.stringAt("wallpaperName"));
     if ((!isPreview && !isLegacy && !isInfo) || !place)
         return replying(refusal(request, "UnknownCommand"));
     // What devices say here is not known; software is to pass it on whatever it is.
     if (isInfo)
-        return replying({ { "wallpaperName", *stringIn(request, "wallpaperName") } });
+        return replying({ { "wallpaperName", *request.stringAt("wallpaperName") } });
     return replying({ { "pngData", m_device.wallpaper(*place, widthIn(request)) } });
 }
 

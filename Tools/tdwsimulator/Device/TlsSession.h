@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Handle.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Data.h"
 
 #include <openssl/ssl.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Model/Fault.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Data.h"
 
 #include <chrono>
 #include <cstddef>

@@ -16,6 +16,52 @@ constexpr std::array<std::string_view, 16> kKindNames { "delay", "hang", "drop",
     "close-after-reply", "detach", "wrong-certificate", "absent", "no-serial-number",
     "result-only" };
 
+/// What is asked at each place. A fault elsewhere would strike nothing.
+struct Place {
+    std::string_view name;
+    std::vector<std::string_view> requests;
+};
+
+const std::vector<Place>& places()
+{
+    static const std::vector<std::string_view> notifications { "ObserveNotification",
+        "PostNotification", "Shutdown" };
+    static const std::vector<Place> all {
+        { kMuxPlace,
+            { "Accept", "Listen", "ListDevices", "ListListeners", "Connect", "ReadBUID",
+                "ReadPairRecord", "SavePairRecord", "DeletePairRecord", "Attached", "Detached",
+                "Paired", "Binary", "Unreadable" } },
+        { kLockdownPlace,
+            { "QueryType", "GetValue", "SetValue", "RemoveValue", "Pair", "ValidatePair", "Unpair",
+                "StartSession", "StopSession", "StartService", "Goodbye" } },
+        { kTlsPlace, { "Handshake" } },
+        { kUsbPlace, { "Open", "Configure", "Control", "Version", "Connect" } },
+        { "com.apple.companion_proxy", { "GetDeviceRegistry", "GetValueFromRegistry" } },
+        { "com.apple.springboardservices",
+            { "getInterfaceOrientation", "getWallpaperPreviewImage",
+                "getHomeScreenWallpaperPNGData", "getWallpaperInfo" } },
+        { "com.apple.mobile.notification_proxy", notifications },
+        { "com.apple.mobile.insecure_notification_proxy", notifications },
+    };
+    return all;
+}
+
+Result<void> checkRequest(const Fault& fault, const std::string& path)
+{
+    std::vector<std::string_view> names;
+    for (const Place& place : places()) {
+        names.push_back(place.name);
+        if (place.name != fault.at)
+            continue;
+        if (!fault.request
+            || std::ranges::find(place.requests, *fault.request) != place.requests.end())
+            return {};
+        return simulatorError(path + ".request: \"" + *fault.request + "\" is not one of "
+            + joined(place.requests) + ", which is what comes to " + fault.at);
+    }
+    return simulatorError(path + ".at: \"" + fault.at + "\" is not one of " + joined(names));
+}
+
 bool messageHas(
     const Dictionary* message, std::string_view key, const std::optional<std::string>& expected)
 {
@@ -62,9 +108,10 @@ Result<Fault> faultFromJson(
     fault.at = TDW_TRY(object.requiredString("at"));
     TDW_TRY(object.requiredString("fault"));
     fault.kind = static_cast<FaultKind>(*TDW_TRY(object.word("fault", kKindNames)));
-    TDW_TRY(checkPlace(fault, path));
     fault.device = TDW_TRY(object.string("device"));
     fault.request = TDW_TRY(object.string("request"));
+    TDW_TRY(checkRequest(fault, path));
+    TDW_TRY(checkPlace(fault, path));
     fault.domain = TDW_TRY(object.string("domain"));
     fault.key = TDW_TRY(object.string("key"));
     fault.first = TDW_TRY(object.number("nth", 1)).value_or(1);

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Model/Json.h"
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
 
 #include <chrono>
 #include <cstddef>
@@ -39,6 +39,8 @@ enum class FaultKind {
 inline constexpr std::string_view kMuxPlace = "mux";
 inline constexpr std::string_view kLockdownPlace = "lockdown";
 inline constexpr std::string_view kTlsPlace = "tls";
+inline constexpr std::string_view kUsbPlace = "usb"; ///< the device on the virtual bus
+inline constexpr std::string_view kDaemonPlace = "daemon"; ///< what the real daemon announces
 
 /// One thing that happens at one place: what faults are matched with, and what the log keeps.
 struct Occurrence {

@@ -1,8 +1,8 @@
 #include "Model/Json.h"
 
 #include "Model/SimulatorError.h"
-#include "Platform/FileHandle.h"
-#include "Platform/PropertyList.h"
+#include "Platform/System/FileHandle.h"
+#include "Platform/Values/PropertyList.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
 
 #include <nlohmann/json.hpp>
 

@@ -43,13 +43,11 @@ const Value* LockdownValues::value(std::string_view domain, std::string_view key
 
 void LockdownValues::set(std::string_view domain, std::string_view key, Value value)
 {
-    ++m_revision;
     m_domains[std::string(domain)].set(key, std::move(value));
 }
 
 bool LockdownValues::remove(std::string_view domain, std::string_view key)
 {
-    ++m_revision;
     const auto found = m_domains.find(domain);
     return found != m_domains.end() && found->second.remove(key);
 }

@@ -35,12 +35,8 @@ public:
     /// Whether a trusted host may write this value.
     static bool isWritable(std::string_view domain, std::string_view key);
 
-    /// Changes with every change of a value: what was made from values is stale by then.
-    std::uint64_t revision() const { return m_revision; }
-
 private:
     Domains m_domains;
-    std::uint64_t m_revision = 0;
 };
 
 } // namespace tdw::simulator

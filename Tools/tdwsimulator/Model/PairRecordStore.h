@@ -1,41 +1,40 @@
 #pragma once
 
-#include "Platform/Value.h"
+#include "Platform/Values/Value.h"
 
-#include <map>
-#include <string>
+#include <filesystem>
+#include <optional>
 #include <string_view>
 
 namespace tdw::simulator {
 
-/// The multiplexer's pair records: bytes under a device's identifier, kept as long as the
-/// simulation runs.
+/// The multiplexer's pair records: one XML property list for each device in a directory, as the
+/// daemon keeps them in /var/lib/lockdown. The simulator's own multiplexer and the real daemon use
+/// the same directory.
 class PairRecordStore {
 public:
-    /// The record, or null.
-    const Data* find(std::string_view identifier) const
+    explicit PairRecordStore(std::filesystem::path directory)
+        : m_directory(std::move(directory))
     {
-        const auto found = m_records.find(identifier);
-        return found == m_records.end() ? nullptr : &found->second;
     }
 
-    void save(std::string_view identifier, Data record)
-    {
-        m_records.insert_or_assign(std::string(identifier), std::move(record));
-    }
+    /// The record's bytes, or none.
+    std::optional<Data> find(std::string_view identifier) const;
+
+    /// Says whether the record could be written.
+    bool save(std::string_view identifier, const Dictionary& record);
 
     /// Says whether there was such a record.
-    bool remove(std::string_view identifier)
-    {
-        const auto found = m_records.find(identifier);
-        if (found == m_records.end())
-            return false;
-        m_records.erase(found);
-        return true;
-    }
+    bool remove(std::string_view identifier);
+
+    /// Writes the identifier of this host where the daemon looks for it.
+    bool saveSystemBuid(const std::string& buid);
 
 private:
-    std::map<std::string, Data, std::less<>> m_records;
+    std::filesystem::path pathOf(std::string_view identifier) const;
+    bool write(const std::filesystem::path& path, const Dictionary& content);
+
+    std::filesystem::path m_directory;
 };
 
 } // namespace tdw::simulator

@@ -60,6 +60,8 @@ public:
         TDW_TRY(object.string("description"));
         if (const auto layout = TDW_TRY(object.word("networkAddressLayout", kAddressLayoutNames)))
             scenario.addressLayout = static_cast<AddressLayout>(*layout);
+        if (const auto release = TDW_TRY(object.word("multiplexer", kMultiplexerNames)))
+            scenario.multiplexer = static_cast<MultiplexerRelease>(*release);
         if (auto buid = TDW_TRY(object.string("systemBUID")))
             scenario.systemBuid = *std::move(buid);
         for (const Json* item : TDW_TRY(object.array("devices"))) {
@@ -97,6 +99,8 @@ private:
         TDW_TRY(readTrust(object, device));
         device.usesTls = TDW_TRY(object.boolean("sessionTLS")).value_or(true);
         device.repliesWithResult = TDW_TRY(object.boolean("resultReplies")).value_or(false);
+        if (const auto speed = TDW_TRY(object.word("usbSpeed", kUsbSpeedNames)))
+            device.usbSpeed = static_cast<UsbSpeed>(*speed + 1);
         device.networkAddress = TDW_TRY(object.string("networkAddress"));
         if (device.networkAddress && !isLoopbackAddress(*device.networkAddress)) {
             return simulatorError(object.pathOf("networkAddress") + ": \"" + *device.networkAddress
@@ -143,9 +147,11 @@ private:
         auto read = [&](std::string_view key, std::string_view domain,
                         Dictionary defaults) -> Result<void> {
             const Json* json = object.take(key);
-            domains[std::string(domain)] = json == nullptr
-                ? std::move(defaults)
-                : TDW_TRY(dictionaryFromJson(*json, object.pathOf(key), m_directory));
+            if (json != nullptr && domain == kGlobalDomain)
+                defaults = TDW_TRY(withDefaults(*json, object.pathOf(key), std::move(defaults)));
+            else if (json != nullptr)
+                defaults = TDW_TRY(dictionaryFromJson(*json, object.pathOf(key), m_directory));
+            domains[std::string(domain)] = std::move(defaults);
             return {};
         };
         TDW_TRY(read("lockdown", kGlobalDomain, defaultLockdownValues()));
@@ -159,6 +165,27 @@ private:
             }
         }
         return domains;
+    }
+
+    /// Values beside the defaults or in their place; null takes one away. What was recorded from a
+    /// device stands alone.
+    Result<Dictionary> withDefaults(Json json, const std::string& path, Dictionary defaults) const
+    {
+        const bool isRecorded = json.is_object() && json.contains("$plist");
+        for (auto entry = json.begin(); json.is_object() && entry != json.end();) {
+            if (entry->is_null()) {
+                defaults.remove(entry.key());
+                entry = json.erase(entry);
+            } else {
+                ++entry;
+            }
+        }
+        Dictionary values = TDW_TRY(dictionaryFromJson(json, path, m_directory));
+        if (isRecorded)
+            return values;
+        for (const auto& [key, value] : values)
+            defaults.set(key, value);
+        return defaults;
     }
 
     Result<void> readTrust(JsonObject& object, DeviceDescription& device)
@@ -224,8 +251,7 @@ private:
 
 AddressLayout defaultAddressLayout()
 {
-    return TDWSIMULATOR_LIBRARY_WANTS_LINUX_ADDRESSES != 0 ? AddressLayout::Linux
-                                                           : AddressLayout::Bsd;
+    return TIDEWELL_DEVICE_LIBRARY_GENERATION >= 13 ? AddressLayout::Linux : AddressLayout::Bsd;
 }
 
 Result<Scenario> loadScenario(const std::filesystem::path& file)

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Model/Fault.h"
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -22,6 +22,13 @@ inline constexpr std::string_view kConnectionTypeNames[] = { "usb", "network" };
 enum class AddressLayout { Bsd, Linux };
 inline constexpr std::string_view kAddressLayoutNames[] = { "bsd", "linux" };
 
+/// Whose multiplexer daemon the simulator's own one behaves as.
+enum class MultiplexerRelease {
+    Debian12, ///< tells listeners of a saved record
+    Debian13, ///< answers 2 to a saved record, and tells no listener
+};
+inline constexpr std::string_view kMultiplexerNames[] = { "debian12", "debian13" };
+
 /// The layout that the device library of this build wants.
 AddressLayout defaultAddressLayout();
 
@@ -37,9 +44,13 @@ enum class Trust {
     ManagedChallenge, ///< a management profile wants a challenge answered first
     ForgotHost, ///< was reset: does not know this host any more, and trusts it when asked anew
     UsbOnly, ///< does not pair over the network
+    AfterFirstUnlock, ///< locked, but unlocked once since its start: all but new hosts are served
+    BeforeFirstUnlock, ///< sessions, but no services until somebody unlocks it once
+    ForgotHostInTls, ///< the same as `ForgotHost`, but shows it by ending TLS
 };
 inline constexpr std::string_view kTrustNames[] = { "trusts", "asks", "denies", "locked",
-    "escrow-locked", "find-my", "managed", "managed-challenge", "forgot-host", "usb-only" };
+    "escrow-locked", "find-my", "managed", "managed-challenge", "forgot-host", "usb-only",
+    "after-first-unlock", "before-first-unlock", "forgot-host-tls" };
 
 /// A watch behind a phone, as the companion proxy tells of it.
 struct WatchDescription {
@@ -52,6 +63,10 @@ inline constexpr std::string_view kGlobalDomain {};
 inline constexpr std::string_view kBatteryDomain = "com.apple.mobile.battery";
 inline constexpr std::string_view kWirelessDomain = "com.apple.mobile.wireless_lockdown";
 
+/// How fast the USB connection is, with libusb's numbers.
+enum class UsbSpeed { Low = 1, Full, High, Super };
+inline constexpr std::string_view kUsbSpeedNames[] = { "low", "full", "high", "super" };
+
 struct DeviceDescription {
     std::string udid;
     std::vector<ConnectionType> connections { ConnectionType::Usb };
@@ -59,9 +74,10 @@ struct DeviceDescription {
     bool isPaired = true;
     Trust trust = Trust::Trusts;
     std::optional<std::uint64_t> acceptAfter; ///< Asks: the request that finds the dialog accepted
-    bool reconnectsAfterTrust = false;
+    bool reconnectsAfterTrust = false; ///< leaves when its user trusts a host, and comes back
     bool usesTls = true;
     bool repliesWithResult = false; ///< as systems before 5 did
+    UsbSpeed usbSpeed = UsbSpeed::High;
     std::optional<std::string> networkAddress; ///< 127.x.y.z; none: one that is free
     std::vector<WatchDescription> watches;
     std::uint64_t orientation = 1; ///< how it is held: 1 is upright
@@ -71,6 +87,7 @@ struct DeviceDescription {
 /// Everything that a simulation begins with.
 struct Scenario {
     AddressLayout addressLayout = defaultAddressLayout();
+    MultiplexerRelease multiplexer = MultiplexerRelease::Debian12;
     std::string systemBuid = "7E57B01D-0000-4000-8000-00000000B01D";
     std::vector<DeviceDescription> devices;
     std::vector<Fault> faults;

@@ -16,6 +16,13 @@ SimulatedDevice::SimulatedDevice(
     m_values.set(kGlobalDomain, "DevicePublicKey", rsaPublicKeyPem(*keys->device));
 }
 
+void SimulatedDevice::answerTrust(TrustDialog::Answer answer)
+{
+    m_trust.answer(answer);
+    if (answer == TrustDialog::Answer::Accept)
+        m_notifications.post("com.apple.mobile.lockdown.request_pair");
+}
+
 void SimulatedDevice::setTrust(Trust trust)
 {
     m_trust.setTrust(trust);
@@ -39,7 +46,7 @@ Data SimulatedDevice::wallpaper(WallpaperPlace place, double widthPixels) const
 {
     if (m_description.wallpaper)
         return *m_description.wallpaper;
-    return drawWallpaper({ udid(), text("DeviceName"), text("DeviceClass") }, place, widthPixels);
+    return drawWallpaper({ udid(), text("DeviceClass") }, place, widthPixels);
 }
 
 std::string SimulatedDevice::text(std::string_view key) const

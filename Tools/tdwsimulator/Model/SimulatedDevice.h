@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Model/LockdownValues.h"
+#include "Model/NotificationCenter.h"
 #include "Model/Scenario.h"
 #include "Model/Wallpaper.h"
 #include "Trust/Pairing.h"
@@ -26,7 +27,13 @@ public:
     const LockdownValues& values() const { return m_values; }
 
     TrustDialog& trust() { return m_trust; }
+    const TrustDialog& trust() const { return m_trust; }
     PairingStore& pairings() { return m_pairings; }
+
+    NotificationCenter& notifications() { return m_notifications; }
+
+    /// The user touches the trust dialog. Hosts that wait for it hear of a consent.
+    void answerTrust(TrustDialog::Answer answer);
 
     /// Changes how the device answers hosts.
     void setTrust(Trust trust);
@@ -58,6 +65,7 @@ private:
     LockdownValues m_values;
     TrustDialog m_trust;
     PairingStore m_pairings;
+    NotificationCenter m_notifications;
     std::uint64_t m_lastSession = 0;
 };
 

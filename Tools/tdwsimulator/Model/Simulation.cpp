@@ -1,7 +1,7 @@
 #include "Model/Simulation.h"
 
 #include "Model/SimulatorError.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 #include "Trust/Pairing.h"
 
 #include <algorithm>
@@ -18,10 +18,14 @@ std::string described(const SimulatedDevice& device, ConnectionType type)
 
 } // namespace
 
-Simulation::Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys)
+Simulation::Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys,
+    const std::filesystem::path& records)
     : m_addressLayout(scenario.addressLayout)
+    , m_multiplexer(scenario.multiplexer)
     , m_systemBuid(std::move(scenario.systemBuid))
+    , m_pairRecords(records)
 {
+    m_pairRecords.saveSystemBuid(m_systemBuid);
     std::optional<Dictionary> record;
     for (DeviceDescription& description : scenario.devices) {
         m_devices.push_back(std::make_unique<SimulatedDevice>(std::move(description), keys));
@@ -40,10 +44,7 @@ Simulation::Simulation(Scenario scenario, const std::shared_ptr<const SimulatorK
 void Simulation::storePairing(SimulatedDevice& device, Dictionary record)
 {
     record.set("WiFiMACAddress", device.text("WiFiAddress"));
-    auto bytes = encodeBinaryPropertyList(record);
-    assert(bytes);
-    if (bytes)
-        m_pairRecords.save(device.udid(), *std::move(bytes));
+    m_pairRecords.save(device.udid(), record);
     if (device.trust().trust() == Trust::ForgotHost)
         return;
     const auto wrong = device.pairings().add(record);
@@ -90,7 +91,8 @@ Result<Attachment> Simulation::attach(SimulatedDevice& device, ConnectionType ty
         return simulatorError(described(device, type) + " is attached already");
     if (type == ConnectionType::Network && openNetwork)
         TDW_TRY(openNetwork(device));
-    const Attachment attachment { ++m_lastIdentifier, &device, type };
+    const std::uint32_t usbNumber = type == ConnectionType::Usb ? m_nextUsbNumber++ : 0;
+    const Attachment attachment { ++m_lastIdentifier, &device, type, ++m_lastNumber, usbNumber };
     m_attachments.push_back(attachment);
     announce(SimulationEvent::Kind::Attached, attachment);
     return attachment;
@@ -109,17 +111,31 @@ Result<void> Simulation::detach(SimulatedDevice& device, ConnectionType type)
     return {};
 }
 
-void Simulation::savePairRecord(std::string_view udid, Data record)
+void Simulation::answerTrust(SimulatedDevice& device, TrustDialog::Answer answer)
 {
-    m_pairRecords.save(udid, std::move(record));
-    const SimulatedDevice* device = this->device(udid);
-    if (device == nullptr)
+    device.answerTrust(answer);
+    if (answer == TrustDialog::Answer::Accept)
+        reconnect(device);
+}
+
+void Simulation::reconnect(SimulatedDevice& device)
+{
+    if (!device.description().reconnectsAfterTrust || !later
+        || !detach(device, ConnectionType::Usb))
         return;
-    const std::vector<Attachment> attachments = m_attachments;
-    for (const Attachment& attachment : attachments) {
-        if (attachment.device == device)
-            announce(SimulationEvent::Kind::Paired, attachment);
-    }
+    later(kReconnection, [this, &device] { (void)attach(device, ConnectionType::Usb); });
+}
+
+void Simulation::announcePaired(const Attachment& attachment)
+{
+    announce(SimulationEvent::Kind::Paired, attachment);
+}
+
+void Simulation::renumber()
+{
+    m_lastIdentifier = 0;
+    for (Attachment& attachment : m_attachments)
+        attachment.identifier = ++m_lastIdentifier;
 }
 
 std::optional<Fault> Simulation::occurred(const Occurrence& occurrence)

@@ -6,6 +6,7 @@
 #include "Model/Scenario.h"
 #include "Model/SimulatedDevice.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -17,12 +18,25 @@
 
 namespace tdw::simulator {
 
-/// A device on one of its connections: what the multiplexer lists. Every attaching makes a new
-/// identifier.
+/// A device on one of its connections. Every attaching makes a new one.
 struct Attachment {
-    std::uint32_t identifier = 0;
+    std::uint32_t identifier = 0; ///< the multiplexer's, which begins at 1 with each of its starts
     SimulatedDevice* device = nullptr;
     ConnectionType type = ConnectionType::Usb;
+    std::uint32_t number = 0; ///< counts attachings, and is never used again
+
+    std::uint32_t usbNumber = 0; ///< counts from 0 what is plugged in to USB
+
+    /// Where the kernel puts it: devices get ascending addresses from 2 on, on the next bus when
+    /// one is full.
+    std::uint8_t usbBus() const { return static_cast<std::uint8_t>(1 + usbNumber / 126); }
+    std::uint8_t usbAddress() const { return static_cast<std::uint8_t>(2 + usbNumber % 126); }
+
+    /// Bus and address in one number, as the multiplexer tells them.
+    std::uint32_t location() const
+    {
+        return static_cast<std::uint32_t>(usbBus()) << 16 | usbAddress();
+    }
 };
 
 struct SimulationEvent {
@@ -31,14 +45,20 @@ struct SimulationEvent {
     Attachment attachment {};
 };
 
+/// How long phones have been seen to be away after the tap on "Trust".
+inline constexpr std::chrono::milliseconds kReconnection { 700 };
+
 /// The simulated world: devices, what of them is attached, pair records, faults and the log.
 ///
 /// Knows no socket; the servers around it observe its events. Used by the simulator's one thread.
 class Simulation {
 public:
-    Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys);
+    /// @param records where pair records are kept
+    Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys,
+        const std::filesystem::path& records);
 
     AddressLayout addressLayout() const { return m_addressLayout; }
+    MultiplexerRelease multiplexer() const { return m_multiplexer; }
     const std::string& systemBuid() const { return m_systemBuid; }
     const std::vector<std::unique_ptr<SimulatedDevice>>& devices() const { return m_devices; }
 
@@ -56,11 +76,21 @@ public:
     /// Errors: it is attached already; no address for a network device is to be had.
     Result<Attachment> attach(SimulatedDevice& device, ConnectionType type);
 
+    /// The user touches the device's trust dialog. A device that `reconnectsAfterTrust` leaves USB
+    /// upon a consent, and is back under a new number after `kReconnection`.
+    void answerTrust(SimulatedDevice& device, TrustDialog::Answer answer);
+
+    /// The same without a dialog: it has come to trust a host.
+    void reconnect(SimulatedDevice& device);
+
     /// Errors: it is not attached.
     Result<void> detach(SimulatedDevice& device, ConnectionType type);
 
-    /// Stores a host's record and tells the observers that the device is paired now.
-    void savePairRecord(std::string_view udid, Data record);
+    /// Says that the multiplexer has stored a host's record for a device.
+    void announcePaired(const Attachment& attachment);
+
+    /// Counts the multiplexer's identifiers from 1 again, because it has been started again.
+    void renumber();
 
     PairRecordStore& pairRecords() { return m_pairRecords; }
     FaultTable& faults() { return m_faults; }
@@ -77,6 +107,9 @@ public:
     /// address.
     std::function<Result<void>(SimulatedDevice&)> openNetwork;
 
+    /// Calls a function later, on the simulation's thread.
+    std::function<void(std::chrono::milliseconds, std::function<void()>)> later;
+
     /// The multiplexer's clients that listen for devices, as they described themselves.
     std::map<std::uint64_t, Dictionary> listeners;
 
@@ -87,10 +120,13 @@ private:
     void announce(SimulationEvent::Kind kind, const Attachment& attachment);
 
     AddressLayout m_addressLayout;
+    MultiplexerRelease m_multiplexer;
     std::string m_systemBuid;
     std::vector<std::unique_ptr<SimulatedDevice>> m_devices;
     std::vector<Attachment> m_attachments;
     std::uint32_t m_lastIdentifier = 0;
+    std::uint32_t m_lastNumber = 0;
+    std::uint32_t m_nextUsbNumber = 0;
     PairRecordStore m_pairRecords;
     FaultTable m_faults;
     RequestLog m_log;

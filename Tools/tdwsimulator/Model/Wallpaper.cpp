@@ -1,7 +1,5 @@
 #include "Model/Wallpaper.h"
 
-#include "Model/BitmapFont.h"
-
 #include <png.h>
 
 #include <algorithm>
@@ -17,13 +15,6 @@ namespace {
 
 constexpr std::size_t kWidest = 4096;
 constexpr std::size_t kColours = 256;
-constexpr std::size_t kTextColour = kColours - 1;
-constexpr std::size_t kShadowColour = kColours - 2;
-constexpr std::size_t kSkyColours = kColours - 2;
-
-/// Names that are longer are broken between words where they can be.
-constexpr std::size_t kLongestLine = 16;
-constexpr std::size_t kMostLines = 5;
 
 struct Size {
     std::size_t width;
@@ -57,15 +48,6 @@ struct Picture {
         , pixels(extent.width * extent.height)
     {
     }
-
-    void fill(std::size_t left, std::size_t top, std::size_t side, std::size_t colour)
-    {
-        const std::size_t right = std::min(left + side, size.width);
-        for (std::size_t y = top; y < std::min(top + side, size.height); ++y) {
-            for (std::size_t x = left; x < right; ++x)
-                pixels[y * size.width + x] = static_cast<std::uint8_t>(colour);
-        }
-    }
 };
 
 /// From one hue at the top to a darker one at the bottom; the lock screen's differ from the home
@@ -78,8 +60,8 @@ void mixColours(Picture& picture, std::string_view udid, WallpaperPlace place)
               return sum * 31 + static_cast<unsigned char>(character);
           });
     const double start = seed % 360 / 360.0 + (place == WallpaperPlace::LockScreen ? 0.4 : 0.0);
-    for (std::size_t i = 0; i < kSkyColours; ++i) {
-        const double along = static_cast<double>(i) / kSkyColours;
+    for (std::size_t i = 0; i < kColours; ++i) {
+        const double along = static_cast<double>(i) / kColours;
         for (std::size_t part = 0; part < 3; ++part) {
             const double phase = static_cast<double>(part) / 3;
             const double wave = 0.5 + 0.5 * std::cos(kTurn * (start + along / 5 + phase));
@@ -87,70 +69,14 @@ void mixColours(Picture& picture, std::string_view udid, WallpaperPlace place)
                 = static_cast<std::uint8_t>(255 * (0.95 - 0.6 * along) * (0.4 + 0.6 * wave));
         }
     }
-    for (std::size_t part = 0; part < 3; ++part) {
-        picture.palette[3 * kTextColour + part] = 255;
-        picture.palette[3 * kShadowColour + part] = 24;
-    }
 }
 
 void paintSky(Picture& picture)
 {
     const auto [width, height] = picture.size;
     for (std::size_t y = 0; y < height; ++y) {
-        const auto colour = static_cast<std::uint8_t>(y * kSkyColours / height);
+        const auto colour = static_cast<std::uint8_t>(y * kColours / height);
         std::fill_n(picture.pixels.begin() + static_cast<std::ptrdiff_t>(y * width), width, colour);
-    }
-}
-
-std::vector<std::vector<Glyph>> linesOf(std::string_view name)
-{
-    std::vector<std::vector<Glyph>> lines;
-    while (!name.empty() && lines.size() < kMostLines) {
-        std::size_t length = name.size();
-        if (length > kLongestLine) {
-            const std::size_t blank = name.rfind(' ', kLongestLine);
-            length = std::min(blank == name.npos ? name.find(' ') : blank, length);
-        }
-        lines.push_back(glyphsOf(name.substr(0, length)));
-        name.remove_prefix(std::min(length + 1, name.size()));
-    }
-    return lines;
-}
-
-/// One glyph of square dots over its own shadow.
-void writeGlyph(
-    Picture& picture, const Glyph& glyph, std::size_t left, std::size_t top, std::size_t dot)
-{
-    for (const std::size_t colour : { kShadowColour, kTextColour }) {
-        const std::size_t shift = colour == kShadowColour ? (dot + 1) / 2 : 0;
-        for (std::size_t i = 0; i < kGlyphHeight * kGlyphWidth; ++i) {
-            const std::size_t row = i / kGlyphWidth;
-            const std::size_t column = i % kGlyphWidth;
-            if ((glyph[row] >> (kGlyphWidth - 1 - column) & 1) != 0)
-                picture.fill(left + column * dot + shift, top + row * dot + shift, dot, colour);
-        }
-    }
-}
-
-/// Writes lines in the middle, as large as nine tenths of the width allow.
-void writeLines(Picture& picture, const std::vector<std::vector<Glyph>>& lines)
-{
-    constexpr std::size_t kAdvance = kGlyphWidth + 1;
-    std::size_t longest = 1;
-    for (const auto& line : lines)
-        longest = std::max(longest, line.size());
-    const auto [width, height] = picture.size;
-    const std::size_t dot
-        = std::clamp<std::size_t>(width * 9 / 10 / (longest * kAdvance), 1, width / 64 + 1);
-    const std::size_t lineHeight = dot * (kGlyphHeight + 3);
-    std::size_t top = (height - std::min(height, lines.size() * lineHeight)) / 2;
-    for (const auto& line : lines) {
-        std::size_t left = (width - std::min(width, line.size() * kAdvance * dot)) / 2;
-        for (const Glyph& glyph : line) {
-            writeGlyph(picture, glyph, left, top, dot);
-            left += kAdvance * dot;
-        }
-        top += lineHeight;
     }
 }
 
@@ -181,7 +107,6 @@ Data drawWallpaper(const WallpaperSubject& subject, WallpaperPlace place, double
     Picture picture(sizeOf(subject.deviceClass, widthPixels));
     mixColours(picture, subject.udid, place);
     paintSky(picture);
-    writeLines(picture, linesOf(subject.name));
     return encode(picture);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Value.h"
+#include "Platform/Values/Data.h"
 
 #include <string>
 #include <string_view>
@@ -12,11 +12,10 @@ enum class WallpaperPlace { HomeScreen, LockScreen };
 /// What a wallpaper is drawn for.
 struct WallpaperSubject {
     std::string udid; ///< chooses the colours
-    std::string name; ///< stands on the picture
     std::string deviceClass; ///< decides about its shape
 };
 
-/// Draws a wallpaper as a PNG image: the device's name before a sky of the device's own colours.
+/// Draws a wallpaper as a PNG image: a sky of the device's own colours.
 /// @param widthPixels rounded to whole pixels, and to at most 4096; anything that is no width lets
 ///        the device choose
 Data drawWallpaper(const WallpaperSubject& subject, WallpaperPlace place, double widthPixels);

@@ -1,6 +1,5 @@
 #include "Mux/MuxConnection.h"
 
-#include "Model/Lookup.h"
 #include "Mux/MuxServer.h"
 
 #include <asio/steady_timer.hpp>
@@ -151,9 +150,9 @@ void MuxConnection::notify(const SimulationEvent& event)
 
 std::string MuxConnection::concernedDevice(const MuxProtocol::Request& request) const
 {
-    if (const std::string* record = stringIn(request.message, "PairRecordID"))
+    if (const std::string* record = request.message.stringAt("PairRecordID"))
         return *record;
-    const auto identifier = numberIn(request.message, "DeviceID");
+    const auto identifier = request.message.intAt("DeviceID");
     if (!identifier)
         return {};
     const auto attachment

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Platform/FrameBuffer.h"
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Messages/FrameBuffer.h"
+#include "Platform/Values/Data.h"
+#include "Platform/Values/Result.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +29,13 @@ inline constexpr std::size_t kMuxHeaderSize = 16;
 /// As much as the daemon itself takes.
 inline constexpr std::size_t kMuxMaximumFrame = 0x10000;
 
+/// The messages of the older form, which carry structures instead of property lists.
 inline constexpr std::uint32_t kMuxResultMessage = 1;
+inline constexpr std::uint32_t kMuxConnectMessage = 2;
+inline constexpr std::uint32_t kMuxListenMessage = 3;
+inline constexpr std::uint32_t kMuxAttachedMessage = 4;
+inline constexpr std::uint32_t kMuxDetachedMessage = 5;
+inline constexpr std::uint32_t kMuxPairedMessage = 6;
 inline constexpr std::uint32_t kMuxPropertyListMessage = 8;
 
 /// Cuts a stream of bytes into frames.
@@ -49,5 +55,9 @@ private:
 };
 
 Data encodeMuxFrame(const MuxFrame& frame);
+
+/// Little-endian numbers of a structure; bytes that are missing read as zero.
+std::uint32_t numberAt(std::span<const std::byte> bytes, std::size_t offset, std::size_t size);
+void appendNumber(Data& data, std::uint32_t number, std::size_t size);
 
 } // namespace tdw::simulator

@@ -1,9 +1,10 @@
 #include "Mux/MuxProtocol.h"
 
-#include "Model/Lookup.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Values/PropertyList.h"
 
+#include <algorithm>
 #include <cassert>
+#include <cctype>
 
 namespace tdw::simulator {
 
@@ -14,6 +15,34 @@ std::uint16_t hostPort(std::uint64_t number)
 {
     const auto port = static_cast<std::uint16_t>(number);
     return static_cast<std::uint16_t>(port << 8 | port >> 8);
+}
+
+/// Names of records become names of files, and may not lead out of their directory.
+bool isRecordName(std::string_view name)
+{
+    return std::ranges::all_of(name,
+        [](unsigned char character) { return std::isalnum(character) != 0 || character == '-'; });
+}
+
+/// The event as a structure of the protocol's older form.
+Data binaryNotification(const SimulationEvent& event)
+{
+    constexpr std::size_t kSerialNumberSize = 256;
+    const Attachment& attachment = event.attachment;
+    MuxFrame frame { 0, kMuxAttachedMessage, 0, {} };
+    appendNumber(frame.payload, attachment.identifier, 4);
+    if (event.kind != SimulationEvent::Kind::Attached) {
+        frame.message
+            = event.kind == SimulationEvent::Kind::Paired ? kMuxPairedMessage : kMuxDetachedMessage;
+        return encodeMuxFrame(frame);
+    }
+    appendNumber(frame.payload, static_cast<std::uint32_t>(attachment.device->productId()), 2);
+    const auto serial = std::as_bytes(std::span(attachment.device->udid()));
+    frame.payload.insert(frame.payload.end(), serial.begin(), serial.end());
+    frame.payload.resize(4 + 2 + kSerialNumberSize);
+    appendNumber(frame.payload, 0, 2);
+    appendNumber(frame.payload, attachment.location(), 4);
+    return encodeMuxFrame(frame);
 }
 
 /// The record of an attachment, as far as a fault leaves it whole.
@@ -39,7 +68,7 @@ MuxProtocol::Request MuxProtocol::read(const MuxFrame& frame)
     if (!value || value->asDictionary() == nullptr)
         return Request { "Unreadable", Dictionary(), false };
     const Dictionary& message = *value->asDictionary();
-    const std::string* type = stringIn(message, "MessageType");
+    const std::string* type = message.stringAt("MessageType");
     if (type == nullptr)
         return Request { "Unreadable", message, false };
     return Request { *type, message, true };
@@ -49,10 +78,18 @@ MuxReply MuxProtocol::reply(
     const MuxFrame& frame, const Request& request, const std::optional<Fault>& fault)
 {
     const std::uint32_t tag = frame.tag;
+    // The daemon closes before the answer that it has prepared goes out.
     if (m_isListening)
-        return MuxReply { result(MuxResult::BadCommand, tag), MuxReply::Next::Close, {}, 0 };
+        return MuxReply { {}, MuxReply::Next::Close, {}, 0 };
     if (frame.version > 1)
         return MuxReply { .bytes = result(MuxResult::BadVersion, tag) };
+    if (frame.message == kMuxListenMessage)
+        return listen(fault, tag);
+    if (frame.message == kMuxConnectMessage) {
+        return connect({ { "DeviceID", numberAt(frame.payload, 0, 4) },
+                           { "PortNumber", numberAt(frame.payload, 4, 2) } },
+            tag);
+    }
     if (frame.message != kMuxPropertyListMessage)
         return MuxReply { .bytes = result(MuxResult::BadCommand, tag) };
     m_speaksPropertyLists = true;
@@ -85,6 +122,8 @@ MuxReply MuxProtocol::reply(
 Data MuxProtocol::notification(
     const SimulationEvent& event, const std::optional<Fault>& fault) const
 {
+    if (!m_speaksPropertyLists)
+        return binaryNotification(event);
     switch (event.kind) {
     case SimulationEvent::Kind::Attached:
         return encoded(attachedRecord(event.attachment, m_simulation.addressLayout(), fault), 0);
@@ -130,8 +169,8 @@ MuxReply MuxProtocol::listen(const std::optional<Fault>& fault, std::uint32_t ta
 
 MuxReply MuxProtocol::connect(const Dictionary& request, std::uint32_t tag)
 {
-    const auto identifier = numberIn(request, "DeviceID");
-    const auto port = numberIn(request, "PortNumber");
+    const auto identifier = request.intAt("DeviceID");
+    const auto port = request.intAt("PortNumber");
     if (!identifier)
         return MuxReply { .bytes = result(MuxResult::BadDevice, tag) };
     if (!port)
@@ -159,46 +198,55 @@ Dictionary MuxProtocol::listenerList() const
 {
     Array list;
     for (const auto& [number, description] : m_simulation.listeners) {
-        const std::string* bundle = stringIn(description, "BundleID");
-        const std::string* program = stringIn(description, "ProgName");
+        const std::string* bundle = description.stringAt("BundleID");
+        const std::string* program = description.stringAt("ProgName");
         const std::string bundleName = bundle != nullptr ? *bundle : std::string();
         list.emplace_back(Dictionary { { "Blacklisted", false }, { "BundleID", bundleName },
             { "ConnType", 0 }, { "ID String", std::to_string(number) + "-" + bundleName },
             { "ProgName", program != nullptr ? *program : std::string() },
-            { "kLibUSBMuxVersion", numberIn(description, "kLibUSBMuxVersion").value_or(0) } });
+            { "kLibUSBMuxVersion", description.intAt("kLibUSBMuxVersion").value_or(0) } });
     }
     return Dictionary { { "ListenerList", std::move(list) } };
 }
 
 Data MuxProtocol::readPairRecord(const Dictionary& request, std::uint32_t tag)
 {
-    const std::string* identifier = stringIn(request, "PairRecordID");
-    if (identifier == nullptr)
+    const std::string* identifier = request.stringAt("PairRecordID");
+    if (identifier == nullptr || !isRecordName(*identifier))
         return result(MuxResult::InvalidArgument, tag);
-    const Data* record = m_simulation.pairRecords().find(*identifier);
-    if (record == nullptr)
-        return result(MuxResult::BadDevice, tag);
+    const auto record = m_simulation.pairRecords().find(*identifier);
+    if (!record)
+        return result(MuxResult::NoSuchRecord, tag);
     return encoded({ { "PairRecordData", *record } }, tag);
 }
 
 Data MuxProtocol::savePairRecord(const Dictionary& request, std::uint32_t tag)
 {
-    const std::string* identifier = stringIn(request, "PairRecordID");
-    const Value* record = request.find("PairRecordData");
-    if (identifier == nullptr || !isDeviceIdentifier(*identifier) || record == nullptr
-        || record->asData() == nullptr)
+    const std::string* identifier = request.stringAt("PairRecordID");
+    const Data* bytes = request.dataAt("PairRecordData");
+    if (identifier == nullptr || !isRecordName(*identifier) || bytes == nullptr)
         return result(MuxResult::InvalidArgument, tag);
-    m_simulation.savePairRecord(*identifier, *record->asData());
+    const auto record = decodePropertyList(*bytes);
+    if (!record || record->asDictionary() == nullptr)
+        return result(MuxResult::InvalidArgument, tag);
+    const bool isSaved = m_simulation.pairRecords().save(*identifier, *record->asDictionary());
+    // Debian 13's daemon takes its own success for a failure.
+    if (!isSaved || m_simulation.multiplexer() == MultiplexerRelease::Debian13)
+        return result(MuxResult::NoSuchRecord, tag);
+    const auto attachment = m_simulation.attachment(
+        static_cast<std::uint32_t>(request.intAt("DeviceID").value_or(0)));
+    if (attachment && attachment->device->udid() == *identifier)
+        m_simulation.announcePaired(*attachment);
     return result(MuxResult::Ok, tag);
 }
 
 Data MuxProtocol::deletePairRecord(const Dictionary& request, std::uint32_t tag)
 {
-    const std::string* identifier = stringIn(request, "PairRecordID");
-    if (identifier == nullptr)
+    const std::string* identifier = request.stringAt("PairRecordID");
+    if (identifier == nullptr || !isRecordName(*identifier))
         return result(MuxResult::InvalidArgument, tag);
     if (!m_simulation.pairRecords().remove(*identifier))
-        return result(MuxResult::BadDevice, tag);
+        return result(MuxResult::NoSuchRecord, tag);
     return result(MuxResult::Ok, tag);
 }
 

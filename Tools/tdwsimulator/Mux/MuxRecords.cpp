@@ -24,10 +24,19 @@ Data socketAddress(const std::string& address, AddressLayout layout)
     return data;
 }
 
-/// Ports of a hub, one after the other.
-std::uint64_t locationId(std::uint32_t identifier)
+std::uint64_t bitsPerSecond(UsbSpeed speed)
 {
-    return 0x10000u + identifier;
+    switch (speed) {
+    case UsbSpeed::Low:
+        return 1'500'000;
+    case UsbSpeed::Full:
+        return 12'000'000;
+    case UsbSpeed::High:
+        return 480'000'000;
+    case UsbSpeed::Super:
+        return 5'000'000'000;
+    }
+    return 0;
 }
 
 } // namespace
@@ -37,10 +46,11 @@ Dictionary attachedMessage(const Attachment& attachment, AddressLayout layout)
     const SimulatedDevice& device = *attachment.device;
     Dictionary properties;
     if (attachment.type == ConnectionType::Usb) {
-        properties = Dictionary { { "ConnectionSpeed", 480'000'000 }, { "ConnectionType", "USB" },
-            { "DeviceID", attachment.identifier },
-            { "LocationID", locationId(attachment.identifier) },
-            { "ProductID", device.productId() }, { "SerialNumber", device.udid() } };
+        properties
+            = Dictionary { { "ConnectionSpeed", bitsPerSecond(device.description().usbSpeed) },
+                  { "ConnectionType", "USB" }, { "DeviceID", attachment.identifier },
+                  { "LocationID", attachment.location() }, { "ProductID", device.productId() },
+                  { "SerialNumber", device.udid() } };
     } else {
         const std::string name
             = device.text("WiFiAddress") + "@fe80::a0b0:c0ff:fed0:e001._apple-mobdev2._tcp.local.";
@@ -50,13 +60,13 @@ Dictionary attachedMessage(const Attachment& attachment, AddressLayout layout)
                   { "NetworkAddress", socketAddress(device.networkAddress, layout) },
                   { "SerialNumber", device.udid() } };
     }
-    return Dictionary { { "DeviceID", attachment.identifier }, { "MessageType", "Attached" },
+    return Dictionary { { "MessageType", "Attached" }, { "DeviceID", attachment.identifier },
         { "Properties", std::move(properties) } };
 }
 
 Dictionary deviceMessage(std::string_view type, std::uint32_t identifier)
 {
-    return Dictionary { { "DeviceID", identifier }, { "MessageType", type } };
+    return Dictionary { { "MessageType", type }, { "DeviceID", identifier } };
 }
 
 Dictionary resultMessage(MuxResult result)

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "Model/Simulation.h"
-#include "Platform/Value.h"
 
 #include <cstdint>
+
+namespace tdw {
+class Dictionary;
+} // namespace tdw
 
 namespace tdw::simulator {
 
@@ -17,7 +20,8 @@ Dictionary deviceMessage(std::string_view type, std::uint32_t identifier);
 enum class MuxResult : std::uint32_t {
     Ok = 0,
     BadCommand = 1,
-    BadDevice = 2, ///< also: no such pair record
+    BadDevice = 2,
+    NoSuchRecord = 2, ///< also: a record that cannot be written
     ConnectionRefused = 3,
     BadVersion = 6,
     InvalidArgument = 22,

@@ -1,13 +1,24 @@
 #include "Mux/MuxServer.h"
 
 #include "Mux/MuxConnection.h"
-#include "Platform/LocalSocket.h"
+#include "Platform/System/LocalSocket.h"
 
 #include <asio/error.hpp>
 
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <utility>
 
 namespace tdw::simulator {
+
+namespace {
+
+/// A connection beyond this many that wait to be accepted gets EAGAIN.
+constexpr int kQueueLength = 5;
+
+} // namespace
 
 MuxServer::MuxServer(
     asio::io_context& context, Simulation& simulation, DeviceGate& gate, std::filesystem::path path)
@@ -17,7 +28,11 @@ MuxServer::MuxServer(
     , m_path(std::move(path))
     , m_acceptor(context)
 {
-    m_simulation.observe([this](const SimulationEvent& event) { tellListeners(event); });
+    m_simulation.observe([this](const SimulationEvent& event) {
+        if (event.kind == SimulationEvent::Kind::Attached)
+            greet(event.attachment);
+        tellListeners(event);
+    });
 }
 
 MuxServer::~MuxServer()
@@ -30,6 +45,12 @@ Result<void> MuxServer::open()
     if (m_acceptor.is_open())
         return {};
     FileHandle socket = TDW_TRY(listenOnLocalSocket(m_path));
+    // As the daemon has it: for all users, and with a queue of five.
+    if (::chmod(m_path.c_str(), 0666) != 0 || ::listen(socket.descriptor(), kQueueLength) != 0)
+        return Error::posix(errno, "Cannot listen on " + m_path.string());
+    m_simulation.renumber();
+    for (const Attachment& attachment : m_simulation.attachments())
+        greet(attachment);
     std::error_code error;
     m_acceptor.assign(asio::local::stream_protocol(), socket.descriptor(), error);
     if (error)
@@ -45,7 +66,6 @@ void MuxServer::close()
         return;
     std::error_code error;
     m_acceptor.close(error);
-    std::filesystem::remove(m_path, error);
     for (const auto& [number, weak] : std::exchange(m_channels, {})) {
         if (const auto channel = weak.lock())
             channel->close();
@@ -78,6 +98,13 @@ void MuxServer::accept()
             }
             accept();
         });
+}
+
+void MuxServer::greet(const Attachment& attachment)
+{
+    const SimulatedDevice& device = *attachment.device;
+    if (attachment.type == ConnectionType::Usb && device.trust().trust() == Trust::ForgotHostInTls)
+        m_simulation.pairRecords().remove(device.udid());
 }
 
 void MuxServer::tellListeners(const SimulationEvent& event)

@@ -2,7 +2,7 @@
 
 #include "Device/DeviceGate.h"
 #include "Model/Simulation.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
@@ -30,8 +30,8 @@ public:
     /// Listens; nothing happens where it does already. Errors name the path.
     Result<void> open();
 
-    /// Goes away as a daemon does that ends: the socket is unlinked and every client of the
-    /// multiplexer, connected to a device or not, loses its connection.
+    /// Goes away as a daemon does that ends: every client of the multiplexer, connected to a device
+    /// or not, loses its connection. The socket's file stays.
     void close();
 
     /// Opens or closes, according to whether an `Absent` fault is in force.
@@ -42,6 +42,10 @@ private:
 
     void accept();
     void tellListeners(const SimulationEvent& event);
+
+    /// What the daemon does with a device before it announces it: a session that ends in TLS costs
+    /// the device its record.
+    void greet(const Attachment& attachment);
 
     asio::io_context& m_context;
     Simulation& m_simulation;

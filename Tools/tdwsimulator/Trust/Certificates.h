@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Platform/Handle.h"
-#include "Platform/Result.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Data.h"
+#include "Platform/Values/Result.h"
 
 #include <openssl/evp.h>
 #include <openssl/ssl.h>

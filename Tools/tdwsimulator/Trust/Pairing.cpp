@@ -1,6 +1,5 @@
 #include "Trust/Pairing.h"
 
-#include "Model/Lookup.h"
 #include "Trust/TlsContext.h"
 
 namespace tdw::simulator {
@@ -11,7 +10,7 @@ constexpr std::string_view kHostId = "7E57057A-0000-4000-8000-000000000001";
 
 CertificateHandle certificateIn(const Dictionary& record, std::string_view key)
 {
-    const Data* pem = dataIn(record, key);
+    const Data* pem = record.dataAt(key);
     return pem == nullptr ? nullptr : certificateFromPem(*pem);
 }
 
@@ -38,12 +37,12 @@ Result<std::shared_ptr<const SimulatorKeys>> SimulatorKeys::load(
 
 std::optional<std::string_view> PairingStore::add(const Dictionary& record)
 {
-    const std::string* hostId = stringIn(record, "HostID");
+    const std::string* hostId = record.stringAt("HostID");
     if (hostId == nullptr || hostId->empty())
         return "MissingHostID";
     auto pairing = std::make_shared<Pairing>();
     pairing->hostId = *hostId;
-    if (const std::string* buid = stringIn(record, "SystemBUID"))
+    if (const std::string* buid = record.stringAt("SystemBUID"))
         pairing->systemBuid = *buid;
     pairing->root = certificateIn(record, "RootCertificate");
     pairing->host = certificateIn(record, "HostCertificate");

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
 #include "Trust/Certificates.h"
 
 #include <filesystem>

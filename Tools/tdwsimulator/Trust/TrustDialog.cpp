@@ -28,6 +28,7 @@ std::optional<std::string_view> TrustDialog::refusalToPair(ConnectionType connec
     switch (m_trust) {
     case Trust::Trusts:
     case Trust::ForgotHost:
+    case Trust::ForgotHostInTls:
         return std::nullopt;
     case Trust::Asks:
         return askUser();
@@ -35,6 +36,8 @@ std::optional<std::string_view> TrustDialog::refusalToPair(ConnectionType connec
         return "UserDeniedPairing";
     case Trust::Locked:
     case Trust::EscrowLocked:
+    case Trust::AfterFirstUnlock:
+    case Trust::BeforeFirstUnlock:
         return "PasswordProtected";
     case Trust::FindMyLocked:
         return "FMiPProtected";
@@ -79,6 +82,8 @@ std::optional<std::string_view> TrustDialog::refusalToStartSession() const
 
 std::optional<std::string_view> TrustDialog::refusalToStartService() const
 {
+    if (m_trust == Trust::BeforeFirstUnlock)
+        return "MissingValue";
     return refusalOfLockedDevice(m_trust);
 }
 

@@ -28,8 +28,13 @@ public:
     enum class Answer { Accept, Deny };
     void answer(Answer answer) { m_answer = answer; }
 
-    /// The device was plugged in anew: an unanswered or denied dialog is forgotten.
-    void forgetAnswer() { m_answer.reset(); }
+    /// The device was unplugged: an unanswered or denied dialog is forgotten, a consent is not.
+    void forgetAnswer()
+    {
+        m_isShown = false;
+        if (m_answer == Answer::Deny)
+            m_answer.reset();
+    }
 
     /// Whether the dialog is on the device's screen.
     bool isShown() const { return m_isShown && !m_answer; }

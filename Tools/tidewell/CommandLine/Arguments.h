@@ -1,7 +1,7 @@
 #pragma once
 
 #include "CommandLine/CommandTable.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <chrono>
 #include <map>

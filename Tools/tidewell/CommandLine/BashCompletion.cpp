@@ -7,8 +7,14 @@ namespace {
 constexpr std::string_view kFrame
     = R"bash(# bash completion for tidewell, written by "tidewell completion bash"
 
+# UDIDs and names, the names quoted as the shell wants them.
 _tidewell_devices() {
-    @DEVICES@
+    local udid name
+    while IFS=$'\t' read -r udid name; do
+        [[ $udid == "$current"* ]] && COMPREPLY+=("$udid")
+        [[ -n $name && ( $name == "$current"* || $(printf %q "$name") == "$current"* ) ]] &&
+            COMPREPLY+=("$(printf %q "$name")")
+    done < <(@DEVICES@)
 }
 
 _tidewell() {
@@ -47,12 +53,11 @@ complete -F _tidewell tidewell
 std::string candidates(const Word& word)
 {
     switch (word.kind) {
-    case WordKind::Device:
-        return "$(_tidewell_devices)";
     case WordKind::Command:
         return "'" + commandNames() + "'";
     case WordKind::Choice:
         return "'" + choiceNames(word.choices) + "'";
+    case WordKind::Device:
     case WordKind::Text:
         break;
     }
@@ -91,9 +96,12 @@ std::string bashCompletion()
     std::string words;
     for (const Command& command : commandTable()) {
         options += branch("        ", std::string(command.name), "'" + optionNames(&command) + "'");
-        for (std::size_t i = 0; i < command.words.size(); ++i)
-            words += branch("        ", std::string(command.name) + ":" + std::to_string(i),
-                candidates(command.words[i]));
+        for (std::size_t i = 0; i < command.words.size(); ++i) {
+            const std::string pattern = std::string(command.name) + ":" + std::to_string(i);
+            words += command.words[i].kind == WordKind::Device
+                ? "        " + pattern + ") COMPREPLY=(); _tidewell_devices; return ;;\n"
+                : branch("        ", pattern, candidates(command.words[i]));
+        }
     }
     return filled(kFrame,
         { { "@DEVICES@", std::string(kDeviceCandidates) },

@@ -15,7 +15,7 @@ struct NumberForm {
     int largest;
 };
 
-/// An hour; nobody waits longer by intention.
+/// An hour, more than any pairing takes.
 constexpr NumberForm kSeconds { "seconds", 3600 };
 
 /// More than any screen has.

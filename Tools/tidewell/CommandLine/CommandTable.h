@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <cstddef>
 #include <span>
@@ -9,7 +9,7 @@
 
 namespace tdw::cli {
 
-struct Session;
+struct CommandContext;
 
 /// What a word after a command is; completion offers accordingly.
 enum class WordKind { Device, Command, Choice, Text };
@@ -51,7 +51,7 @@ struct Command {
     std::string_view help;
     /// What else its users should know, or nothing.
     std::string_view description;
-    Result<void> (*function)(const Session&);
+    Result<void> (*function)(const CommandContext&);
 
     std::size_t fewestWords() const;
 };

@@ -53,6 +53,14 @@ std::string optionNames(const Command* command)
     return names;
 }
 
+std::string singleQuoted(std::string_view text)
+{
+    std::string quoted = "'";
+    for (const char character : text)
+        quoted += character == '\'' ? "'\\''" : std::string(1, character);
+    return quoted + "'";
+}
+
 std::string choiceNames(std::span<const std::string_view> choices)
 {
     std::string names;

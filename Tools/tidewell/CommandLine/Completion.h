@@ -20,11 +20,15 @@ std::string fishCompletion();
 
 // What they are put together from.
 
-/// The shell command that prints the UDIDs of the devices that are listed now. Shells evaluate what
-/// they are offered, and what a device says of itself is not to be trusted: nothing but a UDID's
-/// own characters gets through.
+/// Instead of a shell: writes the devices that the scripts offer.
+inline constexpr std::string_view kDeviceCompletion = "devices";
+
+/// The shell command that prints the devices that are listed now, a UDID and perhaps a tab and a
+/// name on each line, within a second. Shells evaluate what they are offered, and a device's name
+/// is not trusted: the scripts quote it, and only a UDID's own characters get through as one.
 inline constexpr std::string_view kDeviceCandidates
-    = "tidewell list 2>/dev/null | awk 'NR > 1 && $1 ~ /^[0-9A-Fa-f-]+$/ { print $1 }'";
+    = "timeout 1 tidewell completion devices 2>/dev/null | awk -F '\\t' '$1 ~ "
+      "/^[0-9A-Fa-f-]+$/ { print }'";
 
 /// A script's frame with each placeholder, such as "@COMMANDS@", replaced by its text.
 std::string filled(
@@ -35,6 +39,9 @@ std::string commandNames();
 
 /// The names of the options that a command takes (null: of all options), with blanks between.
 std::string optionNames(const Command* command);
+
+/// A text in single quotes, as all three shells read it.
+std::string singleQuoted(std::string_view text);
 
 /// Choices with blanks between.
 std::string choiceNames(std::span<const std::string_view> choices);

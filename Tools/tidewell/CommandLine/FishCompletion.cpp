@@ -27,7 +27,7 @@ std::string line(const std::string& condition, const std::string& rest)
 
 std::string described(std::string_view help)
 {
-    return " -d '" + std::string(help) + "'";
+    return " -d " + singleQuoted(help);
 }
 
 std::string optionLine(const Command& command, const Option& option)

@@ -86,7 +86,7 @@ std::string overviewText()
         + wrapped("Shows and changes the state of iOS devices.")
         + section("Commands:", commandEntries()) + section("Options:", optionEntries(nullptr))
         + section("Exit status:", exitStatusEntries())
-        + "\n\"tidewell COMMAND --help\" tells more, and so does the manual: man tidewell\n";
+        + "\n\"tidewell COMMAND --help\" shows more; the manual is man tidewell\n";
 }
 
 std::string commandHelpText(const Command& command)

@@ -1,92 +1,86 @@
 #include "CommandLine/Arguments.h"
 #include "Errors/CommandLineError.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
-
-#include <algorithm>
-
-// The one file that includes CLI11, which takes seconds to compile.
+#include <getopt.h>
 
 namespace tdw::cli {
 
 namespace {
 
-struct Declared {
-    const Option* option;
-    CLI::Option* parsed;
-    std::string value;
+/// What `getopt_long` returns for the option at an index; beyond all characters.
+constexpr int kFirstOption = 256;
+
+/// The options as `getopt_long` takes them.
+struct Declarations {
+    /// "-": words come in between; ":": a missing value is told apart.
+    std::string shortOptions = "-:";
+    std::vector<option> longOptions;
+
+    Declarations()
+    {
+        for (const Option& each : optionTable()) {
+            const bool hasValue = each.valueKind != ValueKind::None;
+            longOptions.push_back({ each.name.data() + 2, hasValue ? 1 : 0, nullptr,
+                kFirstOption + static_cast<int>(longOptions.size()) });
+            if (!each.shortName.empty())
+                shortOptions.append(each.shortName.substr(1)) += hasValue ? ":" : "";
+        }
+        longOptions.push_back({});
+    }
 };
 
-void declare(CLI::App& parser, Declared& declared)
+/// The option that `getopt_long` returned or complains of, or null.
+const Option* optionOf(int code)
 {
-    const Option& option = *declared.option;
-    std::string names(option.name);
-    if (!option.shortName.empty())
-        names = std::string(option.shortName) + "," + names;
-    // Given twice, the last value counts, as with most tools.
-    if (option.valueKind == ValueKind::None)
-        declared.parsed = parser.add_flag(names);
-    else
-        declared.parsed = parser.add_option(names, declared.value)->take_last();
+    if (code >= kFirstOption)
+        return &optionTable()[static_cast<std::size_t>(code - kFirstOption)];
+    return findOption(std::string("-") + static_cast<char>(code));
 }
 
-/// The parser takes "--json=no" for an option without a value too, and calls every such value given
-/// without "=" "true".
-bool hasUncalledForValue(const Declared& declared)
+Error optionError(const Option& option, const std::string& problem)
 {
-    const auto& results = declared.parsed->results();
-    return declared.option->valueKind == ValueKind::None
-        && std::any_of(results.begin(), results.end(),
-            [](const std::string& result) { return result != "true"; });
-}
-
-/// Words and unknown options come back together; "--" tells where only words follow.
-void sortLeftovers(std::vector<std::string> leftovers, RawArguments& raw)
-{
-    bool onlyWords = false;
-    for (std::string& leftover : leftovers) {
-        if (!onlyWords && leftover == "--")
-            onlyWords = true;
-        else if (!onlyWords && leftover.size() > 1 && leftover.front() == '-')
-            raw.unknownOptions.push_back(std::move(leftover));
-        else
-            raw.words.push_back(std::move(leftover));
-    }
+    return commandLineError({ .status = ExitStatus::Usage,
+        .reason = "The option \"" + std::string(option.name) + "\" " + problem
+            + "; try 'tidewell --help'" });
 }
 
 } // namespace
 
 Result<RawArguments> splitArguments(const std::vector<std::string>& texts)
 {
-    // Help and errors have our own form. Words are not declared to the parser, which would take a
-    // word such as "[a,b]" apart.
-    CLI::App parser;
-    parser.set_help_flag();
-    parser.allow_extras();
-
-    std::vector<Declared> all;
-    for (const Option& option : optionTable())
-        all.push_back({ &option, nullptr, {} });
-    for (Declared& declared : all)
-        declare(parser, declared);
-    try {
-        parser.parse(std::vector<std::string>(texts.rbegin(), texts.rend()));
-    } catch (const CLI::ParseError& error) {
-        return commandLineError({ .status = ExitStatus::Usage, .reason = error.what() });
-    }
+    const Declarations declarations;
+    std::vector<std::string> copies { "tidewell" };
+    copies.insert(copies.end(), texts.begin(), texts.end());
+    std::vector<char*> argv;
+    for (std::string& copy : copies)
+        argv.push_back(copy.data());
+    argv.push_back(nullptr);
+    const int argc = static_cast<int>(copies.size());
 
     RawArguments raw;
-    for (const Declared& declared : all) {
-        if (hasUncalledForValue(declared))
-            return commandLineError({ .status = ExitStatus::Usage,
-                .reason = "The option \"" + std::string(declared.option->name)
-                    + "\" takes no value; try 'tidewell --help'" });
-        if (declared.parsed->count() > 0)
-            raw.options.emplace(declared.option->name, declared.value);
+    optind = 0; // Starts over, however often this runs.
+    while (true) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread reads the command line
+        const int code = getopt_long(argc, argv.data(), declarations.shortOptions.c_str(),
+            declarations.longOptions.data(), nullptr);
+        if (code < 0)
+            break;
+        if (code == 1) {
+            raw.words.emplace_back(optarg);
+        } else if (code == ':') {
+            return optionError(*optionOf(optopt), "takes a value");
+        } else if (code != '?') {
+            // Given twice, the last value counts, as with most tools.
+            raw.options.insert_or_assign(
+                std::string(optionOf(code)->name), optarg ? optarg : std::string());
+        } else if (optopt >= kFirstOption) {
+            return optionError(*optionOf(optopt), "takes no value");
+        } else {
+            raw.unknownOptions.push_back(
+                optopt ? "-" + std::string(1, static_cast<char>(optopt)) : argv[optind - 1]);
+        }
     }
-    sortLeftovers(parser.remaining(), raw);
+    raw.words.insert(raw.words.end(), copies.begin() + optind, copies.end());
     return raw;
 }
 

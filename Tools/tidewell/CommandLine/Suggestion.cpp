@@ -8,7 +8,7 @@ namespace tdw::cli {
 
 namespace {
 
-/// Nobody types so much by mistake; it also bounds the work.
+/// No mistyped name is longer; it also bounds the work.
 constexpr std::size_t kLongestName = 64;
 
 /// The number of typing errors that lead from one text to the other.

@@ -8,9 +8,15 @@ constexpr std::string_view kFrame = R"zsh(#compdef tidewell
 # zsh completion for tidewell, written by "tidewell completion zsh"
 
 _tidewell_devices() {
-  local -a devices
-  devices=(${(f)"$(@DEVICES@)"})
-  compadd -a devices
+  local -a lines udids names
+  local line
+  lines=(${(f)"$(@DEVICES@)"})
+  for line in $lines; do
+    udids+=("${line%%$'\t'*}")
+    [[ $line == *$'\t'* ]] && names+=("${line#*$'\t'}")
+  done
+  compadd -a udids
+  compadd -a names
 }
 
 _tidewell_commands() {
@@ -45,10 +51,10 @@ std::string optionArgument(const Option& option)
                                                    : "(" + choiceNames(option.choices) + ")");
     const std::string help = "[" + std::string(option.help) + "]";
     if (option.shortName.empty())
-        return "'" + name + help + value + "'";
+        return singleQuoted(name + help + value);
     const std::string shortName(option.shortName);
-    return "'(" + shortName + " " + name + ")'{" + shortName + "," + name + "}'" + help + value
-        + "'";
+    return "'(" + shortName + " " + name + ")'{" + shortName + "," + name + "}"
+        + singleQuoted(help + value);
 }
 
 std::string wordArgument(const Word& word, std::size_t position)
@@ -92,7 +98,8 @@ std::string zshCompletion()
     std::string commands;
     std::string cases;
     for (const Command& command : commandTable()) {
-        commands += "    '" + std::string(command.name) + ":" + std::string(command.help) + "'\n";
+        commands += "    "
+            + singleQuoted(std::string(command.name) + ":" + std::string(command.help)) + "\n";
         cases += commandCase(command);
     }
     std::string options;

@@ -1,34 +1,52 @@
 #pragma once
 
 #include "CommandLine/Arguments.h"
-#include "Devices/Requests.h"
-#include "Output/Console.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
+#include "Requests/DeviceRequests.h"
+#include "Terminal/Console.h"
+
+#include <string>
 
 namespace tdw::cli {
 
 /// What a command works with.
-struct Session {
+struct CommandContext {
     const Arguments& arguments;
-    const Requests& requests;
+    DeviceRequests& requests;
     const Console& console;
 };
 
 /// The commands, by the names that they have on the command line. Each writes its data to standard
 /// output, and returns an error for everything that the user should be told otherwise.
-Result<void> listCommand(const Session& session);
-Result<void> infoCommand(const Session& session);
-Result<void> batteryCommand(const Session& session);
-Result<void> companionsCommand(const Session& session);
-Result<void> wallpaperCommand(const Session& session);
-Result<void> pairCommand(const Session& session);
-Result<void> unpairCommand(const Session& session);
-Result<void> wifiCommand(const Session& session);
-Result<void> buddyCommand(const Session& session);
-Result<void> eventsCommand(const Session& session);
-Result<void> watchCommand(const Session& session);
-Result<void> serviceCommand(const Session& session);
-Result<void> helpCommand(const Session& session);
-Result<void> completionCommand(const Session& session);
+Result<void> listCommand(const CommandContext& context);
+Result<void> infoCommand(const CommandContext& context);
+Result<void> batteryCommand(const CommandContext& context);
+Result<void> companionsCommand(const CommandContext& context);
+Result<void> wallpaperCommand(const CommandContext& context);
+Result<void> pairCommand(const CommandContext& context);
+Result<void> unpairCommand(const CommandContext& context);
+Result<void> wifiCommand(const CommandContext& context);
+Result<void> buddyCommand(const CommandContext& context);
+Result<void> eventsCommand(const CommandContext& context);
+Result<void> watchCommand(const CommandContext& context);
+Result<void> serviceCommand(const CommandContext& context);
+Result<void> helpCommand(const CommandContext& context);
+Result<void> completionCommand(const CommandContext& context);
+
+// What several of them do.
+
+struct ListedDevice;
+
+/// The connection type of a request, as --connection chooses it.
+/// Errors: `ExitStatus::NoDevice`, where the device cannot be reached that way
+Result<std::uint64_t> connectionTypeFor(const CommandContext& context, const ListedDevice& device);
+
+/// Ends a command that changed something: with a sentence for people, or the answer for programs.
+Result<void> reportDone(
+    const CommandContext& context, const Value& answer, const std::string& sentence);
+
+/// Writes a warning on standard error.
+void warn(const CommandContext& context, const Error& warning);
 
 } // namespace tdw::cli

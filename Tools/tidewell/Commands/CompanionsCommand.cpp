@@ -1,18 +1,13 @@
 #include "Commands/Commands.h"
-#include "Commands/ConnectionChoice.h"
-#include "Commands/DeviceRequest.h"
+#include "Devices/Companions.h"
+#include "Devices/DeviceFailure.h"
 #include "Devices/DeviceLookup.h"
-#include "Devices/DeviceSelection.h"
-#include "Devices/Watches.h"
 #include "Errors/CommandLineError.h"
-#include "Errors/ErrorText.h"
 #include "Errors/Warnings.h"
-#include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWDeviceList.h"
-#include "Interfaces/TDWServer.h"
-#include "Output/Json.h"
-#include "Output/WatchTable.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Text/CompanionTable.h"
+#include "Text/Json.h"
 
 #include <utility>
 
@@ -20,81 +15,87 @@ namespace tdw::cli {
 
 namespace {
 
-/// The error of a device that says nothing of watches because it is not paired.
-Error notPaired(const Value& info)
+/// The error of a device that lists no watches because it is locked or does not trust this
+/// computer.
+Error notTold(const Value& info)
 {
     const auto warnings = warningsIn(info);
     if (!warnings.empty())
         return warnings.front();
     return commandLineError(
-        { .status = ExitStatus::NotTrusted, .reason = "The device does not tell of its watches." });
+        { .status = ExitStatus::NotTrusted, .reason = "The device does not list its watches." });
 }
 
+/// The watches that the phone names.
 Result<std::vector<std::string>> requestIdentifiers(
-    const Session& session, const std::string& udid, const std::string& connection)
+    const CommandContext& context, const std::string& udid, std::uint64_t connectionType)
 {
     const std::string attempt = "Cannot ask \"" + udid + "\" for its watches";
-    const Value info = TDW_TRY(requestFor(session,
-        { .server = kTidewellServerInfo,
-            .arguments = { udid, connection,
-                std::string(kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag) },
-            .attempt = attempt }));
-    auto identifiers = watchIdentifiersIn(info);
+    if (const auto paired = requirePairing(context.requests, udid); !paired)
+        return whileTrying(attempt, paired.error());
+    const Value info = TDW_TRY(askDevice(context.requests, udid,
+        DeviceInfoQuery { .udid = udid,
+            .connectionType = connectionType,
+            .includesCompanionIdentifiers = true,
+            .mayPair = false },
+        attempt));
+    auto identifiers = companionIdentifiersIn(info);
     if (!identifiers)
-        return whileTrying(attempt, notPaired(info));
-    if (const auto failure = watchLookupFailure(info); failure && identifiers->empty())
-        return whileTrying(attempt, *failure);
+        return whileTrying(attempt, notTold(info));
+    if (const auto failure = companionLookupFailure(info); failure && identifiers->empty())
+        return whileTrying(attempt, explainedFailure(context.requests, udid, *failure));
     return *std::move(identifiers);
 }
 
-Result<std::vector<std::string>> givenIdentifiers(const std::vector<std::string>& words)
+Result<void> validateWords(const std::vector<std::string>& words)
 {
-    const std::vector<std::string> identifiers(words.begin() + 1, words.end());
-    for (const std::string& identifier : identifiers)
-        TDW_TRY(validateDeviceText(identifier));
-    return identifiers;
+    for (const std::string& word : words)
+        TDW_TRY(validateDeviceText(word));
+    return {};
 }
 
-Result<void> printJson(const Session& session, const WatchReport& report)
+Result<void> printJson(const CommandContext& context, const CompanionReport& report)
 {
     Dictionary answer { { kTDWDevicesKey, report.entries } };
     for (const Error& warning : report.warnings)
         TDWAppendErrorToWarningsArray(&answer, &warning);
-    return session.console.print(jsonLine(answer));
+    return context.console.print(jsonLine(answer));
 }
 
 } // namespace
 
-Result<void> companionsCommand(const Session& session)
+Result<void> companionsCommand(const CommandContext& context)
 {
-    const auto& words = session.arguments.words;
-    std::vector<std::string> identifiers;
+    const auto& words = context.arguments.words;
+    TDW_TRY(validateWords(words));
+    const auto device = TDW_TRY(words.empty() ? findOnlyDevice(context.requests)
+                                              : findDevice(context.requests, words.front()));
+    const bool isBatteryOnly = context.arguments.has("--battery");
+    const auto connectionType = TDW_TRY(connectionTypeFor(context, device));
+    CompanionQuestion question {
+        .detail = isBatteryOnly ? CompanionDetail::Battery : CompanionDetail::Everything,
+        .udid = device.udid,
+        .connectionType = connectionType,
+    };
+    question.identifiers
+        = TDW_TRY(requestIdentifiers(context, device.udid, question.connectionType));
     if (words.size() > 1)
-        identifiers = TDW_TRY(givenIdentifiers(words));
-    const auto device = TDW_TRY(words.empty() ? findOnlyDevice(session.requests)
-                                              : findDevice(session.requests, words.front()));
-    const auto connection = TDW_TRY(connectionArgument(session, device));
-    if (identifiers.empty())
-        identifiers = TDW_TRY(requestIdentifiers(session, device.udid, connection));
-    const bool isBatteryOnly = session.arguments.has("--battery");
-    const auto report = requestWatches(session.requests,
-        { .server = isBatteryOnly ? kTidewellServerCompanionBattery : kTidewellServerCompanion,
-            .udid = device.udid,
-            .connection = connection,
-            .identifiers = std::move(identifiers) });
+        question.identifiers = TDW_TRY(
+            identifiersMeant(context.requests, question, { words.begin() + 1, words.end() }));
+    const auto report = requestCompanions(context.requests, question);
     if (report.entries.empty() && !report.warnings.empty())
-        return report.warnings.front();
-    if (session.arguments.has("--json"))
-        return printJson(session, report);
+        return explainedFailure(context.requests, device.udid, report.warnings.front());
+    if (context.arguments.has("--json"))
+        return printJson(context, report);
     if (report.entries.empty()) {
-        session.console.say("No watch is paired with \"" + device.udid + "\".\n");
+        context.console.say("No watch is paired with \"" + device.udid + "\".\n");
         return {};
     }
-    const auto table = isBatteryOnly ? &watchBatteryTable : &watchTable;
-    TDW_TRY(session.console.print(
-        table(report.entries, glyphsOfLocale(), session.console.outputColours())));
+    const auto table = isBatteryOnly ? &companionBatteryTable : &companionTable;
+    TDW_TRY(context.console.print(
+        table(report.entries, glyphsOfLocale(), context.console.outputColours())));
     for (const Error& warning : report.warnings)
-        session.console.say(warningText(warning, session.console.errorColours()));
+        warn(context, warning);
     return {};
 }
 

@@ -1,15 +1,12 @@
 #include "Commands/Commands.h"
-#include "Commands/ConnectionChoice.h"
-#include "Commands/DeviceRequest.h"
+#include "Devices/Companions.h"
+#include "Devices/DeviceFailure.h"
 #include "Devices/DeviceLookup.h"
-#include "Devices/Watches.h"
-#include "Errors/ErrorText.h"
-#include "Interfaces/TDWDeviceInfo.h"
-#include "Interfaces/TDWServer.h"
-#include "Output/DeviceInfoText.h"
-#include "Output/Json.h"
-#include "Output/WatchTable.h"
+#include "Errors/CommandLineError.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Text/CompanionTable.h"
+#include "Text/DeviceInfoText.h"
+#include "Text/Json.h"
 
 // The commands that ask a device.
 
@@ -21,67 +18,68 @@ namespace {
 constexpr std::string_view kCompanionsKey = "Companions";
 
 /// The payload with what is known of the watches added to it.
-Value withWatches(const Value& info, const WatchReport& watches)
+Value withCompanions(const Value& info, const CompanionReport& companions)
 {
     const Dictionary* fields = info.asDictionary();
-    if (!fields || !watchIdentifiersIn(info))
+    if (!fields || !companionIdentifiersIn(info))
         return info;
     Dictionary result = *fields;
-    result.set(kCompanionsKey, watches.entries);
-    for (const Error& warning : watches.warnings)
+    result.set(kCompanionsKey, companions.entries);
+    for (const Error& warning : companions.warnings)
         TDWAppendErrorToWarningsArray(&result, &warning);
     return result;
 }
 
 } // namespace
 
-Result<void> infoCommand(const Session& session)
+Result<void> infoCommand(const CommandContext& context)
 {
-    const auto device = TDW_TRY(findDevice(session.requests, session.arguments.words.front()));
-    const auto connection = TDW_TRY(connectionArgument(session, device));
-    const Value info = TDW_TRY(requestFor(session,
-        { .server = kTidewellServerInfo,
-            .arguments = { device.udid, connection,
-                std::string(kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag) },
-            .attempt = "Cannot ask \"" + device.udid + "\"" }));
-    const auto watches = [&] {
-        return requestWatches(session.requests,
-            { .server = kTidewellServerCompanion,
-                .udid = device.udid,
-                .connection = connection,
-                .identifiers = watchIdentifiersIn(info).value_or(std::vector<std::string>()) });
+    const auto device = TDW_TRY(findDevice(context.requests, context.arguments.words.front()));
+    const auto connection = TDW_TRY(connectionTypeFor(context, device));
+    const Value info = TDW_TRY(askDevice(context.requests, device.udid,
+        DeviceInfoQuery { .udid = device.udid,
+            .connectionType = connection,
+            .includesCompanionIdentifiers = true,
+            .mayPair = false },
+        "Cannot ask \"" + device.udid + "\""));
+    const auto companions = [&] {
+        return requestCompanions(context.requests,
+            { .udid = device.udid,
+                .connectionType = connection,
+                .identifiers = companionIdentifiersIn(info).value_or(std::vector<std::string>()) });
     };
-    if (session.arguments.has("--json"))
-        return session.console.print(jsonLine(withWatches(info, watches())));
+    if (context.arguments.has("--json"))
+        return context.console.print(jsonLine(withCompanions(info, companions())));
 
-    const auto colours = session.console.outputColours();
-    // What is known is shown before the watches are asked, who may take their time.
+    const auto colours = context.console.outputColours();
+    // What is known is shown before the watches are asked, which may take their time.
     const auto text = TDW_TRY(deviceInfoText(device, info, glyphsOfLocale(), colours));
-    TDW_TRY(session.console.print(text));
-    auto warnings = deviceInfoWarnings(info);
-    const auto report = watches();
+    TDW_TRY(context.console.print(text));
+    const auto report = companions();
     if (!report.entries.empty())
-        TDW_TRY(
-            session.console.print("\n" + watchTable(report.entries, glyphsOfLocale(), colours)));
-    warnings.insert(warnings.end(), report.warnings.begin(), report.warnings.end());
-    for (const Error& warning : warnings)
-        session.console.say(warningText(warning, session.console.errorColours()));
+        TDW_TRY(context.console.print(
+            "\n" + companionTable(report.entries, glyphsOfLocale(), colours)));
+    for (const auto& warnings : { deviceInfoWarnings(info), report.warnings }) {
+        for (const Error& warning : warnings)
+            warn(context, warning);
+    }
     return {};
 }
 
-Result<void> batteryCommand(const Session& session)
+Result<void> batteryCommand(const CommandContext& context)
 {
-    const auto device = TDW_TRY(findDevice(session.requests, session.arguments.words.front()));
-    const Value battery = TDW_TRY(requestFor(session,
-        { .server = kTidewellServerBattery,
-            .arguments = { device.udid },
-            .attempt = "Cannot read the battery of \"" + device.udid + "\"" }));
-    if (session.arguments.has("--json"))
-        return session.console.print(jsonLine(battery));
+    const auto device = TDW_TRY(findDevice(context.requests, context.arguments.words.front()));
+    const std::string attempt = "Cannot read the battery of \"" + device.udid + "\"";
+    if (const auto paired = requirePairing(context.requests, device.udid); !paired)
+        return whileTrying(attempt, paired.error());
+    const Value battery = TDW_TRY(
+        askDevice(context.requests, device.udid, BatteryQuery { .udid = device.udid }, attempt));
+    if (context.arguments.has("--json"))
+        return context.console.print(jsonLine(battery));
 
     Table table;
     table.addRow({ batteryBar(battery, glyphsOfLocale()), { batteryState(battery) } });
-    return session.console.print(table.text(session.console.outputColours()));
+    return context.console.print(table.text(context.console.outputColours()));
 }
 
 } // namespace tdw::cli

@@ -1,83 +1,93 @@
 #include "Commands/Commands.h"
+#include "Devices/MultiplexerMonitor.h"
 #include "Errors/CommandLineError.h"
-#include "Errors/ErrorText.h"
-#include "Events/DeviceFeed.h"
-#include "Events/EventText.h"
-#include "Events/SignalWatch.h"
-#include "Output/Json.h"
+#include "Requests/DeviceFeed.h"
+#include "Text/EventText.h"
+#include "Text/Json.h"
 
-#include <poll.h>
-#include <unistd.h>
-
-#include <array>
 #include <chrono>
 #include <csignal>
+#include <utility>
 
 namespace tdw::cli {
 
 namespace {
 
-Result<void> print(const Session& session, const DeviceEvent& event)
-{
-    const Date now = std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now());
-    return session.console.print(session.arguments.has("--json")
-            ? jsonLine(eventValue(event, now))
-            : eventText(event, now, session.console.outputColours()));
-}
-
-/// Says once for each outage that there is one.
-class OutageNotice {
+class EventPrinter {
 public:
-    explicit OutageNotice(const Console& console)
-        : m_console(console)
+    explicit EventPrinter(const CommandContext& context)
+        : m_context(context)
     {
     }
 
-    void update(const std::optional<Error>& outage)
+    /// Prints events until it is told to end.
+    Result<void> run()
     {
-        if (outage && !m_isSaid)
-            m_console.say(
-                warningText(whileTrying("No events come until there is a service again", *outage),
-                    m_console.errorColours()));
-        m_isSaid = outage.has_value();
+        EventLoop& loop = m_context.requests.loop();
+        const auto end = [this] {
+            finish({});
+        };
+        const auto interrupt = TDW_TRY(loop.onSignal(SIGINT, end));
+        const auto terminate = TDW_TRY(loop.onSignal(SIGTERM, end));
+        const auto reader = whenOutputIsUnread(loop, end);
+        const MultiplexerMonitor monitor(m_context.requests,
+            [this](const std::vector<Error>& problems) { problemsChanged(problems); });
+        const auto feed = TDW_TRY(DeviceFeed::open(m_context.requests,
+            { .event = [this](const DeviceEvent& event) { print(event); },
+                .outage = [this](const std::optional<Error>& reason) { outageChanged(reason); },
+                .end =
+                    [this](const Error& reason) {
+                        finish(whileTrying("Cannot show events", reason));
+                    } }));
+        loop.runUntil([this] { return m_result.has_value(); });
+        return *m_result;
     }
 
 private:
-    const Console& m_console;
-    bool m_isSaid = false;
-};
-
-Result<void> printEvents(const Session& session, DeviceFeed& feed, const SignalWatch& signals)
-{
-    OutageNotice notice(session.console);
-    while (true) {
-        std::array entries { pollfd { signals.descriptor(), POLLIN, 0 },
-            pollfd { STDOUT_FILENO, 0, 0 }, pollfd { feed.descriptor(), POLLIN, 0 } };
-        (void)poll(entries.data(), entries.size(), -1);
-        const bool isUnread = (entries[1].revents & (POLLERR | POLLHUP)) != 0;
-        // Taken, because a signal that stays would end the process after all.
-        if (signals.take() || isUnread)
-            return {};
-        for (const DeviceEvent& event : TDW_TRY(feed.take()))
-            TDW_TRY(print(session, event));
-        notice.update(feed.outage());
+    void print(const DeviceEvent& event)
+    {
+        const Date now
+            = std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now());
+        const auto printed = m_context.console.print(m_context.arguments.has("--json")
+                ? jsonLine(eventValue(event, now))
+                : eventText(event, now, m_context.console.outputColours()));
+        if (!printed)
+            finish(isClosedOutput(printed.error()) ? Result<void>() : printed);
     }
-}
+
+    void outageChanged(const std::optional<Error>& reason)
+    {
+        if (reason && !std::exchange(m_isOutageSaid, true))
+            warn(m_context, whileTrying("No events come until there is a service again", *reason));
+        m_isOutageSaid = reason.has_value();
+    }
+
+    void problemsChanged(const std::vector<Error>& problems)
+    {
+        for (const Error& problem : problems)
+            warn(m_context, problem);
+        if (problems.empty())
+            m_context.console.say("tidewell: usbmuxd answers again.\n");
+    }
+
+    void finish(Result<void> result)
+    {
+        if (!m_result)
+            m_result = std::move(result);
+    }
+
+    const CommandContext& m_context;
+    std::optional<Result<void>> m_result;
+    bool m_isOutageSaid = false;
+};
 
 } // namespace
 
-Result<void> eventsCommand(const Session& session)
+Result<void> eventsCommand(const CommandContext& context)
 {
     // A reader that goes is how a stream ends, and no reason to be killed.
     (void)std::signal(SIGPIPE, SIG_IGN);
-    const auto signals = TDW_TRY(SignalWatch::create({ SIGINT, SIGTERM }));
-    const auto feed = TDW_TRY(openDeviceFeed(session.requests.road()));
-    const auto result = printEvents(session, *feed, signals);
-    if (result || isClosedOutput(result.error()))
-        return {};
-    if (exitStatusOf(result.error()) == ExitStatus::OutputNotWritten)
-        return result.error();
-    return whileTrying("Cannot tell about events", result.error());
+    return EventPrinter(context).run();
 }
 
 } // namespace tdw::cli

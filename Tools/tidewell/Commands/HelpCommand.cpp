@@ -3,15 +3,15 @@
 
 namespace tdw::cli {
 
-Result<void> helpCommand(const Session& session)
+Result<void> helpCommand(const CommandContext& context)
 {
-    const auto& words = session.arguments.words;
+    const auto& words = context.arguments.words;
     if (words.empty())
-        return session.console.print(overviewText());
+        return context.console.print(overviewText());
     const Command* command = findCommand(words.front());
     if (!command)
         return unknownCommandError(words.front());
-    return session.console.print(commandHelpText(*command));
+    return context.console.print(commandHelpText(*command));
 }
 
 } // namespace tdw::cli

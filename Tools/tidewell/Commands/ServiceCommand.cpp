@@ -1,10 +1,12 @@
 #include "Commands/Commands.h"
 #include "Errors/CommandLineError.h"
-#include "Output/Json.h"
-#include "Output/Table.h"
-#include "Service/RunningService.h"
+#include "Platform/Values/Value.h"
+#include "Requests/RunningService.h"
+#include "Terminal/Table.h"
+#include "Text/Json.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <string>
 
@@ -13,9 +15,9 @@ namespace tdw::cli {
 namespace {
 
 /// "1 h 2 min 3 s", without leading zeros.
-std::string durationText(std::chrono::milliseconds duration)
+std::string durationText(std::chrono::seconds duration)
 {
-    const std::chrono::hh_mm_ss parts(std::chrono::floor<std::chrono::seconds>(duration));
+    const std::chrono::hh_mm_ss parts(duration);
     std::string text;
     if (parts.hours().count() > 0)
         text += std::to_string(parts.hours().count()) + " h ";
@@ -24,62 +26,68 @@ std::string durationText(std::chrono::milliseconds duration)
     return text + std::to_string(parts.seconds().count()) + " s";
 }
 
-std::string mebibytes(std::uint64_t bytes)
+std::string mebibytes(std::int64_t bytes)
 {
     std::array<char, 32> text {};
     std::snprintf(text.data(), text.size(), "%.1f MiB", static_cast<double>(bytes) / (1 << 20));
     return text.data();
 }
 
-Result<void> showStatus(const Session& session, const RunningService& running)
+Result<void> showStatus(const CommandContext& context, const RunningService& running)
 {
-    const auto& process = running.process;
-    if (session.arguments.has("--json")) {
-        Dictionary status { { "Running", true } };
-        if (process) {
-            status.set("ProcessID", std::int64_t { process->identifier });
-            status.set("Uptime", std::chrono::duration<double>(process->uptime).count());
-            status.set("ResidentMemory", process->residentBytes);
+    const auto& status = running.status;
+    if (context.arguments.has("--json")) {
+        Dictionary answer { { "Running", true } };
+        if (status) {
+            answer.set("ProcessID", std::int64_t { status->process });
+            answer.set("Uptime", status->uptimeSeconds);
+            answer.set("ResidentMemory", status->residentBytes);
+            answer.set("Requests", status->requests);
+            answer.set("Subscribers", status->subscribers);
+            answer.set("Multiplexer", status->multiplexer);
+            answer.set("Version", status->version);
         }
-        return session.console.print(jsonLine(status));
+        return context.console.print(jsonLine(answer));
     }
     Table table;
     table.addRow({ { "Service", Colour::Dim }, { "running", Colour::Green } });
     const auto addRow = [&](const char* label, std::string text) {
         table.addRow({ { label, Colour::Dim }, { std::move(text) } });
     };
-    addRow("Process", process ? std::to_string(process->identifier) : "not known: systemd has it");
-    if (process) {
-        addRow("Running for", durationText(process->uptime));
-        addRow("Memory", mebibytes(process->residentBytes));
+    if (status) {
+        addRow("Process", std::to_string(status->process));
+        addRow("Running for", durationText(std::chrono::seconds(status->uptimeSeconds)));
+        addRow("Memory", mebibytes(status->residentBytes));
+        addRow("Requests", std::to_string(status->requests));
+        addRow("Subscribers", std::to_string(status->subscribers));
+        addRow("Multiplexer", status->multiplexer);
+        addRow("Version", status->version);
     }
-    return session.console.print(table.text(session.console.outputColours()));
+    return context.console.print(table.text(context.console.outputColours()));
 }
 
 Error noService()
 {
     return commandLineError({ .status = ExitStatus::ServiceUnavailable,
         .reason = "No service runs.",
-        .advice = "There is nothing to do about it: the next request starts one." });
+        .advice = "No action is needed; the next request starts one." });
 }
 
-Result<void> reportStop(const Session& session, bool wasThere)
+Result<void> reportStop(const CommandContext& context, bool wasThere)
 {
-    if (session.arguments.has("--json"))
-        return session.console.print(jsonLine(Dictionary { { "Stopped", wasThere } }));
-    return session.console.print(wasThere ? "The service has ended.\n" : "No service ran.\n");
+    if (context.arguments.has("--json"))
+        return context.console.print(jsonLine(Dictionary { { "Stopped", wasThere } }));
+    return context.console.print(wasThere ? "The service has ended.\n" : "No service ran.\n");
 }
 
 } // namespace
 
-Result<void> serviceCommand(const Session& session)
+Result<void> serviceCommand(const CommandContext& context)
 {
+    if (context.arguments.words.front() == "stop")
+        return reportStop(context, TDW_TRY(stopService()));
     const auto running = TDW_TRY(findRunningService());
-    if (session.arguments.words.front() == "status")
-        return running ? showStatus(session, *running) : noService();
-    if (running)
-        TDW_TRY(stop(*running));
-    return reportStop(session, running.has_value());
+    return running ? showStatus(context, *running) : noService();
 }
 
 } // namespace tdw::cli

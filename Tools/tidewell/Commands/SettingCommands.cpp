@@ -1,10 +1,9 @@
 #include "Commands/Commands.h"
-#include "Commands/DeviceRequest.h"
+#include "Devices/DeviceFailure.h"
 #include "Devices/DeviceLookup.h"
 #include "Errors/CommandLineError.h"
 #include "Interfaces/TDWDeviceInfo.h"
-#include "Interfaces/TDWServer.h"
-#include "Platform/Text.h"
+#include "Platform/Values/Utf8.h"
 
 // The commands that change a setting of a device.
 
@@ -31,37 +30,40 @@ struct Setting {
     std::string attempt;
 };
 
-Result<Value> change(const Session& session, const ListedDevice& device, const Setting& setting)
+Result<Value> change(
+    const CommandContext& context, const ListedDevice& device, const Setting& setting)
 {
-    return requestFor(session,
-        { .server = kTidewellServerConfig,
-            .arguments
-            = { device.udid, kTDWLockdownDomainWireless, std::string(setting.key), setting.value },
-            .attempt = setting.attempt + " of \"" + device.udid + "\"" });
+    const std::string attempt = setting.attempt + " of \"" + device.udid + "\"";
+    if (const auto paired = requirePairing(context.requests, device.udid); !paired)
+        return whileTrying(attempt, paired.error());
+    return askDevice(context.requests, device.udid,
+        SettingQuery {
+            device.udid, kTDWLockdownDomainWireless, std::string(setting.key), setting.value },
+        attempt);
 }
 
 } // namespace
 
-Result<void> wifiCommand(const Session& session)
+Result<void> wifiCommand(const CommandContext& context)
 {
-    const auto& words = session.arguments.words;
+    const auto& words = context.arguments.words;
     const bool isOn = words[1] == "on";
-    const auto device = TDW_TRY(findDeviceOnCable(session.requests, words[0]));
-    const Value answer = TDW_TRY(change(session, device,
+    const auto device = TDW_TRY(findDeviceOnCable(context.requests, words[0]));
+    const Value answer = TDW_TRY(change(context, device,
         { kTDWDeviceInfoEnableWiFiConnections, isOn ? "1" : "0",
             "Cannot change the Wi-Fi connections" }));
     return reportDone(
-        session, answer, "Wi-Fi connections of \"" + device.udid + "\" are " + words[1] + " now.");
+        context, answer, "Wi-Fi connections of \"" + device.udid + "\" are " + words[1] + " now.");
 }
 
-Result<void> buddyCommand(const Session& session)
+Result<void> buddyCommand(const CommandContext& context)
 {
-    const auto& words = session.arguments.words;
+    const auto& words = context.arguments.words;
     TDW_TRY(validateBuddy(words[1]));
-    const auto device = TDW_TRY(findDeviceOnCable(session.requests, words[0]));
-    const Value answer = TDW_TRY(change(session, device,
+    const auto device = TDW_TRY(findDeviceOnCable(context.requests, words[0]));
+    const Value answer = TDW_TRY(change(context, device,
         { kTDWDeviceInfoWirelessBuddyID, words[1], "Cannot change the wireless buddy" }));
-    return reportDone(session, answer,
+    return reportDone(context, answer,
         "The wireless buddy of \"" + device.udid + "\" is \"" + words[1] + "\" now.");
 }
 

@@ -1,14 +1,12 @@
 #include "Commands/Commands.h"
-#include "Commands/ConnectionChoice.h"
-#include "Commands/DeviceRequest.h"
+#include "Devices/DeviceFailure.h"
 #include "Devices/DeviceLookup.h"
 #include "Errors/CommandLineError.h"
-#include "Interfaces/TDWServer.h"
 #include "Interfaces/TDWWallpaper.h"
-#include "Output/WholeFile.h"
-#include "Pictures/Png.h"
-#include "Pictures/TerminalGraphics.h"
-#include "Pictures/TerminalPicture.h"
+#include "Terminal/AtomicFileWriter.h"
+#include "Terminal/Png.h"
+#include "Terminal/TerminalGraphics.h"
+#include "Terminal/TerminalPicture.h"
 
 #include <string>
 
@@ -16,9 +14,14 @@ namespace tdw::cli {
 
 namespace {
 
+/// As a file: standard output.
+constexpr std::string_view kStandardOutput = "-";
+
 /// Where the picture goes.
 struct Destination {
+    /// Null: the terminal.
     const std::string* file = nullptr;
+    bool isStandardOutput = false;
     Overwrite overwrite = Overwrite::No;
     TerminalGraphics terminal = TerminalGraphics::None;
 };
@@ -29,12 +32,18 @@ Error wrongUse(const std::string& reason)
         { .status = ExitStatus::Usage, .reason = reason + "; try 'tidewell wallpaper --help'" });
 }
 
-/// Settles that before any device is asked.
-Result<Destination> destinationOf(const Session& session)
+/// Decides before any device is asked.
+Result<Destination> destinationOf(const CommandContext& context)
 {
-    const Arguments& arguments = session.arguments;
+    const Arguments& arguments = context.arguments;
     Destination destination;
     destination.file = arguments.valueOf("--output");
+    destination.isStandardOutput = destination.file && *destination.file == kStandardOutput;
+    if (destination.isStandardOutput) {
+        if (arguments.has("--json"))
+            return wrongUse("Standard output holds either the picture or --json's answer");
+        return destination;
+    }
     if (destination.file) {
         if (arguments.has("--force"))
             destination.overwrite = Overwrite::Yes;
@@ -42,20 +51,19 @@ Result<Destination> destinationOf(const Session& session)
         return destination;
     }
     if (arguments.has("--force") || arguments.has("--json"))
-        return wrongUse("Say with -o FILE where the picture is to go");
+        return wrongUse("Give a file with -o FILE");
     destination.terminal = findTerminalGraphics();
     if (destination.terminal == TerminalGraphics::None)
-        return wrongUse("There is no terminal here that can show pictures: say with -o FILE where "
-                        "the picture is to go");
+        return wrongUse("No terminal here can show pictures: give a file with -o FILE");
     return destination;
 }
 
-/// The name of the wallpaper in the server's arguments.
-Result<std::string> nameArgument(const Arguments& arguments)
+/// The wallpaper's number in the request.
+Result<std::uint64_t> wallpaperName(const Arguments& arguments)
 {
     if (arguments.has("--home") && arguments.has("--lock"))
         return wrongUse("Give one of --home and --lock");
-    return std::string(arguments.has("--home") ? "1" : "0");
+    return std::uint64_t { arguments.has("--home") ? 1U : 0U };
 }
 
 struct Wallpaper {
@@ -66,54 +74,62 @@ struct Wallpaper {
 
 Result<Wallpaper> wallpaperIn(const Value& payload)
 {
-    const Dictionary* fields = payload.asDictionary();
-    const Value* orientation = fields ? fields->find(kTDWWallpaperInterfaceOrientation) : nullptr;
-    const Value* image = fields ? fields->find(kTDWWallpaperImage) : nullptr;
-    if (!orientation || !orientation->asInteger() || !image || !image->asData())
+    const Value* orientation = payload.find(kTDWWallpaperInterfaceOrientation);
+    const Data* image = payload.dataAt(kTDWWallpaperImage);
+    if (!orientation || !orientation->asInteger() || !image)
         return commandLineError({ .status = ExitStatus::Failure,
             .reason = "The answer is not in the expected form: " + payload.debugDescription() });
-    const auto size = TDW_TRY(checkPng(*image->asData()));
-    return Wallpaper { *orientation, *image->asData(), size };
+    const auto size = TDW_TRY(checkPng(*image));
+    return Wallpaper { *orientation, *image, size };
 }
 
-Result<void> show(const Session& session, const Wallpaper& wallpaper, TerminalGraphics terminal)
+Result<void> show(
+    const CommandContext& context, const Wallpaper& wallpaper, TerminalGraphics terminal)
 {
     const TerminalFrame frame = terminalFrame();
     if (terminal == TerminalGraphics::Kitty)
-        return session.console.print(kittyPicture(wallpaper.image, wallpaper.size, frame));
-    return session.console.print(
+        return context.console.print(kittyPicture(wallpaper.image, wallpaper.size, frame));
+    return context.console.print(
         sixelPicture(shrunkInto(frame.pixels, TDW_TRY(decodePng(wallpaper.image)))));
 }
 
-Result<void> report(const Session& session, const Wallpaper& wallpaper, const std::string& file)
+Result<void> report(
+    const CommandContext& context, const Wallpaper& wallpaper, const std::string& file)
 {
     const auto [width, height] = wallpaper.size;
     const Value answer = Dictionary { { kTDWWallpaperInterfaceOrientation, wallpaper.orientation },
         { "Width", width }, { "Height", height },
         { "Bytes", static_cast<std::int64_t>(wallpaper.image.size()) }, { "File", file } };
-    return reportDone(session, answer,
+    return reportDone(context, answer,
         "The picture, " + std::to_string(width) + " x " + std::to_string(height)
             + " pixels, is in \"" + file + "\" now.");
 }
 
 } // namespace
 
-Result<void> wallpaperCommand(const Session& session)
+Result<void> wallpaperCommand(const CommandContext& context)
 {
-    const auto name = TDW_TRY(nameArgument(session.arguments));
-    const auto destination = TDW_TRY(destinationOf(session));
-    const auto device = TDW_TRY(findDevice(session.requests, session.arguments.words.front()));
-    const auto connection = TDW_TRY(connectionArgument(session, device));
-    const Value payload = TDW_TRY(requestFor(session,
-        { .server = kTidewellServerWallpaper,
-            .arguments = { device.udid, connection, name,
-                std::to_string(session.arguments.pixelsOf("--width").value_or(0)) },
-            .attempt = "Cannot get the wallpaper of \"" + device.udid + "\"" }));
+    const auto name = TDW_TRY(wallpaperName(context.arguments));
+    const auto destination = TDW_TRY(destinationOf(context));
+    const auto device = TDW_TRY(findDevice(context.requests, context.arguments.words.front()));
+    const std::string attempt = "Cannot get the wallpaper of \"" + device.udid + "\"";
+    const auto connection = TDW_TRY(connectionTypeFor(context, device));
+    if (const auto paired = requirePairing(context.requests, device.udid); !paired)
+        return whileTrying(attempt, paired.error());
+    const Value payload = TDW_TRY(askDevice(context.requests, device.udid,
+        WallpaperQuery { .udid = device.udid,
+            .connectionType = connection,
+            .wallpaperName = name,
+            .widthPixels = static_cast<double>(context.arguments.pixelsOf("--width").value_or(0)) },
+        attempt));
     const auto wallpaper = TDW_TRY(wallpaperIn(payload));
+    if (destination.isStandardOutput)
+        return context.console.print(
+            { reinterpret_cast<const char*>(wallpaper.image.data()), wallpaper.image.size() });
     if (!destination.file)
-        return show(session, wallpaper, destination.terminal);
-    TDW_TRY(writeWholeFile(*destination.file, wallpaper.image, destination.overwrite));
-    return report(session, wallpaper, *destination.file);
+        return show(context, wallpaper, destination.terminal);
+    TDW_TRY(writeFileAtomically(*destination.file, wallpaper.image, destination.overwrite));
+    return report(context, wallpaper, *destination.file);
 }
 
 } // namespace tdw::cli

@@ -1,9 +1,7 @@
 #include "Devices/DeviceList.h"
 
-#include "Devices/MultiplexerProbe.h"
 #include "Errors/CommandLineError.h"
 #include "Interfaces/TDWDeviceList.h"
-#include "Interfaces/TDWServer.h"
 
 #include <algorithm>
 
@@ -21,15 +19,14 @@ Error malformed(const Value& what)
 
 } // namespace
 
-bool ListedDevice::isReachedBy(Connection connection) const
+bool ListedDevice::isReachedBy(ConnectionType connection) const
 {
-    return std::count(connections.begin(), connections.end(), static_cast<std::int64_t>(connection))
-        > 0;
+    return std::ranges::count(connections, static_cast<std::int64_t>(connection)) > 0;
 }
 
-Result<Value> requestDeviceList(const Requests& requests)
+Result<Value> requestDeviceList(DeviceRequests& requests)
 {
-    auto payload = requests.send(kTidewellServerList, {});
+    auto payload = requests.ask(DeviceListQuery {});
     if (payload)
         return payload;
     const Error& error = payload.error();
@@ -37,42 +34,58 @@ Result<Value> requestDeviceList(const Requests& requests)
     if (status == ExitStatus::ServerNotRun || status == ExitStatus::ServiceUnavailable)
         return whileTrying(kAttempt, error);
 
-    // The library has one code for everything; the socket itself knows more.
-    return whileTrying(kAttempt, multiplexerError(probeMultiplexer(multiplexerAddress()), error));
+    // The library has one code for everything; the socket itself tells more.
+    const auto report = waitFor<MultiplexerReport>(
+        requests.loop(), [&](auto handler) { requests.multiplexer().probe(std::move(handler)); });
+    return whileTrying(kAttempt, multiplexerError(report, error));
 }
 
 Result<std::vector<ListedDevice>> parseDeviceList(const Value& payload)
 {
-    const Dictionary* dictionary = payload.asDictionary();
-    const Value* value = dictionary ? dictionary->find(kTDWDevicesKey) : nullptr;
-    const Array* items = value ? value->asArray() : nullptr;
+    const Array* items = payload.arrayAt(kTDWDevicesKey);
     if (!items)
         return malformed(payload);
-
     std::vector<ListedDevice> devices;
     for (const Value& item : *items) {
-        const Dictionary* fields = item.asDictionary();
-        const Value* udid = fields ? fields->find(kTDWDeviceListItemUDID) : nullptr;
-        const Value* connection = fields ? fields->find(kTDWDeviceListItemConnection) : nullptr;
-        if (!udid || !udid->asString() || !connection || !connection->asInt64())
+        const std::string* udid = item.stringAt(kTDWDeviceListItemUDID);
+        const auto connection = item.intAt(kTDWDeviceListItemConnection);
+        if (!udid || !connection)
             return malformed(item);
-        const auto known = std::find_if(devices.begin(), devices.end(),
-            [&](const ListedDevice& device) { return device.udid == *udid->asString(); });
+        const auto known = std::ranges::find(devices, *udid, &ListedDevice::udid);
         if (known == devices.end())
-            devices.push_back({ *udid->asString(), { *connection->asInt64() } });
+            devices.push_back({ *udid, { *connection } });
         else
-            known->connections.push_back(*connection->asInt64());
+            known->connections.push_back(*connection);
     }
     return devices;
 }
 
+std::vector<std::string> missingFromList(const std::vector<std::string>& udidsOnBus,
+    const std::function<bool(const std::string& udid)>& isListed)
+{
+    std::vector<std::string> missing;
+    for (const std::string& udid : udidsOnBus) {
+        if (!udid.empty() && !isListed(udid))
+            missing.push_back(udid);
+    }
+    return missing;
+}
+
+Error notShownByMultiplexer(const std::string& udid)
+{
+    return commandLineError({ .status = ExitStatus::NoDevice,
+        .reason = "A device is on the cable, but usbmuxd does not show it: \"" + udid + "\".",
+        .advice = "Unlock it, disconnect it and connect it again. If that does not help, restart "
+                  "usbmuxd: sudo systemctl restart usbmuxd" });
+}
+
 std::string connectionName(std::int64_t connection)
 {
-    if (connection == static_cast<std::int64_t>(Connection::Usb))
+    if (connection == static_cast<std::int64_t>(ConnectionType::Usb))
         return "USB";
-    if (connection == static_cast<std::int64_t>(Connection::Network))
+    if (connection == static_cast<std::int64_t>(ConnectionType::Network))
         return "network";
-    return std::to_string(connection);
+    return connection == 0 ? "-" : std::to_string(connection);
 }
 
 std::string connectionNames(const ListedDevice& device)

@@ -1,75 +1,187 @@
 #include "Devices/DeviceLookup.h"
 
-#include "Devices/DeviceSelection.h"
-#include "Devices/MultiplexerProbe.h"
 #include "Errors/CommandLineError.h"
 #include "Interfaces/TDWDeviceInfo.h"
-#include "Interfaces/TDWServer.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
+#include <utility>
 
 namespace tdw::cli {
 
 namespace {
 
-/// What a device calls itself; none where it does not say.
-std::optional<std::string> requestName(const Requests& requests, const ListedDevice& device)
-{
-    const auto connection
-        = device.isReachedBy(Connection::Usb) ? Connection::Usb : Connection::Network;
-    const auto payload = requests.send(
-        kTidewellServerInfo, { device.udid, std::to_string(static_cast<int>(connection)) });
-    const Dictionary* info = payload ? payload->asDictionary() : nullptr;
-    const Value* name = info ? info->find(kTDWDeviceInfoDeviceName) : nullptr;
-    if (!name || !name->asString())
-        return std::nullopt;
-    return *name->asString();
-}
+/// Enough to keep both processors and devices busy; a device that hangs takes one place.
+constexpr std::size_t kMostLookups = 16;
 
-std::vector<NamedDevice> requestNames(
-    const Requests& requests, const std::vector<ListedDevice>& devices)
-{
-    const auto multiplexer = multiplexerAddress();
-    std::vector<NamedDevice> named;
-    for (const ListedDevice& device : devices) {
-        if (!holdsPairing(multiplexer, device.udid))
-            continue;
-        if (auto name = requestName(requests, device))
-            named.push_back({ device, *std::move(name) });
+constexpr const char* kConnect = "Connect a device with a cable and unlock it.";
+
+/// The look-ups of one call, which outlive it where answers come late.
+class NameLookups : public std::enable_shared_from_this<NameLookups> {
+public:
+    NameLookups(DeviceRequests& requests, std::vector<ListedDevice> devices, NamePatience patience)
+        : m_requests(requests)
+        , m_patience(patience)
+        , m_devices(std::move(devices))
+        , m_lookups(m_devices.size())
+    {
     }
-    return named;
-}
+
+    bool isDone() const { return m_next == m_devices.size() && m_running == 0; }
+
+    void goOn()
+    {
+        while (m_running < kMostLookups && m_next < m_devices.size())
+            begin(m_next++);
+    }
+
+    DeviceNames names {};
+
+private:
+    struct Lookup {
+        EventLoop::Source deadline {};
+        EventLoop::Clock::time_point start {};
+        bool isSettled = false;
+    };
+
+    void begin(std::size_t index)
+    {
+        ++m_running;
+        m_lookups[index].start = EventLoop::Clock::now();
+        waitFor(index, m_patience.shortest);
+        m_requests.multiplexer().findPairRecord(m_devices[index].udid,
+            [self = shared_from_this(), index](const Result<bool>& isPaired) {
+                if (isPaired && *isPaired)
+                    self->ask(index);
+                else
+                    self->settle(index);
+            });
+    }
+
+    void waitFor(std::size_t index, EventLoop::Clock::duration time)
+    {
+        m_lookups[index].deadline = m_requests.loop().after(time, [this, index] {
+            const auto left = m_lookups[index].start + patience() - EventLoop::Clock::now();
+            if (left > EventLoop::Clock::duration::zero())
+                waitFor(index, left);
+            else
+                settleSilent(index);
+        });
+    }
+
+    /// A busy computer makes all answers slow.
+    EventLoop::Clock::duration patience() const
+    {
+        if (!m_slowest)
+            return m_patience.longest;
+        return std::clamp<EventLoop::Clock::duration>(
+            4 * *m_slowest, m_patience.shortest, m_patience.longest);
+    }
+
+    void ask(std::size_t index)
+    {
+        if (m_lookups[index].isSettled)
+            return;
+        const ListedDevice& device = m_devices[index];
+        const auto connection = device.isReachedBy(ConnectionType::Usb) ? ConnectionType::Usb
+                                                                        : ConnectionType::Network;
+        m_requests.send(DeviceInfoQuery { .udid = device.udid,
+                            .connectionType = static_cast<std::uint64_t>(connection),
+                            .mayPair = false },
+            [self = shared_from_this(), index](
+                const Result<Value>& info) { self->answered(index, info); });
+    }
+
+    void answered(std::size_t index, const Result<Value>& info)
+    {
+        if (m_lookups[index].isSettled)
+            return;
+        if (!info && isServerTimeout(info.error()))
+            return settleSilent(index);
+        if (const std::string* name = info ? info->stringAt(kTDWDeviceInfoDeviceName) : nullptr)
+            names.named.push_back({ m_devices[index], *name });
+        m_slowest = std::max(m_slowest.value_or(EventLoop::Clock::duration::zero()),
+            EventLoop::Clock::now() - m_lookups[index].start);
+        settle(index);
+    }
+
+    void settleSilent(std::size_t index)
+    {
+        names.silent.push_back(m_devices[index]);
+        settle(index);
+    }
+
+    void settle(std::size_t index)
+    {
+        if (std::exchange(m_lookups[index].isSettled, true))
+            return;
+        m_lookups[index].deadline = {};
+        --m_running;
+        goOn();
+    }
+
+    DeviceRequests& m_requests;
+    const NamePatience m_patience;
+    /// How long the slowest answer took.
+    std::optional<EventLoop::Clock::duration> m_slowest;
+    const std::vector<ListedDevice> m_devices;
+    std::vector<Lookup> m_lookups;
+    std::size_t m_next = 0;
+    std::size_t m_running = 0;
+};
 
 Error noDevice(const std::string& text, const std::vector<ListedDevice>& devices)
 {
     if (devices.empty())
         return commandLineError({ .status = ExitStatus::NoDevice,
-            .reason = "No device can be reached, so \"" + text + "\" is not there.",
-            .advice = "Connect it with a cable and unlock it." });
+            .reason = "No device can be reached, so none matches \"" + text + "\".",
+            .advice = kConnect });
     return commandLineError({ .status = ExitStatus::NoDevice,
         .reason = "No device matches \"" + text + "\".",
-        .advice = "\"tidewell list\" shows what can be reached. A device that this computer is not "
-                  "paired with is known by its UDID only." });
+        .advice = "\"tidewell list\" shows the devices that can be reached. A device that this "
+                  "computer is not paired with can be given by its UDID only." });
+}
+
+Error noAnswer(const std::string& text, const std::vector<ListedDevice>& silent)
+{
+    std::string udids;
+    for (const ListedDevice& device : silent)
+        udids += device.udid + "\n";
+    return commandLineError({ .status = ExitStatus::TimedOut,
+        .reason
+        = "No device that answers is called \"" + text + "\". These do not answer:\n" + udids,
+        .advice = "Unlock them and try again, or give the UDID." });
 }
 
 } // namespace
 
-Result<ListedDevice> findDevice(const Requests& requests, const std::string& text)
+DeviceNames requestNames(
+    DeviceRequests& requests, const std::vector<ListedDevice>& devices, NamePatience patience)
+{
+    const auto lookups = std::make_shared<NameLookups>(requests, devices, patience);
+    lookups->goOn();
+    requests.loop().runUntil([&] { return lookups->isDone(); });
+    return lookups->names;
+}
+
+Result<ListedDevice> findDevice(DeviceRequests& requests, const std::string& text)
 {
     TDW_TRY(validateDeviceText(text));
     const auto payload = TDW_TRY(requestDeviceList(requests));
     const auto devices = TDW_TRY(parseDeviceList(payload));
     if (const auto device = TDW_TRY(selectByUdid(text, devices)))
         return *device;
-    if (!isWholeUdid(text)) {
-        if (const auto device = TDW_TRY(selectByName(text, requestNames(requests, devices))))
-            return *device;
-    }
-    return noDevice(text, devices);
+    if (isWholeUdid(text))
+        return noDevice(text, devices);
+    const auto names = requestNames(requests, devices);
+    if (const auto device = TDW_TRY(selectByName(text, names.named)))
+        return *device;
+    return names.silent.empty() ? noDevice(text, devices) : noAnswer(text, names.silent);
 }
 
-Result<ListedDevice> findOnlyDevice(const Requests& requests)
+Result<ListedDevice> findOnlyDevice(DeviceRequests& requests)
 {
     const auto payload = TDW_TRY(requestDeviceList(requests));
     const auto devices = TDW_TRY(parseDeviceList(payload));
@@ -78,26 +190,26 @@ Result<ListedDevice> findOnlyDevice(const Requests& requests)
     if (devices.empty())
         return commandLineError({ .status = ExitStatus::NoDevice,
             .reason = "No device can be reached.",
-            .advice = "Connect it with a cable and unlock it." });
+            .advice = kConnect });
     std::string candidates;
     for (const ListedDevice& device : devices)
         candidates += device.udid + "\n";
     return commandLineError({ .status = ExitStatus::NoDevice,
         .reason = "More than one device can be reached:\n" + candidates,
-        .advice = "Say which of them is meant." });
+        .advice = "Give one of them." });
 }
 
-Result<ListedDevice> findDeviceOnCable(const Requests& requests, const std::string& text)
+Result<ListedDevice> findDeviceOnCable(DeviceRequests& requests, const std::string& text)
 {
     auto device = TDW_TRY(findDevice(requests, text));
-    if (!device.isReachedBy(Connection::Usb))
-        return notReachableBy(Connection::Usb, device);
+    if (!device.isReachedBy(ConnectionType::Usb))
+        return notReachableBy(ConnectionType::Usb, device);
     return device;
 }
 
-Error notReachableBy(Connection connection, const ListedDevice& device)
+Error notReachableBy(ConnectionType connection, const ListedDevice& device)
 {
-    const bool isUsb = connection == Connection::Usb;
+    const bool isUsb = connection == ConnectionType::Usb;
     return commandLineError({ .status = ExitStatus::NoDevice,
         .reason = "\"" + device.udid + "\" cannot be reached over "
             + (isUsb ? "USB" : "the network") + " (only: " + connectionNames(device) + ").",

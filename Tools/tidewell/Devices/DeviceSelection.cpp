@@ -1,7 +1,7 @@
 #include "Devices/DeviceSelection.h"
 
 #include "Errors/CommandLineError.h"
-#include "Platform/Text.h"
+#include "Platform/Values/Utf8.h"
 
 #include <algorithm>
 
@@ -29,17 +29,6 @@ bool isHexDigit(char character)
     return (low >= '0' && low <= '9') || (low >= 'a' && low <= 'f');
 }
 
-/// A UDID in the one form in which UDIDs are compared.
-std::string comparableUdid(std::string_view udid)
-{
-    std::string result;
-    for (const char character : udid) {
-        if (character != '-')
-            result += lowered(character);
-    }
-    return result;
-}
-
 std::string comparableName(std::string_view name)
 {
     std::string result;
@@ -54,11 +43,21 @@ std::string comparableName(std::string_view name)
 Error ambiguous(std::string_view text, const std::string& candidates)
 {
     return commandLineError({ .status = ExitStatus::NoDevice,
-        .reason = "\"" + std::string(text) + "\" matches more than one device:\n" + candidates,
-        .advice = "Give more of the UDID." });
+        .reason = "\"" + std::string(text) + "\" matches more than one:\n" + candidates,
+        .advice = "Give more of it, or the whole UDID." });
 }
 
 } // namespace
+
+std::string comparableUdid(std::string_view udid)
+{
+    std::string result;
+    for (const char character : udid) {
+        if (character != '-')
+            result += lowered(character);
+    }
+    return result;
+}
 
 Result<void> validateDeviceText(std::string_view text)
 {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Devices/DeviceList.h"
-#include "Platform/Result.h"
+#include "Platform/Values/Result.h"
 
 #include <optional>
 #include <string>
@@ -10,9 +10,12 @@
 
 namespace tdw::cli {
 
-// Which of the listed devices a user means. Nothing here asks anybody.
+// Which of the listed devices a user means. Nothing here sends a request.
 
-/// A device with the name that it has told.
+/// A UDID in the one form in which UDIDs are compared: without hyphens, in small letters.
+std::string comparableUdid(std::string_view udid);
+
+/// A device with its name.
 struct NamedDevice {
     ListedDevice device;
     std::string name;
@@ -32,7 +35,7 @@ Result<std::optional<ListedDevice>> selectByUdid(
     std::string_view text, const std::vector<ListedDevice>& devices);
 
 /// The device that is called `text`. A straight apostrophe stands for a typographic one too, which
-/// is what devices put into their names and nobody can type; ASCII letters match in either case.
+/// devices put into their names and keyboards lack; ASCII letters match in either case.
 /// @return and errors as above
 Result<std::optional<ListedDevice>> selectByName(
     std::string_view text, const std::vector<NamedDevice>& devices);

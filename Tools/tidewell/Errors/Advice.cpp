@@ -1,7 +1,7 @@
 #include "Errors/Advice.h"
 
 #include "Errors/CommandLineError.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Value.h"
 #include "Support/TDWErrorHelpers.h"
 
 #include <cstdint>
@@ -20,22 +20,31 @@ constexpr std::string_view kUnlock = "Unlock the device, keep its screen on, and
 constexpr std::string_view kPair
     = "Connect the device with a cable and run \"tidewell pair\" with its UDID.";
 constexpr std::string_view kManaged
-    = "The device is managed: ask whoever manages it to allow connections to computers.";
+    = "The device is managed: its administrator can allow connections to computers.";
+
+constexpr std::string_view kReplug
+    = "Disconnect the device and connect it again: usbmuxd then renews the pairing, and the device "
+      "asks its user. If that does not help, run \"tidewell pair\" with its UDID.";
 
 constexpr KnownAdvice kLockdownAdvice[] = {
     { -5,
-        "The pairing may be out of date: run \"tidewell unpair\" and then \"tidewell pair\" with "
-        "the device's UDID. A wrong clock on either side has the same effect." },
+        "The device may have forgotten this computer. Disconnect it and connect it again: usbmuxd "
+        "then renews the pairing. A wrong clock on either side has the same effect." },
     { -7, "Unlock the device, reconnect it, and try again." },
+    { -12, "If the device has not been unlocked since its start, unlock it once." },
+    { -13,
+        "Over the network a device answers nothing before it trusts this computer: connect it with "
+        "the cable first." },
     { -14, "Unlock the device; a restriction set on it may also forbid this." },
     { -17, kUnlock },
     { -18,
-        "Disconnect the device, connect it again, run \"tidewell pair\" with its UDID, and tap "
-        "Trust when it asks." },
+        "Disconnect the device and connect it again: it then asks once more. Tap Trust when it "
+        "asks." },
     { -19, "Tap Trust on the device and enter its passcode." },
-    { -21, kPair },
+    { -21, kReplug },
     { -29, kPair },
     { -31, kPair },
+    { -34, "Unlock the device once; a restriction set on it may also forbid this." },
     { -35, kUnlock },
     { -36, "Connect the device with a cable and try again." },
     { -37, "The device is in lost mode: its owner must end that first." },

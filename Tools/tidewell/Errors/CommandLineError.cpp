@@ -1,6 +1,6 @@
 #include "Errors/CommandLineError.h"
 
-#include "Platform/Value.h"
+#include "Platform/Values/Value.h"
 #include "Support/TDWErrorHelpers.h"
 
 namespace tdw::cli {
@@ -39,6 +39,13 @@ Error whileTrying(std::string_view attempt, const Error& cause)
     return Error(cause.domain(), cause.code(),
         Dictionary {
             { kLocalizedFailureReasonErrorKey, attempt }, { kUnderlyingErrorKey, cause } });
+}
+
+Error withCause(const Error& error, const Error& cause)
+{
+    Dictionary userInfo = error.userInfo();
+    userInfo.set(kUnderlyingErrorKey, cause);
+    return Error(error.domain(), error.code(), std::move(userInfo));
 }
 
 std::vector<Error> causeChain(const Error& error)

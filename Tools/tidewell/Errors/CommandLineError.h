@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Errors/ExitStatus.h"
-#include "Platform/Error.h"
+#include "Platform/Values/Error.h"
 
 #include <optional>
 #include <string>
@@ -28,6 +28,9 @@ Error commandLineError(const CommandLineErrorOptions& options);
 /// `cause` with what was being tried, such as "Cannot list the devices" (no full stop: the reason
 /// follows). Domain and code stay those of `cause`.
 Error whileTrying(std::string_view attempt, const Error& cause);
+
+/// An error with what else failed because of it, for those who want every detail.
+Error withCause(const Error& error, const Error& cause);
 
 /// An error and what caused it, outermost first. Errors come out of other processes, so the length
 /// is bounded.

@@ -1,8 +1,7 @@
 #include "Errors/ExitStatus.h"
 
 #include "Errors/CommandLineError.h"
-#include "Platform/Value.h"
-#include "Support/TDWErrorHelpers.h"
+#include "Support/TDWErrorKinds.h"
 
 #include <optional>
 
@@ -11,7 +10,7 @@ namespace tdw::cli {
 namespace {
 
 constexpr ExitStatusMeaning kMeanings[] = {
-    { ExitStatus::Success, "What was asked for was done; a list of no devices is a list too." },
+    { ExitStatus::Success, "The request was carried out; an empty list is a list too." },
     { ExitStatus::Failure, "Any failure that is not listed below." },
     { ExitStatus::NoDevice, "No device matches what was given, or more than one does." },
     { ExitStatus::NotTrusted, "The device does not trust this computer, or is locked." },
@@ -20,50 +19,22 @@ constexpr ExitStatusMeaning kMeanings[] = {
     { ExitStatus::ServerNotRun, "A part of Tidewell could not be started." },
     { ExitStatus::OutputNotWritten, "Standard output could not be written." },
     { ExitStatus::ServiceUnavailable, "The service of Tidewell cannot be reached, or none runs." },
+    { ExitStatus::Disconnected, "The device was disconnected while it was being asked." },
     { ExitStatus::Usage, "The command line is wrong." },
 };
 
-// Codes of the device libraries; an application has no header for them.
-constexpr std::int64_t kDeviceNotAvailable = -3;
-constexpr std::int64_t kDeviceTimeout = -7;
-constexpr std::int64_t kLockdownReceiveTimeout = -7;
-constexpr std::int64_t kLockdownInvalidHostID = -21;
-constexpr std::int64_t kCompanionTimeout = -6;
-constexpr std::int64_t kCompanionTimeoutReply = -102;
-
-/// The server tool's statuses for "I do not know what I am to do".
-constexpr std::int64_t kServerWithoutName = 111;
-constexpr std::int64_t kServerNameUnknown = 123;
-
-/// A server's own clock; it shares its code with other failures, so the message decides.
-constexpr std::string_view kServerTimeoutMessage = "Server timeout.";
-
 std::optional<ExitStatus> ownStatusOf(const Error& error)
 {
-    const std::string_view domain = error.domain();
-    const std::int64_t code = error.code();
-    if (domain == commandLineErrorDomain())
-        return static_cast<ExitStatus>(code);
-    if (domain == kTDWDeviceErrorDomain) {
-        if (code == kDeviceNotAvailable)
-            return ExitStatus::NoDevice;
-        if (code == kDeviceTimeout)
-            return ExitStatus::TimedOut;
-    } else if (domain == kTDWLockdownErrorDomain) {
-        if (code == kLockdownInvalidHostID
-            || TDWLockdownErrorIsUnpairedDeviceError(static_cast<std::int32_t>(code)))
-            return ExitStatus::NotTrusted;
-        if (code == kLockdownReceiveTimeout)
-            return ExitStatus::TimedOut;
-    } else if (domain == kTDWCompanionProxyErrorDomain) {
-        if (code == kCompanionTimeout || code == kCompanionTimeoutReply)
-            return ExitStatus::TimedOut;
-    } else if (domain == kTidewellErrorDomain) {
-        if (code == kServerWithoutName || code == kServerNameUnknown)
-            return ExitStatus::ServerNotRun;
-        if (error.failureReason() == kServerTimeoutMessage)
-            return ExitStatus::TimedOut;
-    }
+    if (error.domain() == commandLineErrorDomain())
+        return static_cast<ExitStatus>(error.code());
+    if (isDeviceNotFound(error))
+        return ExitStatus::NoDevice;
+    if (isServerTimeout(error) || isDeviceTimeout(error))
+        return ExitStatus::TimedOut;
+    if (isUnpairedDevice(error) || isForgottenPairing(error))
+        return ExitStatus::NotTrusted;
+    if (isServerToolRefusal(error))
+        return ExitStatus::ServerNotRun;
     return std::nullopt;
 }
 

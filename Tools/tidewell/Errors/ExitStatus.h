@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Error.h"
+#include "Platform/Values/Error.h"
 
 #include <span>
 #include <string_view>
@@ -18,6 +18,7 @@ enum class ExitStatus {
     ServerNotRun = 6,
     OutputNotWritten = 7,
     ServiceUnavailable = 8,
+    Disconnected = 9,
     Usage = 64,
 };
 
@@ -29,8 +30,7 @@ struct ExitStatusMeaning {
 /// Each status with what it means, in the order of the numbers.
 std::span<const ExitStatusMeaning> exitStatusMeanings();
 
-/// The status that the tool ends with because of `error`: by the error itself where it says
-/// something, otherwise by what caused it.
+/// The exit status for `error`: by the error itself, or else by what caused it.
 ExitStatus exitStatusOf(const Error& error);
 
 } // namespace tdw::cli

@@ -8,9 +8,7 @@ namespace tdw::cli {
 std::vector<Error> warningsIn(const Value& payload)
 {
     std::vector<Error> warnings;
-    const Dictionary* fields = payload.asDictionary();
-    const Value* value = fields ? fields->find(kTDWResponseWarningsKey) : nullptr;
-    if (const Array* array = value ? value->asArray() : nullptr) {
+    if (const Array* array = payload.arrayAt(kTDWResponseWarningsKey)) {
         for (const Value& warning : *array)
             warnings.push_back(TDWErrorParse(warning));
     }

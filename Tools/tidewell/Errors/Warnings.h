@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/Error.h"
-#include "Platform/Value.h"
+#include "Platform/Values/Error.h"
+#include "Platform/Values/Value.h"
 
 #include <vector>
 

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Platform/Values/Result.h"
+#include "Platform/Values/Value.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+
+namespace tdw {
+
+/// A request to the other end of a connection.
+struct Message {
+    /// What is asked for: the full name of the operation.
+    std::string selector;
+
+    /// What the reply refers to; 0: no reply is wanted.
+    std::uint64_t identifier = 0;
+
+    Array arguments;
+
+    bool operator==(const Message&) const = default;
+};
+
+/// The answer to a message.
+struct Reply {
+    /// The identifier of the message.
+    std::uint64_t identifier = 0;
+
+    /// The values that were asked for, or why there are none.
+    std::variant<Array, Error> content;
+
+    bool operator==(const Reply&) const = default;
+};
+
+/// Errors: what cannot be written as a property list, or is too large for a frame. The result is a
+/// whole frame.
+Result<Data> encodeMessage(const Message& message);
+
+/// Of an error, domain, code and failure reason are carried over.
+Result<Data> encodeReply(const Reply& reply);
+
+/// Reads the payload of a frame.
+/// Errors: `kCocoaErrorDomain`, `kMalformedMessageError`, saying what is wrong with it.
+Result<std::variant<Message, Reply>> decodeMessage(std::span<const std::byte> payload);
+
+inline constexpr std::int64_t kMalformedMessageError = 4864;
+
+} // namespace tdw

@@ -1,0 +1,107 @@
+#include "Client/DeviceMonitor.h"
+
+#include "EndToEnd/PrivateRuntime.h"
+#include "EndToEnd/SimulatedDevices.h"
+#include "Mailbox.h"
+#include "Platform/Queues/Queue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <optional>
+#include <vector>
+
+using namespace tdw;
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+constexpr const char* kPhone = "00008130-00FACADE0001001C";
+constexpr const char* kTablet = "00008130-00FACADE0002001C";
+
+/// A phone on the cable, and a tablet that is nowhere yet.
+constexpr const char* kScenario
+    = R"({"devices": [{"udid": "00008130-00FACADE0001001C"}, {"udid": "00008130-00FACADE0002001C", "connections": []}]})";
+
+std::string changeOf(const char* command, const char* device)
+{
+    return std::string(R"({"command":")") + command + R"(","connection":"usb","device":")" + device
+        + "\"}";
+}
+
+/// Simulated devices behind an address that stays when the simulator goes.
+class Multiplexer {
+public:
+    explicit Multiplexer(std::filesystem::path address)
+        : m_address(std::move(address))
+    {
+        start();
+    }
+
+    void start()
+    {
+        m_devices.emplace(kScenario);
+        std::filesystem::remove(m_address);
+        std::filesystem::create_symlink(m_devices->directory() / "usbmuxd", m_address);
+        setenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + m_address.string()).c_str(), 1);
+    }
+    void stop() { m_devices.reset(); }
+    void control(const std::string& request) { m_devices->control(request); }
+
+private:
+    const std::filesystem::path m_address;
+    std::optional<SimulatedDevices> m_devices;
+};
+
+} // namespace
+
+TEST(DeviceMonitor, AddsUpToWhatIsThereWhateverEndsAndComesBack)
+{
+    PrivateRuntime runtime;
+    Multiplexer multiplexer(runtime.path() / "multiplexer");
+    const Queue queue = Queue::serial("callbacks");
+    Mailbox<std::string> calls;
+    std::optional<DeviceMonitor> monitor = DeviceMonitor::start(queue,
+        { .event =
+                [&](const DeviceEvent& event) {
+                    EXPECT_TRUE(queue.isCurrent());
+                    calls.put(std::to_string(static_cast<int>(event.type))
+                        + (event.path == DevicePath { 1, kPhone } ? " phone" : " tablet"));
+                },
+            .outage =
+                [&](const std::optional<Error>& reason) {
+                    EXPECT_TRUE(queue.isCurrent());
+                    calls.put(reason ? "outage" : "known");
+                } });
+    const auto take = [&](std::size_t count) {
+        std::vector<std::string> taken;
+        while (taken.size() < count)
+            taken.push_back(calls.take().value_or("nothing"));
+        return taken;
+    };
+    EXPECT_THAT(take(2), UnorderedElementsAre("1 phone", "known"));
+
+    const pid_t service = PrivateRuntime::servicePid();
+    ASSERT_GT(service, 0);
+    kill(service, SIGKILL);
+    multiplexer.control(changeOf("detach", kPhone));
+    multiplexer.control(changeOf("attach", kTablet));
+    EXPECT_THAT(take(1), ElementsAre("outage"));
+    EXPECT_THAT(take(3), UnorderedElementsAre("2 phone", "1 tablet", "known"));
+    EXPECT_THAT(monitor->devices(), ElementsAre(DevicePath { 1, kTablet }));
+
+    multiplexer.stop();
+    EXPECT_THAT(take(2), ElementsAre("2 tablet", "outage"));
+    multiplexer.start();
+    EXPECT_THAT(take(2), UnorderedElementsAre("1 phone", "known"));
+
+    // Neither a call nor a service once it is gone.
+    monitor.reset();
+    multiplexer.control(changeOf("detach", kPhone));
+    Mailbox<bool> isOver;
+    queue.async([&] { isOver.put(true); });
+    (void)isOver.take();
+    EXPECT_TRUE(calls.isEmpty());
+}

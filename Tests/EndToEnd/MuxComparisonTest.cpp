@@ -1,0 +1,295 @@
+#include "EndToEnd/DaemonTest.h"
+#include "EndToEnd/Household.h"
+#include "Platform/System/LocalSocket.h"
+#include "Platform/Values/PropertyList.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+using namespace tdw;
+
+// The simulator's own multiplexer against the daemon whose manners it has: the same messages to
+// both, and the same answers from both.
+
+namespace {
+
+using Words = std::array<std::uint32_t, 4>; ///< length, version, message, tag
+
+constexpr std::uint32_t kPropertyList = 8;
+constexpr std::uint32_t kQuestion = 1;
+constexpr std::uint32_t kLastQuestion = 99;
+
+struct MuxMessage {
+    std::uint32_t version = 1;
+    std::uint32_t type = kPropertyList;
+    Data payload {};
+    std::optional<std::uint32_t> length {}; ///< instead of the true one
+    int awaited = 0; ///< answers that must have come before the next message goes out
+
+    explicit MuxMessage(const Dictionary& content)
+        : payload(*encodeXmlPropertyList(content))
+    {
+    }
+    MuxMessage(std::uint32_t anyVersion, std::uint32_t anyType, Data anyPayload = {},
+        std::optional<std::uint32_t> anyLength = {})
+        : version(anyVersion)
+        , type(anyType)
+        , payload(std::move(anyPayload))
+        , length(anyLength)
+    {
+    }
+
+    Data encoded(std::uint32_t tag) const
+    {
+        const Words words { length.value_or(static_cast<std::uint32_t>(16 + payload.size())),
+            version, type, tag };
+        Data data(sizeof words + payload.size());
+        std::memcpy(data.data(), words.data(), sizeof words);
+        std::ranges::copy(payload, data.begin() + sizeof words);
+        return data;
+    }
+};
+
+Data dataOf(std::string_view text)
+{
+    const auto bytes = std::as_bytes(std::span(text));
+    return { bytes.begin(), bytes.end() };
+}
+
+Data words(std::initializer_list<std::uint32_t> numbers)
+{
+    Data data(4 * numbers.size());
+    std::memcpy(data.data(), std::data(numbers), data.size());
+    return data;
+}
+
+MuxMessage asking(std::string_view type, Dictionary more = {})
+{
+    more.set("MessageType", type);
+    more.set("ProgName", "comparison");
+    more.set("ClientVersionString", "1");
+    more.set("kLibUSBMuxVersion", 3);
+    return MuxMessage(more);
+}
+
+/// A message whose answers are to come before anything else is sent: the daemon drops what it has
+/// not sent when another message finds it in the wrong state.
+MuxMessage answered(MuxMessage message, int answers)
+{
+    message.awaited = answers;
+    return message;
+}
+
+bool readAll(int socket, void* bytes, std::size_t size)
+{
+    auto* next = static_cast<char*>(bytes);
+    while (size > 0) {
+        pollfd entry { socket, POLLIN, 0 };
+        const ssize_t count = poll(&entry, 1, 10'000) == 1 ? recv(socket, next, size, 0) : 0;
+        if (count <= 0)
+            return false;
+        next += count;
+        size -= static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+/// What the daemon's listeners are depends on who else listens.
+bool isOfSimulator(const Value& listener)
+{
+    const auto* name = listener.stringAt("ProgName");
+    return name != nullptr && *name == "tdwsimulator";
+}
+
+std::string described(const Words& header, const Data& payload)
+{
+    std::string text = "tag " + std::to_string(header[3]) + ", version " + std::to_string(header[1])
+        + ", message " + std::to_string(header[2]) + ": ";
+    const auto content = decodePropertyList(payload);
+    if (!content) {
+        for (const std::byte byte : payload)
+            text += std::to_string(std::to_integer<int>(byte)) + " ";
+        return text;
+    }
+    Value value = *content;
+    if (const Array* listeners = value.arrayAt("ListenerList")) {
+        Array others;
+        for (Value listener : *listeners) {
+            Dictionary entry = *listener.asDictionary();
+            // Counts the clients since the daemon's start.
+            entry.remove("ID String");
+            if (!isOfSimulator(listener))
+                others.emplace_back(std::move(entry));
+        }
+        value = Dictionary { { "ListenerList", std::move(others) } };
+    }
+    return text + value.debugDescription();
+}
+
+/// Sends messages to a multiplexer on one connection, and a last one that is always answered;
+/// returns all answers, and whether the connection was closed before the last one's.
+std::string conversation(
+    const std::filesystem::path& socket, const std::vector<MuxMessage>& messages)
+{
+    const auto connection = connectToLocalSocket(socket);
+    if (!connection)
+        return "cannot connect";
+    std::uint32_t tag = kQuestion;
+    std::string text;
+    bool isAnswered = false;
+    const auto readOne = [&] {
+        Words header {};
+        if (!readAll(connection->descriptor(), header.data(), sizeof header))
+            return false;
+        Data payload(header[0] - sizeof header);
+        if (!readAll(connection->descriptor(), payload.data(), payload.size()))
+            return false;
+        isAnswered = header[3] == kLastQuestion;
+        if (isAnswered)
+            return false;
+        text += described(header, payload) + "\n";
+        return true;
+    };
+    for (const MuxMessage& message : messages) {
+        const Data bytes = message.encoded(tag++);
+        (void)send(connection->descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        for (int answer = 0; answer < message.awaited; ++answer)
+            (void)readOne();
+    }
+    const Data last = asking("ReadBUID").encoded(kLastQuestion);
+    (void)send(connection->descriptor(), last.data(), last.size(), MSG_NOSIGNAL);
+    while (readOne()) { }
+    return text + (isAnswered ? "" : "the end\n");
+}
+
+} // namespace
+
+TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
+{
+    const std::string scenario = R"({"devices": [{"udid": ")" + kPhone + R"("}], "multiplexer": ")"
+        + variable("TIDEWELL_USBMUXD_RELEASE", "debian12") + "\"}";
+    start(scenario);
+    const SimulatorProcess own(scenario);
+    const Data record = *encodeBinaryPropertyList(Dictionary { { "HostID", "H" } });
+    const std::string other = "00008110-00FACADE0099002E";
+    const auto port = [](unsigned number) {
+        return static_cast<int>((number & 0xff) << 8 | number >> 8);
+    };
+    const struct {
+        const char* situation;
+        std::vector<MuxMessage> messages;
+    } rows[] = {
+        { "the host's identifier", { asking("ReadBUID") } },
+        { "the devices", { asking("ListDevices") } },
+        { "the listeners", { asking("ListListeners") } },
+        { "listening", { answered(asking("Listen"), 2) } },
+        { "listening twice", { answered(asking("Listen"), 2), asking("Listen") } },
+        { "listening, then a list", { answered(asking("Listen"), 2), asking("ListDevices") } },
+        { "listening in the old form", { answered(MuxMessage(0, 3), 2) } },
+        { "an unknown request", { asking("Nonsense") } },
+        { "an unknown request in the old form", { MuxMessage(0, 77) } },
+        { "another version", { MuxMessage(2, kPropertyList, dataOf("x")) } },
+        { "another version after a property list",
+            { asking("ReadBUID"), MuxMessage(7, kPropertyList, dataOf("x")) } },
+        { "no property list", { MuxMessage(1, kPropertyList, dataOf("nonsense")) } },
+        { "an empty message", { MuxMessage(1, kPropertyList) } },
+        { "a property list without a type", { MuxMessage(Dictionary { { "A", "B" } }) } },
+        { "a type that is no text", { MuxMessage(Dictionary { { "MessageType", 1 } }) } },
+        { "a length that is too short", { MuxMessage(1, kPropertyList, {}, 3) } },
+        { "a length that is too long", { MuxMessage(1, kPropertyList, {}, 0x10001) } },
+        { "connecting without a device", { asking("Connect", { { "PortNumber", 1 } }) } },
+        { "connecting without a port", { asking("Connect", { { "DeviceID", 1 } }) } },
+        { "connecting to an unknown device",
+            { asking("Connect", { { "DeviceID", 9 }, { "PortNumber", port(62078) } }) } },
+        { "connecting to a closed port",
+            { answered(asking("Connect", { { "DeviceID", 1 }, { "PortNumber", port(9) } }), 1) } },
+        { "connecting to an unknown device in the old form",
+            { MuxMessage(0, 2, words({ 9, 0x7ef2 })) } },
+        { "reading a record without a name", { asking("ReadPairRecord") } },
+        { "reading a record of a name that is no text",
+            { asking("ReadPairRecord", { { "PairRecordID", 1 } }) } },
+        { "reading an unknown record",
+            { asking("ReadPairRecord", { { "PairRecordID", other } }) } },
+        { "saving without a name", { asking("SavePairRecord", { { "PairRecordData", record } }) } },
+        { "saving without a record", { asking("SavePairRecord", { { "PairRecordID", other } }) } },
+        { "saving a text as a record",
+            { asking(
+                "SavePairRecord", { { "PairRecordID", other }, { "PairRecordData", "text" } }) } },
+        { "saving garbage",
+            { asking("SavePairRecord",
+                { { "PairRecordID", other },
+                    { "PairRecordData", dataOf("garbage, and no record") } }) } },
+        { "saving too little",
+            { asking("SavePairRecord",
+                { { "PairRecordID", other }, { "PairRecordData", dataOf("short") } }) } },
+        { "saving a list",
+            { asking("SavePairRecord",
+                { { "PairRecordID", other },
+                    { "PairRecordData", *encodeXmlPropertyList(Array { 1 }) } }) } },
+        { "saving under a name that leads out of the directory",
+            { asking("SavePairRecord",
+                { { "PairRecordID", "../../x" }, { "PairRecordData", record } }) } },
+        { "saving, reading, deleting, deleting again, reading",
+            { asking("SavePairRecord", { { "PairRecordID", other }, { "PairRecordData", record } }),
+                asking("ReadPairRecord", { { "PairRecordID", other } }),
+                asking("DeletePairRecord", { { "PairRecordID", other } }),
+                asking("DeletePairRecord", { { "PairRecordID", other } }),
+                asking("ReadPairRecord", { { "PairRecordID", other } }) } },
+        { "saving for an attached device of another name",
+            { asking("SavePairRecord",
+                { { "PairRecordID", other }, { "PairRecordData", record }, { "DeviceID", 1 } }) } },
+        { "deleting without a name", { asking("DeletePairRecord") } },
+    };
+    for (const auto& [situation, messages] : rows) {
+        EXPECT_EQ(conversation(own.multiplexer(), messages),
+            conversation(m_simulator->multiplexer(), messages))
+            << situation;
+    }
+
+    // A listener is told of a record that is saved for an attached device, and of no other.
+    const auto saving = asking("SavePairRecord",
+        { { "PairRecordID", kPhone }, { "PairRecordData", record }, { "DeviceID", 1 } });
+    const auto heard = [&](const std::filesystem::path& socket) {
+        const auto listener = connectToLocalSocket(socket);
+        const Data listen = asking("Listen").encoded(kQuestion);
+        (void)send(listener->descriptor(), listen.data(), listen.size(), MSG_NOSIGNAL);
+        std::string text;
+        for (int answer = 0; answer < 3; ++answer) {
+            Words header {};
+            if (!readAll(listener->descriptor(), header.data(), sizeof header))
+                return text + "the end\n";
+            Data payload(header[0] - sizeof header);
+            (void)readAll(listener->descriptor(), payload.data(), payload.size());
+            text += described(header, payload) + "\n";
+            if (answer == 1)
+                text += conversation(socket, { saving });
+        }
+        return text;
+    };
+    EXPECT_EQ(heard(own.multiplexer()), heard(m_simulator->multiplexer()));
+
+    // The socket belongs to all users, and its queue is short.
+    const auto mode = [](const std::filesystem::path& socket) {
+        struct stat status { };
+        EXPECT_EQ(stat(socket.c_str(), &status), 0);
+        return status.st_mode;
+    };
+    EXPECT_EQ(mode(own.multiplexer()), mode(m_simulator->multiplexer()));
+
+    // Records that cannot be saved: a file is in the way of the directory.
+    const auto blocked = [&](const std::filesystem::path& directory) {
+        const auto records = directory / "lib" / "lockdown";
+        std::filesystem::remove_all(records);
+        std::ofstream(records) << "in the way";
+    };
+    blocked(own.directory());
+    blocked(m_simulator->directory());
+    EXPECT_EQ(conversation(own.multiplexer(), { saving }),
+        conversation(m_simulator->multiplexer(), { saving }))
+        << "a record that cannot be saved";
+}

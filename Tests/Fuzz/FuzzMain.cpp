@@ -1,0 +1,9 @@
+#include "Fuzz.h"
+
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    fuzz(std::as_bytes(std::span(data, size)));
+    return 0;
+}

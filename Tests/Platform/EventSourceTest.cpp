@@ -1,0 +1,186 @@
+#include "Platform/Queues/EventSource.h"
+
+#include "Platform/Counter.h"
+#include "Platform/System/FileHandle.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <optional>
+#include <vector>
+
+using namespace tdw;
+
+namespace {
+
+/// Handlers that count their runs, and check the order in which a source may run them.
+struct Watched {
+    Counter events;
+    Counter cancels;
+    std::atomic<int> running = 0;
+
+    SourceHandlers handlers(std::function<void()> body)
+    {
+        return { .event =
+                     [this, body = std::move(body)] {
+                         EXPECT_EQ(running.fetch_add(1), 0) << "twice at once";
+                         EXPECT_EQ(cancels.value(), 0) << "after the cancel handler";
+                         body();
+                         running.fetch_sub(1);
+                         events.add();
+                     },
+            .cancel =
+                [this] {
+                    EXPECT_EQ(running.load(), 0) << "while the event handler runs";
+                    cancels.add();
+                } };
+    }
+};
+
+} // namespace
+
+TEST(ReadSource, ReportsBytesAsLongAsThereAreAnyAndTheEndOfFile)
+{
+    auto pipe = Pipe::create();
+    const int reader = pipe->reader.descriptor();
+    std::string text;
+    Watched watched;
+    std::optional<ReadSource> source;
+    const Queue queue = Queue::concurrent("reading");
+    source = *ReadSource::create(reader, queue, watched.handlers([&] {
+        char letter = 0;
+        if (::read(reader, &letter, 1) == 1)
+            text += letter;
+        else
+            source->cancel();
+    }));
+    ASSERT_TRUE(pipe->writer.write(std::as_bytes(std::span("abc", 3))));
+    EXPECT_EQ(watched.events.value(), 0) << "suspended";
+    source->resume();
+    ASSERT_TRUE(watched.events.reaches(3));
+    EXPECT_EQ(::fcntl(reader, F_GETFL) & O_NONBLOCK, 0) << "the descriptor's mode is not ours";
+    pipe->writer.close();
+    ASSERT_TRUE(watched.cancels.reaches(1));
+    EXPECT_EQ(text, "abc");
+    EXPECT_EQ(watched.events.value(), 4);
+}
+
+TEST(ReadSource, ReadsARegularFileToItsEnd)
+{
+    const FileHandle file(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
+    off_t total = 0;
+    Watched watched;
+    std::optional<ReadSource> source;
+    source = *ReadSource::create(file.descriptor(), Queue::global(), watched.handlers([&] {
+        std::array<char, 65536> buffer {};
+        const ssize_t count = ::read(file.descriptor(), buffer.data(), buffer.size());
+        total += count;
+        if (count <= 0)
+            source->cancel();
+    }));
+    source->resume();
+    ASSERT_TRUE(watched.cancels.reaches(1));
+    EXPECT_EQ(total, ::lseek(file.descriptor(), 0, SEEK_END));
+}
+
+TEST(ReadSource, IsCancelledExactlyOnceInWhateverStateItIs)
+{
+    auto pipe = Pipe::create();
+    ASSERT_TRUE(pipe->writer.write(std::as_bytes(std::span("x", 1))));
+    auto empty = Pipe::create();
+    Watched suspended;
+    Watched waiting;
+    Watched handling;
+    Counter destroyed;
+    {
+        const Queue queue = Queue::serial("cancel");
+        auto first
+            = *ReadSource::create(pipe->reader.descriptor(), queue, suspended.handlers([] {}));
+        auto second
+            = *ReadSource::create(empty->reader.descriptor(), queue, waiting.handlers([] {}));
+        std::optional<ReadSource> third
+            = *ReadSource::create(pipe->reader.descriptor(), queue, handling.handlers([&] {
+                  third.reset();
+                  destroyed.add();
+              }));
+        first.cancel();
+        first.cancel();
+        first.resume();
+        EXPECT_TRUE(first.isCancelled());
+        second.resume();
+        second.cancel();
+        third->resume();
+        EXPECT_TRUE(destroyed.reaches(1));
+    }
+    EXPECT_TRUE(waiting.cancels.reaches(1) && handling.cancels.reaches(1));
+    EXPECT_EQ(suspended.cancels.value() + waiting.cancels.value() + handling.cancels.value(), 3);
+    EXPECT_EQ(suspended.events.value() + waiting.events.value(), 0);
+    EXPECT_EQ(handling.events.value(), 1);
+}
+
+TEST(ReadSource, KeepsItsHandlersInOrderWhenDestroyedAtAnyMoment)
+{
+    auto pipe = Pipe::create();
+    ASSERT_TRUE(pipe->writer.write(std::as_bytes(std::span("x", 1))));
+    const Queue queue = Queue::concurrent("race");
+    for (int round = 0; round < 300; ++round) {
+        Watched watched;
+        auto held = std::make_shared<int>();
+        auto source
+            = ReadSource::create(pipe->reader.descriptor(), queue, watched.handlers([held] {}));
+        source->resume();
+        source->resume();
+        if (round % 2 == 0) {
+            EXPECT_TRUE(watched.events.reaches(round % 5));
+        }
+        source = Error::posix(ECANCELED, "destroyed");
+        ASSERT_TRUE(watched.cancels.reaches(1));
+    }
+}
+
+TEST(ReadSource, RefusesWhatIsNoDescriptor)
+{
+    Watched watched;
+    auto source = ReadSource::create(-1, Queue::global(), watched.handlers([] {}));
+    ASSERT_FALSE(source);
+    EXPECT_EQ(source.error(), Error::posix(EBADF, "Cannot watch descriptor -1"));
+}
+
+TEST(SignalSource, EverySourceOfASignalSeesItAndTheLastRestoresTheDefault)
+{
+    Watched first;
+    Watched second;
+    {
+        const Queue queue = Queue::serial("Signal");
+        auto one = *SignalSource::create(SIGUSR1, queue, first.handlers([] {}));
+        auto other = *SignalSource::create(SIGUSR1, Queue::global(), second.handlers([] {}));
+        ASSERT_EQ(::kill(::getpid(), SIGUSR1), 0); // before `resume`
+        one.resume();
+        other.resume();
+        EXPECT_TRUE(first.events.reaches(1) && second.events.reaches(1));
+        one.cancel();
+        EXPECT_TRUE(first.cancels.reaches(1));
+        ASSERT_EQ(::kill(::getpid(), SIGUSR1), 0);
+        EXPECT_TRUE(second.events.reaches(2));
+    }
+    EXPECT_TRUE(second.cancels.reaches(1));
+    EXPECT_EQ(first.events.value(), 1);
+    struct sigaction action { };
+    ::sigaction(SIGUSR1, nullptr, &action);
+    EXPECT_EQ(action.sa_handler, SIG_DFL);
+}
+
+TEST(SignalSource, RefusesASignalThatCannotBeWatched)
+{
+    Watched watched;
+    auto source = SignalSource::create(SIGKILL, Queue::global(), watched.handlers([] {}));
+    ASSERT_FALSE(source);
+    EXPECT_EQ(source.error(), Error::posix(EINVAL, "Cannot watch signal number 9"));
+}

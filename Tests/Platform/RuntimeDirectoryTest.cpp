@@ -1,0 +1,44 @@
+#include "Platform/System/RuntimeDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+using namespace tdw;
+namespace fs = std::filesystem;
+
+TEST(RuntimeDirectory, IsMadeOnlyInDirectoriesOfTheUser)
+{
+    std::string name = testing::TempDir() + "tidewell-runtime-XXXXXX";
+    const fs::path directory = mkdtemp(name.data());
+    fs::permissions(directory, fs::perms::all);
+    const char* home = getenv("HOME");
+    const std::string previousHome = home ? home : "/";
+    setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+    setenv("HOME", directory.c_str(), 1);
+    EXPECT_EQ(*runtimeDirectory(), directory / "tidewell");
+    EXPECT_EQ(fs::status(directory / "tidewell").permissions(), fs::perms::owner_all);
+    fs::remove(directory / "tidewell");
+    unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ(*runtimeDirectory(), directory / ".cache/tidewell/run");
+    fs::remove_all(directory / ".cache");
+
+    if (geteuid() == 0) {
+        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+        // The user of this thread alone, who has no home.
+        std::thread([] {
+            ASSERT_EQ(syscall(SYS_setresuid, -1, 65534, -1), 0);
+            EXPECT_FALSE(runtimeDirectory());
+        }).join();
+        EXPECT_TRUE(fs::is_empty(directory)) << "nothing is made in another user's directory";
+    }
+    fs::remove_all(directory);
+    unsetenv("XDG_RUNTIME_DIR");
+    setenv("HOME", previousHome.c_str(), 1);
+}

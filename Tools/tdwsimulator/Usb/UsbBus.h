@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Device/DeviceGate.h"
+#include "Model/Simulation.h"
+#include "Platform/Values/Result.h"
+#include "Usb/UsbDevice.h"
+
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+
+namespace tdw::simulator {
+
+/// The virtual bus: tells the stand-in for libusb, inside the multiplexer daemon, what is plugged
+/// in, and carries transfers.
+///
+/// One stand-in at a time: a daemon that is started again finds everything plugged in as for the
+/// first time. Used by the thread that runs the context; must not outlive simulation and gate.
+class UsbBus {
+public:
+    UsbBus(asio::io_context& context, Simulation& simulation, DeviceGate& gate);
+    UsbBus(const UsbBus&) = delete;
+    UsbBus& operator=(const UsbBus&) = delete;
+    ~UsbBus();
+
+    /// Errors name the path.
+    Result<void> open(const std::filesystem::path& path);
+
+    /// Called when a daemon has come: by then its socket listens.
+    std::function<void()> daemonCame;
+
+private:
+    class Link;
+
+    void accept();
+    void attach(const Attachment& attachment);
+    void detach(const Attachment& attachment);
+    void send(UsbHeader header, std::span<const std::byte> payload);
+    void follow(const SimulationEvent& event);
+
+    asio::io_context& m_context;
+    Simulation& m_simulation;
+    DeviceGate& m_gate;
+    asio::local::stream_protocol::acceptor m_acceptor;
+    std::shared_ptr<Channel> m_channel; ///< to the stand-in, while there is one
+    std::map<std::uint16_t, std::shared_ptr<UsbDevice>> m_devices; ///< by bus and address
+};
+
+} // namespace tdw::simulator
