@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -160,21 +159,4 @@ TEST(EventLoop, GoesWithWorkThatHasNotRunAndTakesNoMore)
     EXPECT_EQ(held.use_count(), 1);
     poster = nullptr;
     EXPECT_TRUE(ProcessResources::settleWithin(before));
-}
-
-TEST(EventLoop, WithoutDescriptorsThereIsAnErrorAndNoLoop)
-{
-    rlimit usual {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
-    // All below the lowest free descriptor are in use, whatever was inherited above it.
-    const auto lowest
-        = static_cast<rlim_t>(FileHandle(open("/dev/null", O_RDONLY | O_CLOEXEC)).descriptor());
-    for (rlim_t spare = 0; spare < 3; ++spare) {
-        const rlimit few { .rlim_cur = lowest + spare, .rlim_max = usual.rlim_max };
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-        const auto loop = EventLoop::create();
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
-        EXPECT_TRUE(loop || loop.error().code() == EMFILE);
-        EXPECT_TRUE(spare > 0 || !loop);
-    }
 }
