@@ -80,6 +80,24 @@ int main(int argumentCount, char** arguments)
     control->add_option("REQUEST", words, "A command and its name=value arguments, or JSON")
         ->required();
 
+    RecordOptions recording;
+    CLI::App* record = app.add_subcommand("record",
+        "Read real devices and write a scenario of them, with false names, numbers and keys");
+    record->add_option("UDID", recording.udids, "The devices");
+    record->add_flag("--all", recording.all, "Every device that is connected");
+    record->add_option("-o,--output", recording.output, "The scenario's file; - is standard output")
+        ->type_name("FILE")
+        ->required();
+    record->add_flag_callback(
+        "--force", [&recording] { recording.overwrite = tdw::Overwrite::Yes; },
+        "Overwrite a file that is there");
+    record->add_flag("--wallpaper", recording.withWallpaper,
+        "Ask for the wallpapers, too; their sizes are all that is written");
+    record
+        ->add_option("--timeout", recording.timeoutSeconds, "How long a device may be silent (10)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 600));
+
     // How `--usb` starts the daemon, and nobody else.
     std::string daemon;
     CLI::App* become = app.add_subcommand("become-daemon")->group("");
@@ -98,6 +116,7 @@ int main(int argumentCount, char** arguments)
     const auto status = *become ? Result<int>(becomeMuxDaemon(directory, daemon))
         : *run                  ? runCommand(options, words)
         : *serve                ? serveCommand(options, directory)
+        : *record               ? recordCommand(recording)
                                 : controlCommand(socket, words);
     if (!status) {
         print(STDERR_FILENO, "tdwsimulator: " + status.error().failureReason() + "\n");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Model/Scenario.h"
+#include "Platform/System/AtomicFile.h"
 #include "Platform/Values/Result.h"
 
 #include <filesystem>
@@ -32,5 +33,18 @@ Result<int> serveCommand(const ScenarioOptions& options, const std::filesystem::
 /// @returns 0, or 1 where the simulator refused
 Result<int> controlCommand(
     const std::optional<std::string>& socket, const std::vector<std::string>& words);
+
+/// What `record` reads, and where to.
+struct RecordOptions {
+    std::vector<std::string> udids; ///< none, with `all`: every device that is connected
+    bool all = false;
+    std::string output; ///< "-": standard output
+    Overwrite overwrite = Overwrite::No;
+    bool withWallpaper = false;
+    unsigned timeoutSeconds = 10; ///< for each step of the reading
+};
+
+/// Reads real devices and writes a scenario that the simulator plays, without their secrets.
+Result<int> recordCommand(const RecordOptions& options);
 
 } // namespace tdw::simulator

@@ -92,7 +92,7 @@ ServiceReply LockdownService::readValue(const Dictionary& request)
         content.emplace_back("Domain", domain);
     if (key != nullptr) {
         content.emplace_back("Key", *key);
-        if (!hasSession() && !LockdownValues::isPublic(domain, *key))
+        if (!hasSession() && !values.isPublic(domain, *key))
             return refuse(request, "GetProhibited");
         const Value* value = values.value(domain, *key);
         if (value == nullptr)

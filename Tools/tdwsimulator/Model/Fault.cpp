@@ -67,8 +67,14 @@ bool messageHas(
 {
     if (!expected)
         return true;
-    const Value* value = message != nullptr ? message->find(key) : nullptr;
-    return value != nullptr && value->asString() != nullptr && *value->asString() == *expected;
+    const std::string* value = message != nullptr ? message->stringAt(key) : nullptr;
+    return value == nullptr ? expected->empty() : *value == *expected;
+}
+
+/// Where a request says which value it is about.
+std::string_view keyOfKey(const Occurrence& occurrence)
+{
+    return occurrence.request == "GetValueFromRegistry" ? "GetValueKeyKey" : "Key";
 }
 
 bool matches(const Fault& fault, const Occurrence& occurrence)
@@ -76,7 +82,8 @@ bool matches(const Fault& fault, const Occurrence& occurrence)
     return fault.at == occurrence.at && (!fault.device || *fault.device == occurrence.device)
         && (!fault.request || *fault.request == occurrence.request)
         && messageHas(occurrence.message, "Domain", fault.domain)
-        && messageHas(occurrence.message, "Key", fault.key);
+        && messageHas(occurrence.message, keyOfKey(occurrence), fault.key)
+        && messageHas(occurrence.message, "Service", fault.service);
 }
 
 Result<void> checkPlace(const Fault& fault, const std::string& path)
@@ -114,6 +121,7 @@ Result<Fault> faultFromJson(
     TDW_TRY(checkPlace(fault, path));
     fault.domain = TDW_TRY(object.string("domain"));
     fault.key = TDW_TRY(object.string("key"));
+    fault.service = TDW_TRY(object.string("service"));
     fault.first = TDW_TRY(object.number("nth", 1)).value_or(1);
     fault.count = TDW_TRY(object.number("count", 1));
     fault.bytes = TDW_TRY(object.number("bytes"));

@@ -57,8 +57,9 @@ struct Fault {
     std::string at;
     std::optional<std::string> device;
     std::optional<std::string> request;
-    std::optional<std::string> domain;
+    std::optional<std::string> domain; ///< an empty one is the global domain
     std::optional<std::string> key;
+    std::optional<std::string> service; ///< of StartService
 
     std::uint64_t first = 1; ///< the first matching occurrence that is struck
     std::optional<std::uint64_t> count; ///< how many are struck; none: all from there on

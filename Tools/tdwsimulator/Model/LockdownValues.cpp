@@ -29,6 +29,13 @@ bool contains(const std::array<std::string_view, N>& keys, std::string_view key)
 
 } // namespace
 
+LockdownValues::LockdownValues(Domains domains, std::optional<std::vector<std::string>> publicKeys)
+    : m_domains(std::move(domains))
+    , m_publicKeys(publicKeys ? *std::move(publicKeys)
+                              : std::vector<std::string>(kPublicKeys.begin(), kPublicKeys.end()))
+{
+}
+
 const Dictionary* LockdownValues::domain(std::string_view domain) const
 {
     const auto found = m_domains.find(domain);
@@ -55,16 +62,17 @@ bool LockdownValues::remove(std::string_view domain, std::string_view key)
 Dictionary LockdownValues::publicValues() const
 {
     Dictionary values;
-    for (const std::string_view key : kPublicKeys) {
+    for (const std::string& key : m_publicKeys) {
         if (const Value* found = value(kGlobalDomain, key))
             values.set(key, *found);
     }
     return values;
 }
 
-bool LockdownValues::isPublic(std::string_view domain, std::string_view key)
+bool LockdownValues::isPublic(std::string_view domain, std::string_view key) const
 {
-    return domain == kGlobalDomain && contains(kPublicKeys, key);
+    return domain == kGlobalDomain
+        && std::find(m_publicKeys.begin(), m_publicKeys.end(), key) != m_publicKeys.end();
 }
 
 bool LockdownValues::isWritable(std::string_view domain, std::string_view key)

@@ -2,8 +2,10 @@
 
 #include "Model/Scenario.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tdw::simulator {
 
@@ -12,10 +14,9 @@ class LockdownValues {
 public:
     using Domains = std::map<std::string, Dictionary, std::less<>>;
 
-    explicit LockdownValues(Domains domains)
-        : m_domains(std::move(domains))
-    {
-    }
+    /// @param publicKeys the global keys that every host may read; none: the usual ones
+    explicit LockdownValues(
+        Domains domains, std::optional<std::vector<std::string>> publicKeys = std::nullopt);
 
     /// A whole domain, or null.
     const Dictionary* domain(std::string_view domain) const;
@@ -30,13 +31,14 @@ public:
 
     /// What a host without a session may read of the global domain.
     Dictionary publicValues() const;
-    static bool isPublic(std::string_view domain, std::string_view key);
+    bool isPublic(std::string_view domain, std::string_view key) const;
 
     /// Whether a trusted host may write this value.
     static bool isWritable(std::string_view domain, std::string_view key);
 
 private:
     Domains m_domains;
+    std::vector<std::string> m_publicKeys;
 };
 
 } // namespace tdw::simulator

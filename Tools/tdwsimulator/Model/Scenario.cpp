@@ -38,6 +38,9 @@ Dictionary defaultWirelessValues()
         { "SupportsWifi", true }, { "SupportsWifiSyncing", true } };
 }
 
+/// The longest side of a wallpaper that is drawn.
+constexpr std::uint64_t kLongestPictureSide = 8192;
+
 /// Simulated devices are reached from this machine alone.
 bool isLoopbackAddress(const std::string& text)
 {
@@ -93,6 +96,7 @@ private:
         }
         device.connections = TDW_TRY(readConnections(object));
         device.domains = TDW_TRY(readDomains(object));
+        device.publicKeys = TDW_TRY(readPublicKeys(object));
         Dictionary& global = device.domains[std::string(kGlobalDomain)];
         if (!global.contains("UniqueDeviceID"))
             global.set("UniqueDeviceID", device.udid);
@@ -112,6 +116,7 @@ private:
         }
         device.orientation = TDW_TRY(object.number("orientation")).value_or(device.orientation);
         device.wallpaper = TDW_TRY(readWallpaper(object));
+        device.wallpaperSize = TDW_TRY(readWallpaperSize(object));
         for (Fault& fault : TDW_TRY(readFaults(object, device.udid)))
             m_deviceFaults.push_back(std::move(fault));
         TDW_TRY(object.refuseOtherKeys());
@@ -154,7 +159,9 @@ private:
             domains[std::string(domain)] = std::move(defaults);
             return {};
         };
-        TDW_TRY(read("lockdown", kGlobalDomain, defaultLockdownValues()));
+        const bool isRecorded = TDW_TRY(object.boolean("recorded")).value_or(false);
+        TDW_TRY(
+            read("lockdown", kGlobalDomain, isRecorded ? Dictionary() : defaultLockdownValues()));
         TDW_TRY(read("battery", kBatteryDomain, defaultBatteryValues()));
         TDW_TRY(read("wireless", kWirelessDomain, defaultWirelessValues()));
         if (const Json* json = object.take("domains")) {
@@ -198,6 +205,40 @@ private:
         device.reconnectsAfterTrust
             = TDW_TRY(object.boolean("reconnectAfterTrust")).value_or(false);
         return {};
+    }
+
+    static Result<std::optional<std::vector<std::string>>> readPublicKeys(JsonObject& object)
+    {
+        if (object.take("publicKeys") == nullptr)
+            return std::optional<std::vector<std::string>>();
+        std::vector<std::string> keys;
+        for (const Json* item : TDW_TRY(object.array("publicKeys"))) {
+            const auto* key = item->get_ptr<const std::string*>();
+            if (key == nullptr)
+                return simulatorError(
+                    object.pathOf("publicKeys") + ": " + jsonText(*item) + " is not a string");
+            keys.push_back(*key);
+        }
+        return std::optional(std::move(keys));
+    }
+
+    static Result<std::optional<PictureSize>> readWallpaperSize(JsonObject& object)
+    {
+        const Json* json = object.take("wallpaperSize");
+        if (json == nullptr)
+            return std::optional<PictureSize>();
+        JsonObject size = TDW_TRY(JsonObject::open(*json, object.pathOf("wallpaperSize")));
+        PictureSize result;
+        for (const auto& [key, length] :
+            { std::pair("width", &result.width), std::pair("height", &result.height) }) {
+            const auto number = TDW_TRY(size.number(key, 1));
+            if (!number || *number > kLongestPictureSide)
+                return simulatorError(size.pathOf(key) + ": a picture has 1 to "
+                    + std::to_string(kLongestPictureSide) + " pixels there");
+            *length = *number;
+        }
+        TDW_TRY(size.refuseOtherKeys());
+        return std::optional(result);
     }
 
     Result<std::optional<Data>> readWallpaper(JsonObject& object)

@@ -4,6 +4,7 @@
 #include "Platform/Values/Result.h"
 #include "Platform/Values/Value.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -67,10 +68,17 @@ inline constexpr std::string_view kWirelessDomain = "com.apple.mobile.wireless_l
 enum class UsbSpeed { Low = 1, Full, High, Super };
 inline constexpr std::string_view kUsbSpeedNames[] = { "low", "full", "high", "super" };
 
+/// In pixels.
+struct PictureSize {
+    std::size_t width = 0;
+    std::size_t height = 0;
+};
+
 struct DeviceDescription {
     std::string udid;
     std::vector<ConnectionType> connections { ConnectionType::Usb };
     std::map<std::string, Dictionary, std::less<>> domains; ///< the values that lockdown knows
+    std::optional<std::vector<std::string>> publicKeys; ///< told every host; none: the usual ones
     bool isPaired = true;
     Trust trust = Trust::Trusts;
     std::optional<std::uint64_t> acceptAfter; ///< Asks: the request that finds the dialog accepted
@@ -82,6 +90,7 @@ struct DeviceDescription {
     std::vector<WatchDescription> watches;
     std::uint64_t orientation = 1; ///< how it is held: 1 is upright
     std::optional<Data> wallpaper; ///< a PNG image for all places; none: one is drawn
+    std::optional<PictureSize> wallpaperSize; ///< of the drawn one; none: that of its class
 };
 
 /// Everything that a simulation begins with.

@@ -8,7 +8,7 @@ namespace tdw::simulator {
 SimulatedDevice::SimulatedDevice(
     DeviceDescription description, std::shared_ptr<const SimulatorKeys> keys)
     : m_description(std::move(description))
-    , m_values(m_description.domains)
+    , m_values(m_description.domains, m_description.publicKeys)
     , m_trust(m_description.trust, m_description.acceptAfter)
     , m_pairings(keys)
 {
@@ -46,7 +46,8 @@ Data SimulatedDevice::wallpaper(WallpaperPlace place, double widthPixels) const
 {
     if (m_description.wallpaper)
         return *m_description.wallpaper;
-    return drawWallpaper({ udid(), text("DeviceClass") }, place, widthPixels);
+    return drawWallpaper(
+        { udid(), text("DeviceClass"), m_description.wallpaperSize }, place, widthPixels);
 }
 
 std::string SimulatedDevice::text(std::string_view key) const

@@ -16,10 +16,7 @@ namespace {
 constexpr std::size_t kWidest = 4096;
 constexpr std::size_t kColours = 256;
 
-struct Size {
-    std::size_t width;
-    std::size_t height;
-};
+using Size = PictureSize;
 
 /// The screen of a class of devices, in the points that its system counts by.
 Size screenOf(std::string_view deviceClass)
@@ -27,9 +24,9 @@ Size screenOf(std::string_view deviceClass)
     return deviceClass == "iPad" ? Size { 768, 1024 } : Size { 393, 852 };
 }
 
-Size sizeOf(std::string_view deviceClass, double widthPixels)
+Size sizeOf(const WallpaperSubject& subject, double widthPixels)
 {
-    const Size screen = screenOf(deviceClass);
+    const Size screen = subject.size ? *subject.size : screenOf(subject.deviceClass);
     if (!std::isfinite(widthPixels) || widthPixels <= 0)
         return screen;
     const double bounded = std::clamp(widthPixels, 1.0, static_cast<double>(kWidest));
@@ -104,7 +101,7 @@ Data encode(const Picture& picture)
 
 Data drawWallpaper(const WallpaperSubject& subject, WallpaperPlace place, double widthPixels)
 {
-    Picture picture(sizeOf(subject.deviceClass, widthPixels));
+    Picture picture(sizeOf(subject, widthPixels));
     mixColours(picture, subject.udid, place);
     paintSky(picture);
     return encode(picture);

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "Model/Scenario.h"
 #include "Platform/Values/Data.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +15,7 @@ enum class WallpaperPlace { HomeScreen, LockScreen };
 struct WallpaperSubject {
     std::string udid; ///< chooses the colours
     std::string deviceClass; ///< decides about its shape
+    std::optional<PictureSize> size {}; ///< its size where no width is asked for, and its shape
 };
 
 /// Draws a wallpaper as a PNG image: a sky of the device's own colours.
