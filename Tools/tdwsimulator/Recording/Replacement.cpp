@@ -35,6 +35,11 @@ std::string bytesOf(const std::string& hex)
     return bytes;
 }
 
+std::uint64_t magnitude(Integer number)
+{
+    return number.isNegative() ? ~number.bits() + 1 : number.bits();
+}
+
 } // namespace
 
 Replacement::Replacement()
@@ -71,7 +76,7 @@ void Replacement::learn(const Value& value)
         }
     } else if (const Integer* number = value.asInteger()) {
         const Integer other = integer(*number);
-        addForm(std::to_string(number->bits()), std::to_string(other.bits()));
+        addForm(std::to_string(magnitude(*number)), std::to_string(magnitude(other)));
     } else if (const Array* array = value.asArray()) {
         for (const Value& item : *array)
             learn(item);
@@ -166,7 +171,7 @@ bool Replacement::mayStay(const Value& value) const
         return std::all_of(
             array->begin(), array->end(), [&](const Value& item) { return mayStay(item); });
     if (const Integer* number = value.asInteger())
-        return !identifierIn(std::to_string(number->bits()));
+        return !identifierIn(std::to_string(magnitude(*number)));
     if (const auto real = value.asReal())
         return std::isfinite(*real);
     return value.asBoolean().has_value();
@@ -213,22 +218,22 @@ Value Replacement::replaced(const Value& original, Kept names)
 Integer Replacement::integer(Integer original)
 {
     const bool isNegative = original.isNegative();
-    const std::uint64_t magnitude = isNegative ? ~original.bits() + 1 : original.bits();
-    const auto known = m_integers.find({ isNegative, magnitude });
-    std::uint64_t other = magnitude;
+    const std::uint64_t size = magnitude(original);
+    const auto known = m_integers.find({ isNegative, size });
+    std::uint64_t other = size;
     if (known != m_integers.end()) {
         other = known->second;
     } else {
         const std::uint64_t bound = isNegative ? std::numeric_limits<std::int64_t>::max()
                                                : std::numeric_limits<std::uint64_t>::max();
-        const std::size_t length = std::to_string(magnitude).size();
+        const std::size_t length = std::to_string(size).size();
         std::uint64_t lowest = 1;
         for (std::size_t i = 1; i < length; ++i)
             lowest *= 10;
         const std::uint64_t highest = bound / 10 < lowest ? bound : lowest * 10 - 1;
-        while (other == magnitude)
+        while (other == size)
             other = lowest + m_random(highest - lowest + 1);
-        m_integers.emplace(std::pair(isNegative, magnitude), other);
+        m_integers.emplace(std::pair(isNegative, size), other);
     }
     return isNegative ? Integer(-static_cast<std::int64_t>(other)) : Integer(other);
 }
