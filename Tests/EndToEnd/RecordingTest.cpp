@@ -91,7 +91,7 @@ std::ptrdiff_t pairings(const SimulatedDevices& devices)
     return std::count(log.begin(), log.end(), '{');
 }
 
-/// The household, and a device without TLS that ends a connection instead of showing its wallpaper.
+/// The household, and a device without TLS that answers as old systems did.
 std::string householdWithAnOldPlayer()
 {
     const std::string begin = "\"devices\": [";
@@ -99,7 +99,7 @@ std::string householdWithAnOldPlayer()
     return text.insert(text.find(begin) + begin.size(),
         R"({"udid": ")" + kPlayer
             + R"(", "sessionTLS": false, "resultReplies": true, "lockdown": {)"
-              R"("DeviceClass": "iPod", "ProductVersion": "12.5.7", "WiFiAddress": null}},)");
+              R"("DeviceClass": "iPod", "ProductVersion": "16.7", "WiFiAddress": null}},)");
 }
 
 /// What every server that reads says, as it says it.
@@ -134,18 +134,21 @@ TEST(Recording, OfAHouseholdAnswersEveryServerAsTheDevicesDid)
     std::string scenario;
     {
         const SimulatedDevices devices(householdWithAnOldPlayer());
+        const std::string player = R"("device":")" + kPlayer + R"(",)";
+        const std::string refused = R"("fault":"error","error":)";
         const std::string faults[] = {
-            R"("at":"lockdown","request":"GetValue","key":"DeviceColor","error":"GetProhibited")",
-            R"("at":"lockdown","request":"GetValue","domain":"com.apple.mobile.battery","device":")"
-                + kPlayer + R"(","error":"GetProhibited")",
-            R"("at":"lockdown","request":"StartService","service":"com.apple.companion_proxy",)"
-            R"("device":")"
-                + kPlayer + R"(","error":"ServiceProhibited")",
-            R"("at":"com.apple.companion_proxy","request":"GetValueFromRegistry",)"
-            R"("key":"BatteryIsCharging","error":"TimeoutReply")",
+            refused + R"("GetProhibited","at":"lockdown","request":"GetValue","key":"DeviceColor")",
+            refused + R"("GetProhibited",)" + player
+                + R"("at":"lockdown","request":"GetValue","domain":"com.apple.mobile.battery")",
+            refused + R"("ServiceProhibited",)" + player
+                + R"("at":"lockdown","request":"StartService","service":"com.apple.companion_proxy")",
+            refused + R"("TimeoutReply","at":"com.apple.companion_proxy",)"
+                + R"("request":"GetValueFromRegistry","key":"BatteryIsCharging")",
+            player + R"("fault":"drop","at":"com.apple.springboardservices",)"
+                + R"("request":"getWallpaperPreviewImage")",
         };
         for (const std::string& fault : faults)
-            devices.control(R"({"command":"inject-fault","fault":"error",)" + fault + "}");
+            devices.control(R"({"command":"inject-fault",)" + fault + "}");
         devices.control(R"({"command":"set-value","device":")" + kPhone
             + R"(","domain":"com.apple.mobile.wireless_lockdown","key":"WirelessBuddyID",)"
               R"("value":"9D4E7B52-0C61-4F1A-B8E3-7A2C5D9F1E60"})");
