@@ -160,7 +160,8 @@ TEST(PairingServer, AnswersWithThePairingState)
 
 TEST(PairingServer, FollowsTheUserAtTheDevice)
 {
-    const Row asks { "asks", kUnpaired + R"("asks")", kPair, state(1), -19 };
+    const Row asks { "asks", kUnpaired + R"("asks", "reconnectAfterTrust": false)", kPair, state(1),
+        -19 };
     forEachRow<Row>({ asks }, [](const SimulatedDevices& devices, const Row& row, std::size_t) {
         expectOutcome(devices, row, 0);
         devices.control(
@@ -193,7 +194,8 @@ TEST(DeviceServers, EndWithTheErrorOfTheStepThatFailed)
         { "not there", R"("connections": [])", { "tdw_info", kUdid, "2" }, open, -3 },
         { "not there", R"("connections": [])", kBattery, open, -3 },
         { "forgot this host", forgetful, kInfo, connect(-21), -21 },
-        { "wants a cable", kUnpaired + R"("usb-only", )" + kNetwork, kInfo, connect(-36), -36 },
+        { "unknown to it over the network", kUnpaired + R"("trusts", )" + kNetwork, kInfo,
+            connect(-13), -13 },
         { "locked", kLocked, kBattery, connect(-17), -17 },
         { "locked", kLocked, kConfig, connect(-17), -17 },
         { "goes", faulty(R"("drop", "request": "StartSession")"), kInfo, connect(-3), -3 },

@@ -11,9 +11,9 @@ namespace {
 
 using Answer = ControlProtocol::Answer;
 
-Result<SimulatedDevice*> takeDevice(JsonObject& object, Simulation& simulation)
+/// The device of an identifier, or the only one whose identifier begins so.
+Result<SimulatedDevice*> findDevice(const std::string& udid, const Simulation& simulation)
 {
-    const std::string udid = TDW_TRY(object.requiredString("device"));
     if (SimulatedDevice* device = simulation.device(udid))
         return device;
     std::vector<SimulatedDevice*> matches;
@@ -23,9 +23,14 @@ Result<SimulatedDevice*> takeDevice(JsonObject& object, Simulation& simulation)
     }
     if (matches.size() == 1)
         return matches.front();
-    const std::string_view problem = matches.empty() ? "there is no device" : "several devices are";
-    return simulatorError(
-        object.pathOf("device") + ": " + std::string(problem) + " \"" + udid + "\"");
+    const std::string_view problem
+        = matches.empty() ? "there is no device" : "several devices begin with";
+    return simulatorError("device: " + std::string(problem) + " \"" + udid + "\"");
+}
+
+Result<SimulatedDevice*> takeDevice(JsonObject& object, const Simulation& simulation)
+{
+    return findDevice(TDW_TRY(object.requiredString("device")), simulation);
 }
 
 Result<std::optional<ConnectionType>> takeConnection(JsonObject& object)
@@ -34,11 +39,12 @@ Result<std::optional<ConnectionType>> takeConnection(JsonObject& object)
     return word ? std::optional(static_cast<ConnectionType>(*word)) : std::nullopt;
 }
 
-Result<LogFilter> takeFilter(JsonObject& object)
+Result<LogFilter> takeFilter(JsonObject& object, const Simulation& simulation)
 {
     LogFilter filter;
     filter.at = TDW_TRY(object.string("at"));
-    filter.device = TDW_TRY(object.string("device"));
+    if (const auto udid = TDW_TRY(object.string("device")))
+        filter.device = TDW_TRY(findDevice(*udid, simulation))->udid();
     filter.request = TDW_TRY(object.string("request"));
     filter.after = TDW_TRY(object.number("after")).value_or(0);
     return filter;
@@ -164,7 +170,7 @@ Result<Answer> clearFault(JsonObject& object, Simulation& simulation)
 
 Result<Answer> log(JsonObject& object, Simulation& simulation)
 {
-    const LogFilter filter = TDW_TRY(takeFilter(object));
+    const LogFilter filter = TDW_TRY(takeFilter(object, simulation));
     TDW_TRY(object.refuseOtherKeys());
     Json entries = Json::array();
     for (const LogEntry& entry : simulation.log().entries(filter))
@@ -173,10 +179,10 @@ Result<Answer> log(JsonObject& object, Simulation& simulation)
         { { "entries", std::move(entries) }, { "last", simulation.log().lastNumber() } }));
 }
 
-Result<Answer> wait(JsonObject& object, Simulation&)
+Result<Answer> wait(JsonObject& object, Simulation& simulation)
 {
     WaitRequest request;
-    request.filter = TDW_TRY(takeFilter(object));
+    request.filter = TDW_TRY(takeFilter(object, simulation));
     request.count = TDW_TRY(object.number("count", 1)).value_or(1);
     request.bound = std::chrono::milliseconds(std::min<std::uint64_t>(
         TDW_TRY(object.number("milliseconds", 1)).value_or(10'000), 3'600'000));
@@ -223,8 +229,10 @@ Result<ControlProtocol::Answer> ControlProtocol::answerRequest(const Json& json)
         // Everything beside the command describes the fault.
         Json description = json;
         description.erase("command");
-        const std::uint64_t number
-            = m_simulation.faults().add(TDW_TRY(faultFromJson(description, "", {})));
+        Fault fault = TDW_TRY(faultFromJson(description, "", {}));
+        if (fault.device)
+            fault.device = TDW_TRY(findDevice(*fault.device, m_simulation))->udid();
+        const std::uint64_t number = m_simulation.faults().add(std::move(fault));
         TDW_TRY(m_faultsChanged());
         return Answer(success({ { "number", number } }));
     }

@@ -87,6 +87,9 @@ ServiceReply LockdownService::readValue(const Dictionary& request)
     const std::string domain = textOr(request, "Domain", kGlobalDomain);
     const std::string* key = request.stringAt("Key");
     const LockdownValues& values = device().values();
+    // Over the network a device tells nothing to a host that it does not know.
+    if (!hasSession() && m_context.attachment.type == ConnectionType::Network)
+        return refuse(request, "GetProhibited");
     Content content;
     if (domain != kGlobalDomain)
         content.emplace_back("Domain", domain);

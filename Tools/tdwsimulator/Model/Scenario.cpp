@@ -203,7 +203,7 @@ private:
         device.trust = static_cast<Trust>(trust.value_or(0));
         device.acceptAfter = TDW_TRY(object.number("acceptAfter", 1));
         device.reconnectsAfterTrust
-            = TDW_TRY(object.boolean("reconnectAfterTrust")).value_or(false);
+            = TDW_TRY(object.boolean("reconnectAfterTrust")).value_or(device.trust == Trust::Asks);
         return {};
     }
 

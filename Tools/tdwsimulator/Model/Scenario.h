@@ -26,7 +26,7 @@ inline constexpr std::string_view kAddressLayoutNames[] = { "bsd", "linux" };
 /// Whose multiplexer daemon the simulator's own one behaves as.
 enum class MultiplexerRelease {
     Debian12, ///< tells listeners of a saved record
-    Debian13, ///< answers 2 to a saved record, and tells no listener
+    Debian13, ///< answers 2 to a saved record, 0 to one not saved, and tells no listener
 };
 inline constexpr std::string_view kMultiplexerNames[] = { "debian12", "debian13" };
 

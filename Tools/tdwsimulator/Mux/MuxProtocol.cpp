@@ -230,8 +230,10 @@ Data MuxProtocol::savePairRecord(const Dictionary& request, std::uint32_t tag)
     if (!record || record->asDictionary() == nullptr)
         return result(MuxResult::InvalidArgument, tag);
     const bool isSaved = m_simulation.pairRecords().save(*identifier, *record->asDictionary());
-    // Debian 13's daemon takes its own success for a failure.
-    if (!isSaved || m_simulation.multiplexer() == MultiplexerRelease::Debian13)
+    // Debian 13's daemon takes its own success for a failure, and its failure for a success.
+    if (m_simulation.multiplexer() == MultiplexerRelease::Debian13)
+        return result(isSaved ? MuxResult::NoSuchRecord : MuxResult::Ok, tag);
+    if (!isSaved)
         return result(MuxResult::NoSuchRecord, tag);
     const auto attachment = m_simulation.attachment(
         static_cast<std::uint32_t>(request.intAt("DeviceID").value_or(0)));

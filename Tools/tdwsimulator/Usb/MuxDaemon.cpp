@@ -148,7 +148,8 @@ std::string MuxDaemon::messages() const
 
 void MuxDaemon::listen()
 {
-    m_simulation.log().add(Occurrence { kDaemonPlace, "", "Started" });
+    const Dictionary message { { "ProcessID", m_process ? m_process->identifier() : 0 } };
+    m_simulation.log().add(Occurrence { kDaemonPlace, "", "Started", &message });
     DaemonListener::start(m_context, m_simulation, socket());
 }
 
