@@ -126,6 +126,26 @@ TEST(CommandLine, ADeviceThatDoesNotTrustIsToldApart)
     EXPECT_EQ(info.termination.status, 0);
     EXPECT_THAT(info.output, HasSubstr("Pairing        the device is locked\n"));
     EXPECT_THAT(info.standardError, StartsWith("tidewell: warning: The device is locked.\n"));
+
+    // Sessions work before the first unlocking, and services do not.
+    devices.control(
+        R"({"command":"set-trust","trust":"before-first-unlock","device":")" + kPhone + R"("})");
+    EXPECT_THAT(tidewell({ "battery", kPhone }).output, HasSubstr(" 76 %"));
+    for (const auto& words : { std::vector<std::string> { "companions", kPhone },
+             { "wallpaper", kPhone, "-o", "-" }, { "info", kPhone } }) {
+        EXPECT_THAT(tidewell(words).standardError, HasSubstr("unlock it once.")) << words.front();
+    }
+}
+
+TEST(CommandLine, AnUnknownPhoneOnTheNetworkIsToBeConnectedFirst)
+{
+    const Household devices(R"({"devices": [{"udid": ")" + kPhone
+        + R"(", "connections": ["network"], "state": "unpaired"}]})");
+    for (const char* command : { "info", "battery", "companions" }) {
+        const auto run = tidewell({ command, kPhone });
+        EXPECT_THAT(run.standardError, AllOf(HasSubstr("cable"), Not(HasSubstr("prohibited"))));
+        EXPECT_EQ(run.termination.status, command == std::string("info") ? 0 : 3) << command;
+    }
 }
 
 TEST(CommandLine, OnlyPairMakesADeviceAskItsUser)
@@ -204,7 +224,7 @@ TEST(CommandLine, FewDescriptorsOrLittleMemoryAreAnErrorLikeAnyOther)
     }
 }
 
-TEST(CommandLine, PairsOnceTheUserTrustsAndUnpairs)
+TEST(CommandLine, PairsWithAPhoneThatLeavesAtTheTapAndUnpairs)
 {
     const Household devices;
     RunningTool pairing({ "pair", "00008110" });
@@ -221,19 +241,6 @@ TEST(CommandLine, PairsOnceTheUserTrustsAndUnpairs)
     const auto again = tidewell({ "unpair", kStranger });
     EXPECT_EQ(again.termination.status, 3);
     EXPECT_THAT(again.standardError, HasSubstr("nothing to undo"));
-}
-
-TEST(CommandLine, PairingWaitsForAPhoneThatLeavesAfterTheTap)
-{
-    const Household devices(R"({"devices": [{"udid": "f1d0000000000000000000000000000000000001",
-        "state": "unpaired", "trust": "asks", "reconnectAfterTrust": true}]})");
-    RunningTool pairing({ "pair", "f1d0" });
-    const std::string device = R"("device":"f1d0000000000000000000000000000000000001"})";
-    devices.control(R"({"command":"wait","at":"lockdown","request":"Pair",)" + device);
-    devices.control(R"({"command":"answer-trust","answer":"accept",)" + device);
-    const auto run = pairing.finish();
-    EXPECT_EQ(run.termination, Termination {}) << run.output;
-    EXPECT_THAT(run.output, HasSubstr("trusts this computer"));
 }
 
 TEST(CommandLine, PairingTellsRefusalsApart)

@@ -147,7 +147,7 @@ TEST(BoardText, MoreLinesThanTheTerminalHasAreScrolled)
     first = 99;
     EXPECT_THAT(pageOf(all, 4, first), ElementsAre("head", "4", "5", "(4 to 5 of 5)"));
     EXPECT_EQ(first, 3U);
-    EXPECT_THAT(pageOf(all, 1, first), ElementsAre("head"));
+    EXPECT_THAT(pageOf(all, 1, first), ElementsAre("4"));
 }
 
 TEST(Screen, KnowsTheKeysOfTerminals)

@@ -50,11 +50,13 @@ std::string optionArgument(const Option& option)
                     : option.choices.empty()       ? " "
                                                    : "(" + choiceNames(option.choices) + ")");
     const std::string help = "[" + std::string(option.help) + "]";
+    // The value may be the next word, or stand in the same one.
+    const std::string longForm = name + (value.empty() ? "" : "=");
     if (option.shortName.empty())
-        return singleQuoted(name + help + value);
+        return singleQuoted(longForm + help + value);
     const std::string shortName(option.shortName);
-    return "'(" + shortName + " " + name + ")'{" + shortName + "," + name + "}"
-        + singleQuoted(help + value);
+    return "'(" + shortName + " " + name + ")'{" + shortName + (value.empty() ? "," : "+,")
+        + longForm + "}" + singleQuoted(help + value);
 }
 
 std::string wordArgument(const Word& word, std::size_t position)

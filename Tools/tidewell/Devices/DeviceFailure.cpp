@@ -38,15 +38,6 @@ Error notPaired(const std::optional<Error>& cause)
         .cause = cause });
 }
 
-/// The error of a service that a device does not start although it trusts this computer.
-Error notStarted(const Error& cause)
-{
-    return commandLineError({ .status = ExitStatus::Failure,
-        .reason = cause.failureReason(),
-        .advice = "If the device has not been unlocked since its start, unlock it once.",
-        .cause = cause });
-}
-
 /// Why a device that answers refuses what it is asked; none where nothing is known.
 std::optional<Error> refusalOf(const Value& info, const Error& cause)
 {
@@ -55,7 +46,8 @@ std::optional<Error> refusalOf(const Value& info, const Error& cause)
         return std::nullopt;
     if (*state == TDWDevicePairingStatePaired)
         return failedApi(cause).find("start_service") != std::string::npos
-            ? std::optional(notStarted(cause))
+                || isCompanionLookup(cause)
+            ? std::optional(serviceFailure(cause))
             : std::nullopt;
     const auto warnings = warningsIn(info);
     const auto found = std::ranges::find_if(warnings, isUnpairedDevice);
@@ -100,7 +92,19 @@ Error explainedFailure(DeviceRequests& requests, const std::string& udid, const 
     if (exitStatusOf(error) != ExitStatus::Failure)
         return error;
     const auto info = requests.ask(DeviceInfoQuery { .udid = udid, .mayPair = false });
-    return info ? refusalOf(*info, error).value_or(error) : error;
+    if (info)
+        return refusalOf(*info, error).value_or(error);
+    // A service's own code may say nothing where lockdown's says why.
+    return exitStatusOf(info.error()) == ExitStatus::Failure ? error
+                                                             : withCause(info.error(), error);
+}
+
+Error serviceFailure(const Error& cause)
+{
+    return commandLineError({ .status = ExitStatus::Failure,
+        .reason = "The service of the device that this needs does not work.",
+        .advice = "If the device has not been unlocked since its start, unlock it once.",
+        .cause = cause });
 }
 
 Result<void> requirePairing(DeviceRequests& requests, const std::string& udid)

@@ -16,6 +16,11 @@ namespace tdw::cli {
 /// @return an error for the cause that was found, with `error` below it; or `error` itself
 Error explainedFailure(DeviceRequests& requests, const std::string& udid, const Error& error);
 
+/// The error of a service that a device does not start, or that does not do its work, although the
+/// device trusts this computer.
+/// @param cause what the device library says, which is often nothing
+Error serviceFailure(const Error& cause);
+
 /// Checks that this computer holds a pairing with the device, so that asking the device does not
 /// make it ask its user. Errors: `ExitStatus::NotTrusted`; those of the multiplexer
 Result<void> requirePairing(DeviceRequests& requests, const std::string& udid);

@@ -1,7 +1,6 @@
 #include "Devices/PairingConversation.h"
 
 #include "Devices/PairingState.h"
-#include "Errors/Advice.h"
 #include "Errors/CommandLineError.h"
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Support/TDWErrorHelpers.h"
@@ -38,11 +37,11 @@ Error refused(const std::string& reason, const std::string& advice, const std::o
 Error refusal(const std::optional<Error>& why)
 {
     if (why && isLockdown(*why, { kLostMode }))
-        return refused("The device is in lost mode.", adviceFor(*why), why);
+        return refused("The device is in lost mode.", "Its owner must end that first.", why);
     if (why && isLockdown(*why, { kManaged, kManagedWithChallenge }))
         return refused(
             "The device is managed, and its management forbids connections to computers.",
-            adviceFor(*why), why);
+            "Its administrator can allow them.", why);
     return refused(
         "The device refuses to be paired.", "Unlock it, reconnect it, and try again.", why);
 }

@@ -188,20 +188,22 @@ std::string fitted(std::string_view text, std::size_t columns, Glyphs glyphs)
 std::vector<std::string> pageOf(
     const std::vector<std::string>& all, std::size_t lines, std::size_t& first)
 {
-    if (all.size() <= lines || lines < 3) {
+    if (all.size() <= lines) {
         first = 0;
-        return { all.begin(),
-            all.begin() + static_cast<std::ptrdiff_t>(std::min(all.size(), lines)) };
+        return all;
     }
-    // The heading and the last line stay.
-    const std::size_t room = lines - 2;
+    // The heading and the last line stay where there is room for a device between them.
+    const bool hasFrame = lines >= 3;
+    const std::size_t room = hasFrame ? lines - 2 : lines;
     const std::size_t count = all.size() - 1;
     first = std::min(first, count - room);
-    std::vector<std::string> page { all.front() };
     const auto begin = all.begin() + 1 + static_cast<std::ptrdiff_t>(first);
-    page.insert(page.end(), begin, begin + static_cast<std::ptrdiff_t>(room));
-    page.push_back("(" + std::to_string(first + 1) + " to " + std::to_string(first + room) + " of "
-        + std::to_string(count) + ")");
+    std::vector<std::string> page(begin, begin + static_cast<std::ptrdiff_t>(room));
+    if (hasFrame) {
+        page.insert(page.begin(), all.front());
+        page.push_back("(" + std::to_string(first + 1) + " to " + std::to_string(first + room)
+            + " of " + std::to_string(count) + ")");
+    }
     return page;
 }
 

@@ -1,7 +1,9 @@
 #include "Text/DeviceInfoText.h"
 
 #include "Devices/Companions.h"
+#include "Devices/DeviceFailure.h"
 #include "Devices/PairingState.h"
+#include "Errors/CommandLineError.h"
 #include "Errors/Warnings.h"
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
@@ -10,11 +12,14 @@
 #include "Terminal/Table.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 
 namespace tdw::cli {
 
 namespace {
+
+constexpr std::int64_t kGetProhibited = -13;
 
 std::string text(const Dictionary& info, std::string_view key)
 {
@@ -110,6 +115,14 @@ Result<std::string> deviceInfoText(
 std::vector<Error> deviceInfoWarnings(const Value& info)
 {
     auto warnings = warningsIn(info);
+    // Over the network a device without a session refuses each value in turn; once is enough.
+    const auto isProhibited = [](const Error& warning) {
+        return warning.domain() == kTDWLockdownErrorDomain && warning.code() == kGetProhibited;
+    };
+    if (std::erase_if(warnings, isProhibited) > 0)
+        warnings.push_back(commandLineError({ .status = ExitStatus::NotTrusted,
+            .reason = "The device tells nothing more over the network now.",
+            .advice = "Connect it with the cable." }));
     if (knowsWirelessValues(info))
         // Most devices have no buddy, which is no reason for a warning.
         std::erase_if(warnings, [](const Error& warning) {
@@ -119,6 +132,9 @@ std::vector<Error> deviceInfoWarnings(const Value& info)
     const auto lookup = companionLookupFailure(info);
     if (lookup && text(*info.asDictionary(), kTDWDeviceInfoDeviceClass) != "iPhone")
         std::erase(warnings, *lookup);
+    else if (lookup)
+        std::ranges::replace(
+            warnings, *lookup, whileTrying("Cannot ask for its watches", serviceFailure(*lookup)));
     return warnings;
 }
 
