@@ -35,6 +35,7 @@ protected:
         return value != nullptr ? value : otherwise;
     }
 
+    static std::string release() { return variable("TIDEWELL_USBMUXD_RELEASE", "debian12"); }
     static std::string daemon() { return variable("TIDEWELL_USBMUXD", "/usr/sbin/usbmuxd"); }
 
     /// Begins with other devices.
@@ -50,10 +51,12 @@ protected:
         return m_simulator->control(std::move(words));
     }
 
-    /// Waits until the daemon has announced something about a device so many times.
-    void waitFor(const std::string& request, const std::string& device = {}, int count = 1) const
+    /// Waits until the daemon has announced something about a device so many times, or something
+    /// has been asked at another place.
+    void waitFor(const std::string& request, const std::string& device = {}, int count = 1,
+        const std::string& place = "daemon") const
     {
-        std::vector<std::string> words { "wait", "at=daemon", "request=" + request,
+        std::vector<std::string> words { "wait", "at=" + place, "request=" + request,
             "count=" + std::to_string(count), "milliseconds=30000" };
         if (!device.empty())
             words.push_back("device=" + device);
@@ -61,9 +64,14 @@ protected:
         EXPECT_EQ(outcome.termination.status, 0) << request << ": " << outcome.output;
     }
 
+    static std::string serverPath(const std::string& name)
+    {
+        return TIDEWELL_BUILD_DIR "/libexec/tidewell/" + name;
+    }
+
     CommandOutcome server(std::string name, std::vector<std::string> arguments = {}) const
     {
-        arguments.insert(arguments.begin(), TIDEWELL_BUILD_DIR "/libexec/tidewell/" + name);
+        arguments.insert(arguments.begin(), serverPath(name));
         return m_simulator->run(std::move(arguments));
     }
 

@@ -171,8 +171,8 @@ std::string conversation(
 
 TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
 {
-    const std::string scenario = R"({"devices": [{"udid": ")" + kPhone + R"("}], "multiplexer": ")"
-        + variable("TIDEWELL_USBMUXD_RELEASE", "debian12") + "\"}";
+    const std::string scenario
+        = R"({"devices": [{"udid": ")" + kPhone + R"("}], "multiplexer": ")" + release() + "\"}";
     start(scenario);
     const SimulatorProcess own(scenario);
     const Data record = *encodeBinaryPropertyList(Dictionary { { "HostID", "H" } });

@@ -51,6 +51,16 @@ struct RunningTool {
         return line;
     }
 
+    /// Reads lines until one holds a passage; returns that one, or the last one.
+    std::string lineWith(const std::string& passage)
+    {
+        std::string line;
+        do {
+            line = readLine();
+        } while (!line.empty() && line.find(passage) == line.npos);
+        return line;
+    }
+
     tdw::Pipe pipe;
     std::optional<tdw::Process> process;
 };

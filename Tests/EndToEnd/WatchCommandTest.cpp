@@ -16,30 +16,16 @@ using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
 
-namespace {
-
-/// Reads lines until one holds a passage; returns that one, or the last one.
-std::string lineWith(RunningTool& tool, const std::string& passage)
-{
-    std::string line;
-    do {
-        line = tool.readLine();
-    } while (!line.empty() && line.find(passage) == line.npos);
-    return line;
-}
-
-} // namespace
-
 TEST(WatchCommand, WritesALineForEachChangeAndAsksNoUnpairedDevice)
 {
     const Household devices;
     setenv("LC_ALL", "C.UTF-8", 1);
     RunningTool tool({ "watch" });
-    EXPECT_THAT(lineWith(tool, "  watch "), MatchesRegex("  watch .* 83 %.*"));
+    EXPECT_THAT(tool.lineWith("  watch "), MatchesRegex("  watch .* 83 %.*"));
     devices.control(R"({"command":"detach","device":")" + kPhone + R"("})");
-    EXPECT_THAT(lineWith(tool, "detached"), HasSubstr(kPhone));
+    EXPECT_THAT(tool.lineWith("detached"), HasSubstr(kPhone));
     devices.control(R"({"command":"attach","connection":"usb","device":")" + kPhone + R"("})");
-    EXPECT_THAT(lineWith(tool, "Robin"), HasSubstr(" 76 %"));
+    EXPECT_THAT(tool.lineWith("Robin"), HasSubstr(" 76 %"));
     EXPECT_THAT(
         devices.control(R"({"command":"log","at":"lockdown","device":")" + kStranger + R"("})"),
         HasSubstr(R"("entries":[])"));
@@ -72,7 +58,7 @@ TEST(WatchCommand, EndsAtOnceAndSaysWhatIsWrongWhateverHangs)
         R"({"command":"inject-fault","at":"mux","request":"ReadPairRecord","fault":"hang"})");
     for (const char* road : { "--direct", "--verbose" }) {
         RunningTool tool({ "watch", road });
-        EXPECT_NE(lineWith(tool, "attached"), "");
+        EXPECT_NE(tool.lineWith("attached"), "");
         const auto start = std::chrono::steady_clock::now();
         tool.process->sendSignal(SIGINT);
         EXPECT_EQ(tool.finish().termination, Termination {});
@@ -80,9 +66,9 @@ TEST(WatchCommand, EndsAtOnceAndSaysWhatIsWrongWhateverHangs)
     }
     devices.control(R"({"command":"clear-fault"})");
     RunningTool tool({ "watch" });
-    EXPECT_NE(lineWith(tool, "  watch "), "");
+    EXPECT_NE(tool.lineWith("  watch "), "");
     devices.control(R"({"command":"inject-fault","at":"mux","fault":"absent"})");
-    EXPECT_THAT(lineWith(tool, "usbmuxd is not running"), StartsWith("tidewell: warning: "));
+    EXPECT_THAT(tool.lineWith("usbmuxd is not running"), StartsWith("tidewell: warning: "));
     devices.control(R"({"command":"clear-fault"})");
-    EXPECT_THAT(lineWith(tool, "again"), HasSubstr("All devices can be seen again."));
+    EXPECT_THAT(tool.lineWith("again"), HasSubstr("All devices can be seen again."));
 }
