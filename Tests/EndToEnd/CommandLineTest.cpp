@@ -263,6 +263,13 @@ TEST(CommandLine, PairingTellsRefusalsApart)
         EXPECT_THAT(run.standardError, HasSubstr(row.words));
         EXPECT_THAT(run.output, HasSubstr(row.code));
     }
+    // It trusts this computer, and a file is in the way of the records.
+    const auto records = devices.directory() / "lib" / "lockdown";
+    std::filesystem::remove_all(records);
+    std::ofstream(records) << "in the way";
+    devices.control(R"({"command":"set-trust","trust":"trusts","device":")" + kPhone + R"("})");
+    EXPECT_THAT(
+        tidewell({ "pair", kPhone }).standardError, HasSubstr("usbmuxd cannot write its records"));
 }
 
 TEST(CommandLine, PairingEndsInTimeWhateverTheDeviceDoes)

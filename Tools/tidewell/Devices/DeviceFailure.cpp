@@ -89,7 +89,8 @@ Error explainedFailure(DeviceRequests& requests, const std::string& udid, const 
         return disconnected(error);
     if (isServerTimeout(error))
         return silent(error);
-    if (exitStatusOf(error) != ExitStatus::Failure)
+    const bool isExplained = error.domain() == commandLineErrorDomain();
+    if (isExplained || exitStatusOf(error) != ExitStatus::Failure)
         return error;
     const auto info = requests.ask(DeviceInfoQuery { .udid = udid, .mayPair = false });
     if (info)
