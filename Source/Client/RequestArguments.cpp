@@ -55,6 +55,8 @@ struct ArgumentLists {
             arguments.emplace_back(kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag);
         if (!query.mayPair)
             arguments.emplace_back(kTDWDeviceInfoServerNeverPairFlag);
+        if (query.diagnoses)
+            arguments.emplace_back(kTDWDeviceInfoServerDiagnoseFlag);
         return arguments;
     }
 

@@ -24,6 +24,8 @@ struct DeviceInfoQuery {
     /// False: a device that this host has no pair record of is not asked to pair, and answers as
     /// far as a device without trust may. True: it shows its trust dialog.
     bool mayPair = true;
+    /// Looks into what may be wrong, as `kTDWDeviceInfoServerDiagnoseFlag` says.
+    bool diagnoses = false;
 };
 
 /// The state of a device's battery.

@@ -1,5 +1,7 @@
 #include "Host/ChildServer.h"
 
+#include "Platform/System/Trace.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -42,6 +44,8 @@ Result<ChildServer> ChildServer::start(const ServerLaunch& launch)
     options.standardOutput = output.writer.descriptor();
     options.standardError = standardError.writer.descriptor();
     options.ownProcessGroup = true;
+    if (!launch.trace.empty())
+        options.environment.emplace_back(kTraceVariable, launch.trace);
     Process process = TDW_TRY(Process::launch(options));
     // The writing ends go here: from now on the server alone holds them, and its end shows in them.
     return ChildServer { std::move(process), ServerStream(std::move(output.reader)),

@@ -25,6 +25,9 @@ struct ServerLaunch {
 
     /// The arguments after the program name.
     std::vector<std::string> arguments;
+
+    /// Where the server tells its steps, as `traceAddress` has it.
+    std::string trace {};
 };
 
 /// The reading end of one of a server's streams, read in chunks without waiting.

@@ -27,6 +27,12 @@ const std::string_view kTDWDeviceInfoPairingState = "PairingState";
 const std::string_view kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag
     = "--include-companion-identifiers";
 const std::string_view kTDWDeviceInfoServerNeverPairFlag = "--never-pair";
+const std::string_view kTDWDeviceInfoServerDiagnoseFlag = "--diagnose";
+
+const std::string_view kTDWDeviceInfoDiagnosis = "Diagnosis";
+const std::string_view kTDWDiagnosisLocked = "Locked";
+const std::string_view kTDWDiagnosisManaged = "Managed";
+const std::string_view kTDWDiagnosisServiceError = "ServiceError";
 
 const std::string_view kTDWBatteryCurrentCapacity = "BatteryCurrentCapacity";
 const std::string_view kTDWBatteryIsCharging = "BatteryIsCharging";

@@ -64,6 +64,20 @@ TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerIncludeCompanionIde
 /// device without trust may be: state "not paired", and a warning with the code -29.
 TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerNeverPairFlag;
 
+/// The argument that makes the device info server look into what may be wrong: it asks the device
+/// one question before it relies on its trust, and afterwards for what stands below. The payload
+/// gets the key `kTDWDeviceInfoDiagnosis` where the device trusts this host.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerDiagnoseFlag;
+
+/// A dictionary with what a diagnosis has found; each of its keys may be missing.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoDiagnosis;
+/// In it, a boolean: the device is locked now.
+TDW_EXPORT extern const std::string_view kTDWDiagnosisLocked;
+/// In it, a boolean: an organisation manages the device.
+TDW_EXPORT extern const std::string_view kTDWDiagnosisManaged;
+/// In it, the error dictionary of a service that the device did not start.
+TDW_EXPORT extern const std::string_view kTDWDiagnosisServiceError;
+
 /// The battery's values: an integer from 0 to 100, and booleans. A device may lack any of them.
 TDW_EXPORT extern const std::string_view kTDWBatteryCurrentCapacity;
 TDW_EXPORT extern const std::string_view kTDWBatteryIsCharging;

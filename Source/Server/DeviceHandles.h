@@ -15,6 +15,8 @@ namespace tdw {
 using DeviceHandle = Handle<idevice_private, &idevice_free>;
 using DeviceListHandle = Handle<idevice_info_t, &idevice_device_list_extended_free>;
 using LockdownClientHandle = Handle<lockdownd_client_private, &lockdownd_client_free>;
+using ServiceDescriptorHandle
+    = Handle<lockdownd_service_descriptor, &lockdownd_service_descriptor_free>;
 using CompanionProxyHandle = Handle<companion_proxy_client_private, &companion_proxy_client_free>;
 
 /// Text that libimobiledevice or libplist allocated.

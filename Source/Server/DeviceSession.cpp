@@ -1,18 +1,25 @@
 #include "Server/DeviceSession.h"
 
+#include "Platform/System/Trace.h"
+#include "Platform/Values/PropertyList.h"
+#include "Platform/Values/PropertyListNode.h"
 #include "Server/TDWDeviceID_Private.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/TraceSteps.h"
 
 #include <usbmuxd.h>
 
 #include <cstdint>
+#include <span>
 
 namespace tdw {
 
 Result<void> DeviceSession::open(const char* udid, enum idevice_options options)
 {
-    if (const int code = idevice_new_with_options(out(m_device), udid, options))
+    m_udid = udid;
+    TraceStep step(kLookUpStep, m_udid);
+    if (const int code = step.ended(idevice_new_with_options(out(m_device), udid, options)))
         return TDWErrorCreate("idevice_new_with_options", code);
     return {};
 }
@@ -21,7 +28,8 @@ Result<void> DeviceSession::connect(Handshake handshake)
 {
     const auto create = handshake == Handshake::Yes ? &lockdownd_client_new_with_handshake
                                                     : &lockdownd_client_new;
-    if (const int code = create(m_device.get(), out(m_lockdown), TDWServerName()))
+    TraceStep step(handshake == Handshake::Yes ? kHandshakeStep : kConnectionStep, m_udid);
+    if (const int code = step.ended(create(m_device.get(), out(m_lockdown), TDWServerName())))
         return TDWErrorCreate("lockdownd_client_new", code);
     return {};
 }
@@ -32,27 +40,49 @@ void DeviceSession::disconnect()
     m_lockdown.reset();
 }
 
+Result<void> DeviceSession::query()
+{
+    {
+        TraceStep step(kQueryStep, m_udid);
+        LibraryText type;
+        if (const int code = step.ended(lockdownd_query_type(m_lockdown.get(), out(type))))
+            return TDWErrorCreate("lockdownd_query_type", code);
+    }
+    // What it says matters as little as whether it may say it.
+    const TraceStep step(kValueStep, m_udid);
+    PropertyListNode version;
+    (void)lockdownd_get_value(m_lockdown.get(), nullptr, "ProductVersion", out(version));
+    return {};
+}
+
 bool DeviceSession::hasPairRecord() const
 {
     LibraryText udid;
     if (idevice_get_udid(m_device.get(), out(udid)) != IDEVICE_E_SUCCESS)
         return false;
+    TraceStep step(kRecordStep, m_udid);
     LibraryText record;
     std::uint32_t size = 0;
-    return usbmuxd_read_pair_record(udid.get(), out(record), &size) == 0 && size > 0;
+    if (step.ended(usbmuxd_read_pair_record(udid.get(), out(record), &size)) != 0)
+        return false;
+    const auto content
+        = decodePropertyList(std::as_bytes(std::span<const char>(record.get(), size)));
+    return content && content->stringAt("HostID");
 }
 
 std::optional<Value> DeviceSession::identity() const
 {
+    TraceStep step("identity of", m_udid);
     return TDWDeviceIDCreate(m_device.get(), m_lockdown.get());
 }
 
 Result<companion_proxy_client_t> DeviceSession::startCompanionProxy()
 {
     m_service.reset();
+    TraceStep step("companion service of", m_udid);
     CompanionProxyHandle proxy;
-    if (const int code
-        = companion_proxy_client_start_service(m_device.get(), out(proxy), TDWServerName()))
+    if (const int code = step.ended(
+            companion_proxy_client_start_service(m_device.get(), out(proxy), TDWServerName())))
         return TDWErrorCreate("companion_proxy_client_start_service", code);
     return keep(std::move(proxy));
 }

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace tdw {
@@ -35,7 +36,11 @@ public:
     /// Ends the conversation with lockdown, so that the next one starts from nothing.
     void disconnect();
 
-    /// Whether this host has a record of being paired with the device, as the multiplexer says.
+    /// Asks the lockdown client what it is, and for one value: `lockdownd_query_type`.
+    Result<void> query();
+
+    /// Whether this host has a record of being paired with the device, as the multiplexer says,
+    /// that the library can use. With any other it pairs, and the device asks its user.
     bool hasPairRecord() const;
 
     /// The device identity record; see `TDWDeviceIDCreate`.
@@ -54,10 +59,12 @@ public:
         return borrowed;
     }
 
+    const std::string& udid() const { return m_udid; }
     idevice_t device() const { return m_device.get(); }
     lockdownd_client_t lockdown() const { return m_lockdown.get(); }
 
 private:
+    std::string m_udid;
     DeviceHandle m_device;
     LockdownClientHandle m_lockdown;
     std::shared_ptr<void> m_service;

@@ -3,6 +3,7 @@
 #include "Interfaces/StandardOutput.h"
 #include "Interfaces/TDWResponse.h"
 #include "Platform/Queues/Queue.h"
+#include "Platform/System/Trace.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/TDWErrorHelpers.h"
 #include "Support/TDWErrorKinds.h"
@@ -94,9 +95,12 @@ Error currentException()
 int answerRequest(const ServerJob& job)
 {
     std::optional<DeviceSession> session(std::in_place);
+    const char* const name = TDWServerName();
+    std::optional<TraceStep> step(std::in_place, "work of", name ? name : "");
     const auto reply = job(*session);
     const int status = write(reply ? *reply : ServerReply { reply.error() });
     TDWServerStopTimeoutClock();
+    step.reset();
     const BoundedCleanup bound(status);
     session.reset();
     return status;

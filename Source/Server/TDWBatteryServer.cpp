@@ -1,5 +1,6 @@
 #include "Server/TDWBatteryServer.h"
 
+#include "Platform/System/Trace.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"
@@ -20,6 +21,7 @@ int TDWBatteryServerMain(int argumentCount, char** arguments)
         const char* udid = TDW_TRY(tdw::requiredUdid(argumentCount, arguments));
         TDW_TRY(session.open(udid, kEveryConnection));
         TDW_TRY(session.connect(tdw::Handshake::Yes));
+        const tdw::TraceStep step("battery of", session.udid());
         auto battery = tdw::readLockdownDomain(session.lockdown(), kTDWLockdownDomainBattery);
         if (!battery)
             return ServerReply { .content = battery.error(), .status = 0 };

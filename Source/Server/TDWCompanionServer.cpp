@@ -2,6 +2,7 @@
 
 #include "Interfaces/TDWDeviceList.h"
 #include "Interfaces/TDWResponse.h"
+#include "Platform/System/Trace.h"
 #include "Platform/Values/PropertyListNode.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWDeviceInfoServer.h"
@@ -74,6 +75,7 @@ Result<Dictionary> readProperties(
     for (const std::string& key : keys) {
         tdw::setErrorDetail(key);
         const auto proxy = TDW_TRY(session.startCompanionProxy());
+        const tdw::TraceStep step("value of", identifier);
         const bool isOptional = TDWOptionalCompanionKeys().contains(key);
         if (auto value = TDW_TRY(readProperty(proxy, identifier, key, isOptional)))
             entry.set(key, *std::move(value));

@@ -2,6 +2,7 @@
 
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
+#include "Platform/System/Trace.h"
 #include "Platform/Values/PropertyListNode.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
@@ -77,7 +78,9 @@ int TDWConfigServerMain(int argumentCount, char** arguments)
         TDW_TRY(session.open(arguments[1], IDEVICE_LOOKUP_USBMUX));
         TDW_TRY(session.connect(tdw::Handshake::Yes));
         // The library takes the node over, whatever comes of the call.
-        if (const int code = lockdownd_set_value(session.lockdown(), domain, key, value.release()))
+        tdw::TraceStep step("setting of", session.udid());
+        if (const int code
+            = step.ended(lockdownd_set_value(session.lockdown(), domain, key, value.release())))
             return TDWErrorCreate("lockdownd_set_value", code);
         return ServerReply { tdw::Dictionary(), session.identity() };
     });

@@ -1,11 +1,14 @@
 #include "Server/TDWDeviceInfoServer.h"
 
 #include "Interfaces/TDWResponse.h"
+#include "Platform/System/Trace.h"
+#include "Platform/Values/PropertyListNode.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"
 #include "Support/TDWErrorHelpers.h"
 #include "Support/TDWErrorKinds.h"
+#include "Support/TraceSteps.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -58,8 +61,18 @@ public:
         return m_session.connect(tdw::Handshake::No);
     }
 
+    /// One question without trust, so that a trace tells a silent device from a silent handshake.
+    Result<void> query()
+    {
+        TDW_TRY(m_session.connect(tdw::Handshake::No));
+        TDW_TRY(m_session.query());
+        m_session.disconnect();
+        return {};
+    }
+
     void readIdentity()
     {
+        const tdw::TraceStep step("values of", m_session.udid());
         for (const std::string& key :
             isPaired() ? TDWDeviceInfoKeys() : TDWUnpairedDeviceInfoKeys())
             readString(key);
@@ -67,6 +80,7 @@ public:
 
     void readBattery()
     {
+        const tdw::TraceStep step("battery of", m_session.udid());
         const auto battery
             = tdw::readLockdownDomain(m_session.lockdown(), kTDWLockdownDomainBattery);
         if (battery)
@@ -78,6 +92,7 @@ public:
 
     void readWireless()
     {
+        const tdw::TraceStep step("wireless settings of", m_session.udid());
         const auto wireless
             = tdw::readLockdownDomain(m_session.lockdown(), kTDWLockdownDomainWireless);
         if (!wireless)
@@ -101,6 +116,23 @@ public:
             identifiers ? *identifiers : Value(tdw::Array()));
     }
 
+    void diagnose()
+    {
+        Dictionary diagnosis;
+        addBoolean(diagnosis, kTDWDiagnosisLocked, nullptr, "PasswordProtected");
+        addBoolean(
+            diagnosis, kTDWDiagnosisManaged, "com.apple.mobile.chaperone", "DeviceIsChaperoned");
+        // A service that every device has, and that is not used here: whether it starts says
+        // whether the others would.
+        tdw::ServiceDescriptorHandle service;
+        tdw::TraceStep step(tdw::kServiceStep, m_session.udid());
+        if (const int code = step.ended(lockdownd_start_service(
+                m_session.lockdown(), "com.apple.mobile.notification_proxy", out(service))))
+            diagnosis.set(kTDWDiagnosisServiceError,
+                TDWCreateErrorResponseDictionary(TDWErrorCreate("lockdownd_start_service", code)));
+        m_payload.set(kTDWDeviceInfoDiagnosis, std::move(diagnosis));
+    }
+
     ServerReply reply()
     {
         m_payload.set(kTDWDeviceInfoEnableWiFiConnections, m_enablesWifi);
@@ -117,6 +149,18 @@ private:
     {
         const auto proxy = TDW_TRY(m_session.startCompanionProxy());
         return tdw::readCompanionRegistry(proxy);
+    }
+
+    /// Nothing where the device has no such value.
+    void addBoolean(
+        Dictionary& diagnosis, std::string_view name, const char* domain, const char* key)
+    {
+        tdw::PropertyListNode node;
+        if (lockdownd_get_value(m_session.lockdown(), domain, key, out(node)) != LOCKDOWN_E_SUCCESS)
+            return;
+        const auto value = tdw::readNode(node.get());
+        if (value && value->asBoolean())
+            diagnosis.set(name, *value->asBoolean());
     }
 
     void readString(const std::string& key)
@@ -163,11 +207,16 @@ Result<ServerReply> gather(tdw::DeviceSession& session, int argumentCount, char*
     const char* udid = TDW_TRY(tdw::requiredUdid(argumentCount, arguments));
     DeviceInfo info(session);
     TDW_TRY(info.open(udid, TDWParseDeviceOptionsFromArguments(argumentCount, arguments)));
+    const bool diagnoses = isGiven(kTDWDeviceInfoServerDiagnoseFlag, argumentCount, arguments);
+    if (diagnoses)
+        TDW_TRY(info.query());
     TDW_TRY(info.connect(!isGiven(kTDWDeviceInfoServerNeverPairFlag, argumentCount, arguments)));
     info.readIdentity();
     if (info.isPaired()) {
         info.readBattery();
         info.readWireless();
+        if (diagnoses)
+            info.diagnose();
         if (isGiven(kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag, argumentCount, arguments))
             info.readCompanionIdentifiers();
     }

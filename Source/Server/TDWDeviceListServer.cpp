@@ -1,6 +1,7 @@
 #include "Server/TDWDeviceListServer.h"
 
 #include "Interfaces/TDWDeviceList.h"
+#include "Platform/System/Trace.h"
 #include "Platform/Values/Utf8.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
@@ -19,7 +20,8 @@ int TDWDeviceListServerMain()
     return tdw::answerRequest([](tdw::DeviceSession&) -> tdw::Result<tdw::ServerReply> {
         tdw::DeviceListHandle devices;
         int count = 0;
-        if (const int code = idevice_get_device_list_extended(out(devices), &count))
+        tdw::TraceStep step("list of devices");
+        if (const int code = step.ended(idevice_get_device_list_extended(out(devices), &count)))
             return TDWErrorCreate("idevice_get_device_list_extended", code);
         return tdw::ServerReply { Dictionary {
             { kTDWDevicesKey, _TDWServerCreateDeviceListArray(devices.get(), count) } } };

@@ -1,6 +1,7 @@
 #include "Server/TDWPairingServer.h"
 
 #include "Interfaces/TDWServer.h"
+#include "Platform/System/Trace.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"
@@ -69,7 +70,8 @@ int TDWPairingServerPair(const char* udid)
 {
     return tdw::answerRequest([udid](DeviceSession& session) -> Result<ServerReply> {
         TDW_TRY(openOverUsb(session, udid));
-        if (const int code = lockdownd_pair(session.lockdown(), nullptr))
+        tdw::TraceStep step("pairing with", session.udid());
+        if (const int code = step.ended(lockdownd_pair(session.lockdown(), nullptr)))
             return refusalReply("lockdownd_pair", code);
         // Whether the trust holds shows only in a new, trusted connection.
         session.disconnect();
@@ -84,7 +86,8 @@ int TDWPairingServerUnpair(const char* udid)
 {
     return tdw::answerRequest([udid](DeviceSession& session) -> Result<ServerReply> {
         TDW_TRY(openOverUsb(session, udid));
-        if (const int code = lockdownd_unpair(session.lockdown(), nullptr))
+        tdw::TraceStep step("end of the pairing with", session.udid());
+        if (const int code = step.ended(lockdownd_unpair(session.lockdown(), nullptr)))
             return TDWErrorCreate("lockdownd_unpair", code);
         return stateReply(TDWDevicePairingStateUnpaired, 0);
     });

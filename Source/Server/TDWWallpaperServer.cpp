@@ -2,6 +2,7 @@
 
 #include "Interfaces/TDWWallpaper.h"
 #include "Platform/Handle.h"
+#include "Platform/System/Trace.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/WallpaperClient.h"
@@ -36,8 +37,9 @@ constexpr int kNoImageCode = -1;
 Result<wallpaper_client_t> startClient(tdw::DeviceSession& session)
 {
     WallpaperClient client;
-    if (const int code
-        = wallpaper_client_start_service(session.device(), out(client), TDWServerName()))
+    tdw::TraceStep step("wallpaper service of", session.udid());
+    if (const int code = step.ended(
+            wallpaper_client_start_service(session.device(), out(client), TDWServerName())))
         return TDWErrorCreate("wallpaper_client_start_service", code);
     return session.keep(std::move(client));
 }
@@ -72,7 +74,9 @@ int TDWWallpaperServerMain(int argumentCount, char** arguments)
         const std::uint32_t name = TDWParseWallpaperNameFromArguments(argumentCount, arguments);
         const double width = TDWParseWallpaperWidthPixelsFromArguments(argumentCount, arguments);
         TDW_TRY(session.open(udid, options));
-        return preview(TDW_TRY(startClient(session)), name, width);
+        const auto client = TDW_TRY(startClient(session));
+        const tdw::TraceStep step("wallpaper of", session.udid());
+        return preview(client, name, width);
     });
 }
 

@@ -112,7 +112,9 @@ void Requests::add(Request request)
     const auto deadline = now + bound(request.timeoutSeconds);
     const Ticket ticket = ++m_lastTicket;
     m_schedule.add(request.client, ticket, deadline);
-    m_pending.emplace(ticket, Pending { std::move(request), now, deadline, bytes });
+    const auto step
+        = std::make_shared<TraceStep>("the service carries out", request.server, request.trace);
+    m_pending.emplace(ticket, Pending { std::move(request), now, deadline, bytes, step });
     m_argumentBytes += bytes;
     startWaiting();
 }
@@ -143,7 +145,7 @@ void Requests::startWaiting()
 
 void Requests::start(Ticket ticket)
 {
-    const Pending& pending = m_pending.at(ticket);
+    Pending& pending = m_pending.at(ticket);
     const Request& request = pending.request;
     std::optional<Error> error;
     auto executable = TDWValidateServerExecutable(request.server, m_bundle, error);
@@ -155,6 +157,8 @@ void Requests::start(Ticket ticket)
     options.executable = *std::move(executable);
     options.serverName = request.server;
     options.arguments = request.arguments;
+    options.trace = request.trace;
+    pending.run = std::make_shared<TraceStep>("process", request.server, request.trace);
     options.timeout = std::chrono::ceil<std::chrono::milliseconds>(
         std::max<Clock::duration>(pending.deadline - Clock::now(), {}));
     m_servers->start(
@@ -170,7 +174,8 @@ void Requests::start(Ticket ticket)
 
 void Requests::ended(Ticket ticket, Result<ServerRunOutcome> outcome)
 {
-    const Pending& pending = m_pending.at(ticket);
+    Pending& pending = m_pending.at(ticket);
+    pending.run.reset();
     const RequestSchedule::Client client = pending.request.client;
     // What another server holds now is free in a moment, and the request has its time to wait.
     m_isExhausted = !outcome && meansExhaustion(outcome.error());

@@ -3,6 +3,7 @@
 #include "Platform/Queues/Queue.h"
 #include "Platform/System/Bundle.h"
 #include "Platform/System/Log.h"
+#include "Platform/System/Trace.h"
 #include "Platform/Values/Value.h"
 #include "RequestSchedule.h"
 #include "ServerThread.h"
@@ -46,6 +47,9 @@ public:
         /// Counts from now on, whether the request waits or runs.
         double timeoutSeconds = 0;
 
+        /// Where the client wants to be told the steps; empty: nowhere.
+        std::string trace {};
+
         /// Takes the envelope.
         std::function<void(const Value&)> reply;
     };
@@ -75,6 +79,9 @@ private:
         Clock::time_point start;
         Clock::time_point deadline;
         std::size_t argumentBytes = 0;
+        /// From the request's arrival to its answer, and the part that its server runs.
+        std::shared_ptr<TraceStep> step {};
+        std::shared_ptr<TraceStep> run {};
     };
 
     void startWaiting();

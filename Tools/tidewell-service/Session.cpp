@@ -24,6 +24,7 @@ void Session::activate()
                 if (!self)
                     return;
                 self->m_lastMessage = std::chrono::steady_clock::now();
+                self->m_trace = message.trace;
                 dispatch(message, *self);
             },
         .interruption = {},
@@ -43,6 +44,7 @@ void Session::invokeServer(const std::string& server, const std::vector<std::str
             .server = server,
             .arguments = arguments,
             .timeoutSeconds = timeout,
+            .trace = m_trace,
             .reply = std::move(reply) });
 }
 

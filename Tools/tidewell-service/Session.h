@@ -44,6 +44,8 @@ private:
     const std::uint64_t m_identifier;
     std::chrono::steady_clock::time_point m_lastMessage
         = std::chrono::steady_clock::time_point::min();
+    /// Where the client wants to be told about the message that is being handled.
+    std::string m_trace;
 };
 
 } // namespace tdw::service

@@ -2,6 +2,7 @@
 
 #include "Platform/Messages/MessageChannel.h"
 #include "Platform/NeverDestroyed.h"
+#include "Platform/System/Trace.h"
 
 #include <cassert>
 #include <mutex>
@@ -112,7 +113,8 @@ void Connection::activate(Handlers handlers)
 
 void Connection::send(std::string_view selector, Array arguments, StartPolicy choice)
 {
-    submit({ .frame = encodeMessage({ std::string(selector), 0, std::move(arguments) }),
+    submit({ .frame
+               = encodeMessage({ std::string(selector), 0, std::move(arguments), traceAddress() }),
                .identifier = 0,
                .choice = choice },
         nullptr);
@@ -121,7 +123,8 @@ void Connection::send(std::string_view selector, Array arguments, StartPolicy ch
 void Connection::send(std::string_view selector, Array arguments, ReplyHandler handler)
 {
     const std::uint64_t identifier = ++m_lastIdentifier;
-    submit({ .frame = encodeMessage({ std::string(selector), identifier, std::move(arguments) }),
+    submit({ .frame = encodeMessage(
+                 { std::string(selector), identifier, std::move(arguments), traceAddress() }),
                .identifier = identifier },
         std::move(handler));
 }
@@ -266,7 +269,7 @@ void Connection::received(Message message)
         };
     }
     IncomingMessage incoming { std::move(message.selector), std::move(message.arguments),
-        MessageReply(std::move(sender)) };
+        MessageReply(std::move(sender)), std::move(message.trace) };
     if (m_handlers.message)
         m_handlers.message(std::move(incoming));
 }

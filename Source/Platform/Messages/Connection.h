@@ -48,6 +48,8 @@ struct IncomingMessage {
     std::string selector;
     Array arguments;
     MessageReply reply;
+    /// As `Message::trace`.
+    std::string trace {};
 };
 
 /// A connection to another process of this user, over which both sides send messages.

@@ -9,10 +9,12 @@ namespace tdw {
 
 namespace {
 
-// A message is { selector, id, arguments }, a reply { reply, values } or { reply, error }.
+// A message is { selector, id, arguments } and perhaps { trace }, a reply { reply, values } or {
+// reply, error }.
 constexpr std::string_view kSelectorKey = "selector";
 constexpr std::string_view kIdentifierKey = "id";
 constexpr std::string_view kArgumentsKey = "arguments";
+constexpr std::string_view kTraceKey = "trace";
 constexpr std::string_view kReplyKey = "reply";
 constexpr std::string_view kValuesKey = "values";
 constexpr std::string_view kErrorKey = "error";
@@ -64,8 +66,11 @@ std::optional<Error> errorFrom(const Value& value)
 
 Result<Data> encodeMessage(const Message& message)
 {
-    return encode({ { kSelectorKey, message.selector }, { kIdentifierKey, message.identifier },
-        { kArgumentsKey, message.arguments } });
+    Dictionary dictionary { { kSelectorKey, message.selector },
+        { kIdentifierKey, message.identifier }, { kArgumentsKey, message.arguments } };
+    if (!message.trace.empty())
+        dictionary.set(kTraceKey, message.trace);
+    return encode(dictionary);
 }
 
 Result<Data> encodeReply(const Reply& reply)
@@ -106,7 +111,9 @@ Result<std::variant<Message, Reply>> decodeMessage(std::span<const std::byte> pa
         return malformed("it has no selector");
     const std::uint64_t identifier = TDW_TRY(identifierUnder(kIdentifierKey, *dictionary));
     auto arguments = TDW_TRY(arrayUnder(kArgumentsKey, *dictionary));
-    return Content(Message { *selector->asString(), identifier, std::move(arguments) });
+    const std::string* trace = dictionary->stringAt(kTraceKey);
+    return Content(Message {
+        *selector->asString(), identifier, std::move(arguments), trace ? *trace : std::string() });
 }
 
 } // namespace tdw

@@ -20,6 +20,10 @@ struct Message {
 
     Array arguments;
 
+    /// Where the sender wants to be told what is done for it, as `traceAddress` has it; optional,
+    /// and passed over by whoever does not know it.
+    std::string trace {};
+
     bool operator==(const Message&) const = default;
 };
 

@@ -3,6 +3,7 @@
 #include "Platform/System/LocalSocket.h"
 #include "Platform/System/Process.h"
 #include "Platform/System/RuntimeDirectory.h"
+#include "Platform/System/Trace.h"
 #include "Platform/System/Trust.h"
 #include "Platform/Values/Utf8.h"
 
@@ -82,6 +83,7 @@ Result<Termination> waitForEnd(
 Result<FileHandle> startService(
     const ServiceIdentity& service, Clock::time_point deadline, const IsCancelled& isCancelled)
 {
+    const TraceStep step("start of", service.executable);
     const auto path = service.bundle.pathForAuxiliaryExecutable(service.executable);
     if (!path)
         return Error::posix(ENOENT, "Cannot find the executable \"" + service.executable + "\"");

@@ -57,8 +57,7 @@ void Log::beVerbose()
 
 void Log::debug(std::string_view message) const
 {
-    if (isVerbose())
-        log(LOG_DEBUG, message);
+    log(LOG_DEBUG, message);
 }
 
 void Log::info(std::string_view message) const

@@ -12,8 +12,8 @@ namespace tdw {
 ///
 /// They go to the journal with the fields SUBSYSTEM and CATEGORY, by which `journalctl
 /// CATEGORY=TidewellServiceClient` finds them. Where there is no journal, errors go to standard
-/// error, one line each, and the rest nowhere. Debugging messages go nowhere, unless the process is
-/// verbose; then all messages go to standard error as well. Safe for use by several threads at
+/// error, one line each, and the rest nowhere. Where the process is verbose, all messages go to
+/// standard error as well. Safe for use by several threads at
 /// once.
 class Log {
 public:

@@ -52,6 +52,8 @@ struct Command {
     /// What else its users should know, or nothing.
     std::string_view description;
     Result<void> (*function)(const CommandContext&);
+    /// Whether it wants the steps of its requests, however little else is said.
+    bool collectsTrace = false;
 
     std::size_t fewestWords() const;
 };

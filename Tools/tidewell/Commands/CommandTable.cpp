@@ -22,6 +22,7 @@ constexpr std::string_view kCompanionsOptions[]
     = { "--json", "--direct", "--connection", "--battery" };
 constexpr std::string_view kWallpaperOptions[] = { "--json", "--direct", "--connection", "--home",
     "--lock", "--width", "--output", "--force" };
+constexpr std::string_view kReportOptions[] = { "--output", "--force" };
 constexpr std::string_view kPairOptions[] = { "--json", "--direct", "--timeout" };
 
 constexpr Option kOptions[] = {
@@ -46,10 +47,10 @@ constexpr Option kOptions[] = {
         .shortName = "-o",
         .valueKind = ValueKind::File,
         .valueName = "FILE",
-        .help = "Write the picture to a file, or to standard output (-)" },
+        .help = "Write to a file, or to standard output (-)" },
     { .name = "--force", .help = "Overwrite an existing file" },
     { .name = "--direct", .help = "Run requests without the service" },
-    { .name = "--verbose", .help = "Show the causes of an error, down to the library call" },
+    { .name = "--verbose", .help = "Show each step with its time, and all causes of an error" },
     { .name = "--help", .shortName = "-h", .help = "Show help for the tool or for a command" },
     { .name = "--version", .help = "Show the version" },
 };
@@ -61,6 +62,7 @@ constexpr Word kBuddyWords[] = { { "DEVICE", WordKind::Device }, { "TEXT", WordK
 constexpr Word kServiceWords[] = { { "status|stop", WordKind::Choice, kServiceActions } };
 constexpr Word kCompanionsWords[] = { { "DEVICE", WordKind::Device, {}, true },
     { .name = "WATCH...", .isOptional = true, .isRepeated = true } };
+constexpr Word kDoctorWords[] = { { "DEVICE", WordKind::Device, {}, true } };
 constexpr Word kHelpWords[] = { { "COMMAND", WordKind::Command, {}, true } };
 constexpr Word kCompletionWords[] = { { "bash|zsh|fish|devices", WordKind::Choice, kShells } };
 
@@ -109,6 +111,16 @@ constexpr Command kCommands[] = {
         "\"status\" shows whether it runs, and does not start it; \"stop\" ends it. The next request "
         "starts it again.",
         &serviceCommand },
+    { "doctor", kDoctorWords, kJsonOptions, "Find out what is wrong, and what mends it",
+        "Looks at the USB bus, usbmuxd, the device libraries, the service and every device, or the "
+        "one that is given. No device is made to ask its user. The exit status is 1 where a check "
+        "fails.",
+        &doctorCommand, true },
+    { "report", {}, kReportOptions, "Write a file with what somebody needs to help",
+        "Holds what \"doctor\" says, versions, the last hour of the service's journal and the steps "
+        "of one request for each device. Identifiers, names and addresses are replaced by false "
+        "ones. What the file holds is shown before it is written.",
+        &reportCommand, true },
     { "help", kHelpWords, {}, "Show help for the tool or for a command", "", &helpCommand },
     { "completion", kCompletionWords, {}, "Write the completion script for a shell",
         "Packages install these scripts. \"devices\" writes what they offer. By hand: tidewell "

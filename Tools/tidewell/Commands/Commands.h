@@ -4,6 +4,7 @@
 #include "Platform/Values/Result.h"
 #include "Platform/Values/Value.h"
 #include "Requests/DeviceRequests.h"
+#include "Requests/TraceListener.h"
 #include "Terminal/Console.h"
 
 #include <string>
@@ -15,6 +16,8 @@ struct CommandContext {
     const Arguments& arguments;
     DeviceRequests& requests;
     const Console& console;
+    /// What collects the steps; null where nobody wants them, or they cannot be had.
+    TraceListener* trace = nullptr;
 };
 
 /// The commands, by the names that they have on the command line. Each writes its data to standard
@@ -31,6 +34,8 @@ Result<void> buddyCommand(const CommandContext& context);
 Result<void> eventsCommand(const CommandContext& context);
 Result<void> watchCommand(const CommandContext& context);
 Result<void> serviceCommand(const CommandContext& context);
+Result<void> doctorCommand(const CommandContext& context);
+Result<void> reportCommand(const CommandContext& context);
 Result<void> helpCommand(const CommandContext& context);
 Result<void> completionCommand(const CommandContext& context);
 

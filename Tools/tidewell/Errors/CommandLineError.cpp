@@ -8,6 +8,7 @@ namespace tdw::cli {
 namespace {
 
 constexpr std::size_t kLongestCauseChain = 8;
+constexpr std::string_view kIsAnsweredKey = "IsAnswered";
 
 const Error* causeOf(const Error& error)
 {
@@ -30,8 +31,15 @@ Error commandLineError(const CommandLineErrorOptions& options)
         userInfo.set(kAdviceErrorKey, options.advice);
     if (options.cause)
         userInfo.set(kUnderlyingErrorKey, *options.cause);
+    if (options.isAnswered)
+        userInfo.set(kIsAnsweredKey, true);
     return Error(
         commandLineErrorDomain(), static_cast<std::int64_t>(options.status), std::move(userInfo));
+}
+
+bool isAnswered(const Error& error)
+{
+    return error.userInfo().find(kIsAnsweredKey) != nullptr;
 }
 
 Error whileTrying(std::string_view attempt, const Error& cause)

@@ -22,8 +22,13 @@ struct CommandLineErrorOptions {
     std::string reason;
     std::string advice {};
     std::optional<Error> cause {};
+    /// Programs have their answer already, which says the same.
+    bool isAnswered = false;
 };
 Error commandLineError(const CommandLineErrorOptions& options);
+
+/// Whether the error was made with `isAnswered`.
+bool isAnswered(const Error& error);
 
 /// `cause` with what was being tried, such as "Cannot list the devices" (no full stop: the reason
 /// follows). Domain and code stay those of `cause`.

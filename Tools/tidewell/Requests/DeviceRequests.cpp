@@ -8,6 +8,7 @@
 #include "Interfaces/TDWResponse.h"
 #include "Platform/Messages/Connection.h"
 #include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/Trace.h"
 #include "Requests/RequestErrors.h"
 #include "Support/TDWErrorKinds.h"
 
@@ -144,6 +145,7 @@ public:
         options.serverName = server;
         options.arguments = argumentsFor(query);
         options.timeout = timeoutOf(query) + kKillMargin;
+        options.trace = traceAddress();
         // Posted, because a server that cannot be started completes at once.
         m_runner.start(std::move(options),
             [post = m_loop.poster(), handler = std::move(handler), server](
@@ -193,7 +195,15 @@ void DeviceRequests::send(DeviceQuery query, Handler handler)
         m_road = std::make_unique<ServiceRoad>(m_loop);
     else if (!m_road)
         m_road = std::make_unique<DirectRoad>(m_loop);
-    m_road->send(std::move(query), std::move(handler));
+    const auto step
+        = std::make_shared<TraceStep>("request to", TDWServerNamed(serverFor(query))->name);
+    m_road->send(std::move(query),
+        [step = step, handler = std::move(handler)](Result<Value> payload) mutable {
+            if (!payload)
+                step->ended(payload.error().code());
+            step.reset();
+            handler(std::move(payload));
+        });
 }
 
 Result<Value> DeviceRequests::ask(DeviceQuery query)

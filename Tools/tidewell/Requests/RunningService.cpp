@@ -5,6 +5,7 @@
 #include "Platform/Messages/Message.h"
 #include "Platform/Messages/MessageFrame.h"
 #include "Platform/Messages/ServiceStart.h"
+#include "Platform/System/Trace.h"
 #include "Requests/RequestErrors.h"
 
 #include <poll.h>
@@ -157,6 +158,7 @@ Result<bool> killService(const FileHandle& connection, const Error& cause)
 
 Result<std::optional<RunningService>> findRunningService()
 {
+    const TraceStep step("search for the running service");
     auto connection = TDW_TRY(connectToRunningService());
     if (!connection)
         return std::optional<RunningService>();
