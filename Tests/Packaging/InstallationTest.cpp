@@ -60,11 +60,13 @@ protected:
         const std::string tool = path("moved/bin/tidewell");
         const std::string output = run(path("moved/bin/tdwsimulator") + " run -- /bin/sh -ec '"
             + example + "; " + tool + " service status | sed -n \"s/^Process *//p\" | "
-            + "(read pid; readlink /proc/$pid/exe); " + tool + " list --direct'");
+            + "(read pid; readlink /proc/$pid/exe); " + tool + " list --direct; "
+            + path("moved/bin/tdwsimulator") + " record 00008130-00FACADE0010001C -o -'");
         EXPECT_THAT(output, StartsWith("00008130-00FACADE0010001C\n"));
         EXPECT_THAT(output, HasSubstr("00008110-00FACADE0012002E\n/"));
         EXPECT_THAT(output, HasSubstr("\n" + fs::canonical(path("moved")).string() + "/"));
         EXPECT_THAT(output, HasSubstr("\nUDID  "));
+        EXPECT_THAT(output, HasSubstr("\"recorded\": true"));
     }
 
 private:
