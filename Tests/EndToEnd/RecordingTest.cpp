@@ -91,14 +91,14 @@ std::ptrdiff_t pairings(const SimulatedDevices& devices)
     return std::count(log.begin(), log.end(), '{');
 }
 
-/// The household, and a device without TLS that answers as old systems did.
+/// The household, and a device on the network alone that answers as old systems did.
 std::string householdWithAnOldPlayer()
 {
     const std::string begin = "\"devices\": [";
     std::string text = contentOf(kBuild / "share/tidewell/scenarios/household.json");
     return text.insert(text.find(begin) + begin.size(),
         R"({"udid": ")" + kPlayer
-            + R"(", "sessionTLS": false, "resultReplies": true, "lockdown": {)"
+            + R"(", "connections": ["network"], "sessionTLS": false, "resultReplies": true, "lockdown": {)"
               R"("DeviceClass": "iPod", "ProductVersion": "16.7", "WiFiAddress": null}},)");
 }
 

@@ -174,24 +174,26 @@ private:
                 = error == (hasSession || isPublic(key) ? "MissingValue" : "GetProhibited");
             if (value != nullptr && !known.contains(key))
                 known.set(key, *value);
-            if (value != nullptr && !hasSession && !isPublic(key))
-                m_publicKeys.push_back(key);
+            if (value != nullptr && !hasSession && m_publicKeys && !isPublic(key))
+                m_publicKeys->push_back(key);
             if (value == nullptr && !isDefault)
                 addFault({ { "at", reading::kLockdown }, { "request", "GetValue" },
                              { "domain", domain }, { "key", key } },
                     reply, "");
             return;
         }
-        if (values == nullptr) {
+        if (values != nullptr && !hasSession) {
+            m_publicKeys.emplace();
+            for (const auto& entry : *values)
+                m_publicKeys->push_back(entry.key);
+        }
+        // Over the network a host without a session is told nothing, which says nothing of USB.
+        if (values == nullptr && hasSession)
             addFault({ { "at", reading::kLockdown }, { "request", "GetValue" },
                          { "domain", domain }, { "key", "" } },
                 reply, "");
+        if (values == nullptr)
             return;
-        }
-        if (!hasSession) {
-            for (const auto& entry : *values)
-                m_publicKeys.push_back(entry.key);
-        }
         known = *values;
     }
 
@@ -304,20 +306,23 @@ private:
             if (!kOwnKeys.contains(domain) && !values.isEmpty())
                 device["domains"][domain] = replaced(replacement, domain, values);
         }
+        if (!m_publicKeys)
+            return;
         device["publicKeys"] = Json::array();
-        for (const std::string& key : m_publicKeys)
+        for (const std::string& key : *m_publicKeys)
             device["publicKeys"].push_back(
                 keptOf(kGlobalDomain, key) == Kept::Nothing ? replacement.key(key) : key);
     }
 
     bool isPublic(const std::string& key) const
     {
-        return std::find(m_publicKeys.begin(), m_publicKeys.end(), key) != m_publicKeys.end();
+        return m_publicKeys
+            && std::find(m_publicKeys->begin(), m_publicKeys->end(), key) != m_publicKeys->end();
     }
 
     const Dictionary& m_reading;
     std::map<std::string, Dictionary, std::less<>> m_domains;
-    std::vector<std::string> m_publicKeys;
+    std::optional<std::vector<std::string>> m_publicKeys; ///< none: not told
     std::vector<RecordedWatch> m_watches;
     std::optional<std::int64_t> m_orientation;
     std::optional<std::pair<std::uint32_t, std::uint32_t>> m_wallpaper;
