@@ -1,12 +1,9 @@
 #pragma once
 
 #include "Platform/System/FileHandle.h"
+#include "Support/Testing.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <unistd.h>
-
-#include <string>
 
 /// Takes what this process writes to one of its standard streams for as long as it lives.
 class CapturedStream {

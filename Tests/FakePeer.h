@@ -4,27 +4,18 @@
 #include "Platform/Messages/Connection.h"
 #include "Platform/Messages/Listener.h"
 #include "Platform/Queues/Queue.h"
-
-#include <gtest/gtest.h>
-
-#include <poll.h>
+#include "Support/TemporaryDirectory.h"
+#include "Support/Testing.h"
 
 #include <atomic>
-#include <filesystem>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
 
 /// The other end of connections, which the test plays message by message.
 class FakePeer {
 public:
     FakePeer()
-        : m_directory(testing::TempDir() + "tidewell-peer-XXXXXX")
     {
-        m_directory = mkdtemp(m_directory.data());
         auto listener = tdw::Listener::createPrivate(
-            m_directory, m_queue, [queue = m_queue, seen = m_seen](tdw::FileHandle socket) {
+            m_directory.path(), m_queue, [queue = m_queue, seen = m_seen](tdw::FileHandle socket) {
                 if (seen->dropsNext.exchange(false))
                     return waitForInput(socket);
                 auto connection = tdw::Connection::accepted(std::move(socket), queue);
@@ -42,11 +33,6 @@ public:
     }
     FakePeer(const FakePeer&) = delete;
     FakePeer& operator=(const FakePeer&) = delete;
-    ~FakePeer()
-    {
-        m_listener.reset();
-        std::filesystem::remove_all(m_directory);
-    }
 
     tdw::Endpoint endpoint() const { return m_listener->endpoint(); }
     void stopListening() { m_listener.reset(); }
@@ -74,7 +60,7 @@ private:
         EXPECT_EQ(poll(&entry, 1, 30'000), 1);
     }
 
-    std::string m_directory;
+    const TemporaryDirectory m_directory;
     const tdw::Queue m_queue = tdw::Queue::serial("peer");
     const std::shared_ptr<Seen> m_seen = std::make_shared<Seen>();
     std::optional<tdw::Listener> m_listener;

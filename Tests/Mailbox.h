@@ -1,13 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <optional>
-#include <utility>
 
 /// What other threads report, for a test that waits for it within a bound that no working system
 /// needs.

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "Support/Testing.h"
+
 #include <sys/wait.h>
 
-#include <chrono>
-#include <filesystem>
 #include <iterator>
 #include <ostream>
-#include <thread>
 
 /// What a process holds and must give back: counted before and after a piece of work.
 struct ProcessResources {
@@ -30,12 +29,9 @@ struct ProcessResources {
     /// thread for a moment after it was joined.
     static ProcessResources settling(const ProcessResources& expected)
     {
-        const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        ProcessResources resources = now();
-        while (resources != expected && std::chrono::steady_clock::now() < bound) {
-            std::this_thread::yield();
-            resources = now();
-        }
+        ProcessResources resources;
+        (void)becomesTrue(
+            [&] { return (resources = now()) == expected; }, std::chrono::seconds(10));
         return resources;
     }
 
@@ -43,15 +39,13 @@ struct ProcessResources {
     /// threads of earlier work were still ending.
     static bool settleWithin(const ProcessResources& bound)
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (std::chrono::steady_clock::now() < end) {
-            const ProcessResources current = now();
-            if (current.descriptors <= bound.descriptors && current.threads <= bound.threads
-                && current.hasChildren <= bound.hasChildren)
-                return true;
-            std::this_thread::yield();
-        }
-        return false;
+        return becomesTrue(
+            [&] {
+                const ProcessResources current = now();
+                return current.descriptors <= bound.descriptors && current.threads <= bound.threads
+                    && current.hasChildren <= bound.hasChildren;
+            },
+            std::chrono::seconds(10));
     }
 };
 

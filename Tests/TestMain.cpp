@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
 constinit const ChildRole* ChildRole::s_first = nullptr;
 
-ChildRole::ChildRole(std::string_view name, Body body)
-    : m_name(name)
+ChildRole::ChildRole(std::vector<std::string_view> names, Body body)
+    : m_names(std::move(names))
     , m_body(body)
     , m_next(std::exchange(s_first, this))
 {
@@ -17,7 +18,7 @@ ChildRole::ChildRole(std::string_view name, Body body)
 ChildRole::Body ChildRole::named(std::string_view name)
 {
     for (const ChildRole* role = s_first; role; role = role->m_next) {
-        if (role->m_name == name)
+        if (std::ranges::count(role->m_names, name) != 0)
             return role->m_body;
     }
     return nullptr;

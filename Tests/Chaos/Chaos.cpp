@@ -7,29 +7,19 @@
 #include "Client/DeviceMonitor.h"
 #include "Client/ServiceMessages.h"
 #include "Client/TidewellServiceClient.h"
+#include "EndToEnd/Processes.h"
 #include "EndToEnd/SimulatedDevices.h"
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/LocalSocket.h"
 #include "Platform/System/RuntimeDirectory.h"
 #include "ProcessResources.h"
+#include "Support/Testing.h"
 
-#include <sys/socket.h>
-
-#include <algorithm>
 #include <atomic>
-#include <charconv>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <list>
 #include <random>
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
 
 using namespace tdw;
 using namespace std::chrono_literals;
@@ -53,36 +43,6 @@ std::string scenario()
     for (const std::string& udid : kDevices)
         devices += (devices.empty() ? "" : ",") + (R"({"udid":")" + udid + R"("})");
     return R"({"devices":[)" + devices + "]}";
-}
-
-/// Waits for something that tells nothing when it happens.
-template <typename Condition>
-bool becomesTrue(std::chrono::seconds bound, const Condition& condition)
-{
-    const auto end = Clock::now() + bound;
-    while (!condition()) {
-        if (Clock::now() >= end)
-            return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-/// The processes that have a text in their environment, without this one.
-std::vector<pid_t> processesWith(const std::string& text)
-{
-    std::vector<pid_t> processes;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator("/proc", error)) {
-        const std::string name = entry.path().filename();
-        pid_t process = 0;
-        std::from_chars(name.data(), name.data() + name.size(), process);
-        std::ifstream file(entry.path() / "environ");
-        const std::string environment { std::istreambuf_iterator(file), {} };
-        if (process > 0 && process != getpid() && environment.find(text) != std::string::npos)
-            processes.push_back(process);
-    }
-    return processes;
 }
 
 /// One request and what came of it.
@@ -126,11 +86,14 @@ public:
     {
         for (const pid_t process : m_stopped)
             (void)kill(process, SIGCONT);
-        m_devices.control(R"({"command":"clear-fault"})");
-        check("every request has exactly one answer in its time", becomesTrue(kAnswerBound, [&] {
-            return std::ranges::all_of(
-                m_asked, [](const Asked& asked) { return asked.answers > 0; });
-        }));
+        m_devices.clearFaults();
+        check("every request has exactly one answer in its time",
+            becomesTrue(
+                [&] {
+                    return std::ranges::all_of(
+                        m_asked, [](const Asked& asked) { return asked.answers > 0; });
+                },
+                kAnswerBound));
         for (const Asked& asked : m_asked) {
             const Clock::duration duration(asked.duration.load());
             if (asked.answers != 1 || duration > kAnswerBound)
@@ -138,7 +101,7 @@ public:
                         + std::to_string(duration / 1s) + " seconds",
                     false);
         }
-        check("listeners know what is there", becomesTrue(60s, [&] {
+        check("listeners know what is there", becomesTrue([&] {
             return std::ranges::all_of(m_monitors,
                 [&](const DeviceMonitor& monitor) { return monitor.devices() == m_present; });
         }));
@@ -147,7 +110,7 @@ public:
             client->invalidate();
         m_clients.clear();
         check("no process is left",
-            becomesTrue(60s, [&] { return processesWith(m_runtime.string()).empty(); }));
+            becomesTrue([&] { return processesWith(m_runtime.string()).empty(); }));
         for (const auto& entry : fs::directory_iterator(m_runtime / "tidewell"))
             if (entry.path().extension() != ".lock")
                 check("left: " + entry.path().string(), false);
@@ -231,8 +194,7 @@ private:
         case 3:
             return injectFault();
         case 4:
-            m_devices.control(R"({"command":"clear-fault"})");
-            return;
+            return m_devices.clearFaults();
         default:
             return moveDevice();
         }
@@ -276,20 +238,20 @@ private:
             R"("at":"lockdown","fault":"truncate","count":2)",
             R"("at":"tls","fault":"drop","count":2)",
         };
-        m_devices.control(std::string(R"({"command":"inject-fault",)")
-            + kFaults[number(0, static_cast<int>(std::size(kFaults)) - 1)] + "}");
+        m_devices.inject(kFaults[number(0, static_cast<int>(std::size(kFaults)) - 1)]);
     }
 
     void moveDevice()
     {
         const DevicePath path { 1, anyDevice() };
         const bool isThere = m_present.contains(path);
-        m_devices.control(std::string(R"({"command":")") + (isThere ? "detach" : "attach")
-            + R"(","connection":"usb","device":")" + path.udid + "\"}");
-        if (isThere)
+        if (isThere) {
+            m_devices.detach(path.udid);
             m_present.erase(path);
-        else
+        } else {
+            m_devices.attach(path.udid);
             m_present.insert(path);
+        }
     }
 
     std::mt19937 m_random;

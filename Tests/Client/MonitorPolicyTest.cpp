@@ -2,11 +2,7 @@
 
 #include "Interfaces/TDWResponse.h"
 #include "Support/TDWErrorHelpers.h"
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
+#include "Support/Testing.h"
 
 using namespace tdw;
 using namespace std::chrono_literals;

@@ -5,22 +5,13 @@
 #include "Interfaces/TDWResponse.h"
 #include "Mailbox.h"
 #include "Platform/Queues/Queue.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
-#include <algorithm>
 #include <atomic>
-#include <functional>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 using namespace tdw;
-using testing::HasSubstr;
+using namespace matchers;
 
 namespace {
 

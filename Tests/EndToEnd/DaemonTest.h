@@ -1,14 +1,7 @@
 #pragma once
 
 #include "SimulatorProcess.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "Support/Testing.h"
 
 /// Tests before the system's own multiplexer daemon. They need it, the stand-in for libusb, and the
 /// right to make a mount namespace; elsewhere they are skipped and say what is missing.

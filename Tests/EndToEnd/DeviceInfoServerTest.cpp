@@ -4,7 +4,7 @@
 #include <libimobiledevice/lockdown.h>
 
 using namespace tdw;
-using testing::HasSubstr;
+using namespace matchers;
 
 namespace {
 
@@ -81,8 +81,7 @@ void expectInformation(const SimulatedDevices& devices, Row row, std::size_t ind
     EXPECT_EQ(answer.deviceID, identity(index, row.address));
     EXPECT_EQ(answer.status, 0);
     if (row.arguments.back() == kTDWDeviceInfoServerNeverPairFlag) {
-        EXPECT_THAT(devices.control(
-                        R"({"command":"log","request":"Pair","device":")" + udidOf(index) + "\"}"),
+        EXPECT_THAT(devices.control("log", { { "request", "Pair" }, { "device", udidOf(index) } }),
             HasSubstr(R"("entries":[])"))
             << "nothing asks the user";
     }

@@ -4,17 +4,10 @@
 #include "EndToEnd/SimulatedDevices.h"
 #include "Mailbox.h"
 #include "Platform/Queues/Queue.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <optional>
-#include <vector>
+#include "Support/Testing.h"
 
 using namespace tdw;
-using testing::ElementsAre;
-using testing::UnorderedElementsAre;
+using namespace matchers;
 
 namespace {
 
@@ -24,12 +17,6 @@ constexpr const char* kTablet = "00008130-00FACADE0002001C";
 /// A phone on the cable, and a tablet that is nowhere yet.
 constexpr const char* kScenario
     = R"({"devices": [{"udid": "00008130-00FACADE0001001C"}, {"udid": "00008130-00FACADE0002001C", "connections": []}]})";
-
-std::string changeOf(const char* command, const char* device)
-{
-    return std::string(R"({"command":")") + command + R"(","connection":"usb","device":")" + device
-        + "\"}";
-}
 
 /// Simulated devices behind an address that stays when the simulator goes.
 class Multiplexer {
@@ -48,7 +35,7 @@ public:
         setenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + m_address.string()).c_str(), 1);
     }
     void stop() { m_devices.reset(); }
-    void control(const std::string& request) { m_devices->control(request); }
+    const SimulatedDevices& devices() const { return *m_devices; }
 
 private:
     const std::filesystem::path m_address;
@@ -86,8 +73,8 @@ TEST(DeviceMonitor, AddsUpToWhatIsThereWhateverEndsAndComesBack)
     const pid_t service = PrivateRuntime::servicePid();
     ASSERT_GT(service, 0);
     kill(service, SIGKILL);
-    multiplexer.control(changeOf("detach", kPhone));
-    multiplexer.control(changeOf("attach", kTablet));
+    multiplexer.devices().detach(kPhone);
+    multiplexer.devices().attach(kTablet);
     EXPECT_THAT(take(1), ElementsAre("outage"));
     EXPECT_THAT(take(3), UnorderedElementsAre("2 phone", "1 tablet", "known"));
     EXPECT_THAT(monitor->devices(), ElementsAre(DevicePath { 1, kTablet }));
@@ -99,7 +86,7 @@ TEST(DeviceMonitor, AddsUpToWhatIsThereWhateverEndsAndComesBack)
 
     // Neither a call nor a service once it is gone.
     monitor.reset();
-    multiplexer.control(changeOf("detach", kPhone));
+    multiplexer.devices().detach(kPhone);
     Mailbox<bool> isOver;
     queue.async([&] { isOver.put(true); });
     (void)isOver.take();

@@ -4,12 +4,7 @@
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Support/TDWErrorHelpers.h"
 #include "Support/TDWErrorKinds.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <thread>
-#include <vector>
+#include "Support/Testing.h"
 
 /// The tests of the device servers are tables. Every row brings a device of its own, so that no
 /// situation leaves anything behind for the next one.

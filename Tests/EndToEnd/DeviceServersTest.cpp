@@ -1,18 +1,15 @@
 #include "EndToEnd/DeviceRows.h"
+#include "Support/Testing.h"
 
 #include <libimobiledevice/lockdown.h>
 
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <variant>
 
 using namespace tdw;
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Ge;
-using testing::HasSubstr;
-using testing::Le;
+using namespace matchers;
 
 namespace {
 
@@ -139,8 +136,7 @@ TEST(ConfigServer, WritesTheValueThatTheDeviceThenHas)
         EXPECT_EQ(
             devices.outputOf("/usr/bin/ideviceinfo", tool), row.situation + std::string("\n"));
         const std::string type = row.command[3] == kWifi ? R"("Value":)" : R"("Value":")";
-        EXPECT_THAT(devices.control(R"({"command":"log","request":"SetValue"})"),
-            HasSubstr(type + row.situation));
+        EXPECT_THAT(devices.log(R"("request":"SetValue")"), HasSubstr(type + row.situation));
     });
 }
 
@@ -164,8 +160,7 @@ TEST(PairingServer, FollowsTheUserAtTheDevice)
         -19 };
     forEachRow<Row>({ asks }, [](const SimulatedDevices& devices, const Row& row, std::size_t) {
         expectOutcome(devices, row, 0);
-        devices.control(
-            R"({"command":"answer-trust","answer":"accept","device":")" + udidOf(0) + "\"}");
+        devices.control("answer-trust", { { "answer", "accept" }, { "device", udidOf(0) } });
         expectOutcome(devices, { "accepted", "", kPair, state(4) }, 0);
         EXPECT_THAT(devices.outputOf("/usr/bin/idevicepair", { "-u", udidOf(0), "validate" }),
             HasSubstr("SUCCESS"));
@@ -255,9 +250,10 @@ TEST(DeviceServers, EndAtOnceWhenTheDeviceClosesBetweenRequests)
             = devices.run(row.command[0], { row.command.begin() + 1, row.command.end() });
         EXPECT_TRUE(answer.payload || (answer.error && !isServerTimeout(*answer.error)))
             << answer.output;
-        EXPECT_LE(answer.duration, 5s);
+        // The clock would end it after ten seconds.
+        EXPECT_LE(answer.duration, 9s);
     });
-    EXPECT_LE(processorTime() - before, 3s) << "none sends again and again";
+    EXPECT_LE(processorTime() - before, 6s) << "none sends again and again";
 }
 
 TEST(DeviceServers, RefuseWrongArgumentsBeforeTheyOpenTheDevice)
@@ -272,24 +268,27 @@ TEST(DeviceServers, RefuseWrongArgumentsBeforeTheyOpenTheDevice)
     const auto value = own("Invalid value: must be either 0 or 1.");
     const auto action = TDWErrorCreateWithMessage("Unsupported action", 5);
     const std::vector<Row> rows {
-        { "", "", { "tdw_info" }, noUdid, 1 },
-        { "", "", { "tdw_battery" }, noUdid, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, kBuddy }, noSetting, 1 },
-        { "", "", { "tdw_config", kUdid, "com.apple.mobile.battery", kWifi, "1" }, domain, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, "EnableWiFiConnections", "1" }, key, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, "EnableWifiDebugging", "maybe" }, key, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, "WirelessBuddyID\xff", "x" }, key, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, kWifi, "2" }, value, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, kWifi, "true" }, value, 1 },
-        { "", "", { "tdw_config", kUdid, kWireless, kWifi, "" }, value, 1 },
-        { "", "", { "tdw_pairing", "Pair", kUdid }, action, 1 },
-        { "", "", { "tdw_pairing", "pair ", kUdid }, action, 1 },
-        { "", "", { "tdw_pairing", "pair\xff", kUdid }, action, 1 },
+        { "wrong arguments", "", { "tdw_info" }, noUdid, 1 },
+        { "wrong arguments", "", { "tdw_battery" }, noUdid, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, kBuddy }, noSetting, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, "com.apple.mobile.battery", kWifi, "1" },
+            domain, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, "EnableWiFiConnections", "1" },
+            key, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, "EnableWifiDebugging", "maybe" },
+            key, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, "WirelessBuddyID\xff", "x" },
+            key, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, kWifi, "2" }, value, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, kWifi, "true" }, value, 1 },
+        { "wrong arguments", "", { "tdw_config", kUdid, kWireless, kWifi, "" }, value, 1 },
+        { "wrong arguments", "", { "tdw_pairing", "Pair", kUdid }, action, 1 },
+        { "wrong arguments", "", { "tdw_pairing", "pair ", kUdid }, action, 1 },
+        { "wrong arguments", "", { "tdw_pairing", "pair\xff", kUdid }, action, 1 },
     };
     forEachRow(rows, [](const SimulatedDevices& devices, const Row& row, std::size_t index) {
         expectOutcome(devices, row, index);
-        EXPECT_THAT(
-            devices.control(R"({"command":"log","at":"mux"})"), HasSubstr(R"("entries":[])"));
+        EXPECT_THAT(devices.log(R"("at":"mux")"), HasSubstr(R"("entries":[])"));
     });
     const auto answer = SimulatedDevices::run("tdw_pairing", { "pair" });
     EXPECT_EQ(answer.error, own("Action and device UDID must be provided."));
@@ -319,10 +318,10 @@ TEST(DeviceServers, AreEndedByTheirClockWhenTheDeviceIsSilent)
     const auto check = [](const auto& devices, const Row& row, std::size_t index) {
         const auto duration = expectOutcome(devices, row, index).duration;
         const auto clock = row.command[0] == "tdw_pairing" ? 20s : 10s;
-        EXPECT_THAT(duration, AllOf(Ge(clock), Le(clock + 4s)));
+        EXPECT_THAT(duration, AllOf(Ge(clock), Le(clock + 10s)));
     };
     forEachRow(rows, check, Order::AtOnce);
-    EXPECT_LE(processorTime() - before, 3s) << "they wait, and do not ask again and again";
+    EXPECT_LE(processorTime() - before, 6s) << "they wait, and do not ask again and again";
 }
 
 TEST(DeviceServers, HoldAnAnswerBackForAMomentOnly)
@@ -331,6 +330,6 @@ TEST(DeviceServers, HoldAnAnswerBackForAMomentOnly)
     const Value battery = Dictionary { { kTDWBatteryCurrentCapacity, 80 } };
     const std::vector<Row> rows { { "falls silent after its answer", silent, kBattery, battery } };
     forEachRow(rows, [](const auto& devices, const Row& row, std::size_t index) {
-        EXPECT_THAT(expectOutcome(devices, row, index).duration, AllOf(Ge(1s), Le(4s)));
+        EXPECT_THAT(expectOutcome(devices, row, index).duration, AllOf(Ge(1s), Le(9s)));
     });
 }

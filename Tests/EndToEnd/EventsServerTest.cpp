@@ -3,40 +3,21 @@
 #include "Host/TDWStreamingInvocation.h"
 #include "Platform/Counter.h"
 #include "Server/TDWEventsServer.h"
-#include "Support/LineSplitter.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <csignal>
-#include <fstream>
-#include <string>
-#include <thread>
 
 using namespace tdw;
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::Ge;
-using testing::HasSubstr;
-using testing::Lt;
-using testing::UnorderedElementsAre;
+using namespace matchers;
 
 namespace {
 
 const std::string kServers = TIDEWELL_BUILD_DIR "/libexec/tidewell";
-constexpr auto kBound = 20s;
+constexpr auto kBound = 30s;
 constexpr const char* kEndOfStream = "(end)";
 
 constexpr const char* kPhone = "00008130-00FACADE0001001C";
@@ -52,56 +33,22 @@ std::string scenario(const std::string& faults = "")
         + faults + "] }";
 }
 
-std::string request(const std::string& command, const char* device, const char* connection)
-{
-    return R"({"command":")" + command + R"(","device":")" + device + R"(","connection":")"
-        + connection + R"("})";
-}
-
-std::string fault(const std::string& members)
-{
-    return R"({"command":"inject-fault","at":"mux",)" + members + "}";
-}
-
-/// Waits for something that cannot be waited for, within a bound.
-void waitUntil(const auto& condition)
-{
-    const auto bound = std::chrono::steady_clock::now() + kBound;
-    while (!condition() && std::chrono::steady_clock::now() < bound)
-        std::this_thread::yield();
-    ASSERT_TRUE(condition());
-}
-
 /// A running events server.
 class EventStream {
 public:
     explicit EventStream(Pipe pipe = *Pipe::create())
         : m_reader(std::move(pipe.reader))
     {
-        LaunchOptions options;
-        options.executable = kServers + "/tdw_events";
-        options.standardOutput = pipe.writer.descriptor();
-        options.standardError = m_standardError.descriptor();
-        auto process = Process::launch(options);
-        EXPECT_TRUE(process);
-        m_process = *std::move(process);
+        m_process = *Process::launch({ .executable = kServers + "/tdw_events",
+            .standardOutput = pipe.writer.descriptor(),
+            .standardError = m_standardError.descriptor() });
     }
 
     /// The next line as it arrives, or the end.
     std::string next()
     {
-        while (true) {
-            if (const auto line = m_splitter.next())
-                return std::string(*line);
-            std::array<std::byte, 4096> bytes {};
-            pollfd entry { m_reader.descriptor(), POLLIN, 0 };
-            if (poll(&entry, 1, std::chrono::milliseconds(kBound).count()) != 1)
-                return "(nothing)";
-            const ssize_t count = read(m_reader.descriptor(), bytes.data(), bytes.size());
-            if (count <= 0)
-                return kEndOfStream;
-            m_splitter.append(std::span(bytes).first(static_cast<std::size_t>(count)));
-        }
+        std::string line = readLine(m_reader.descriptor());
+        return line.empty() ? kEndOfStream : line;
     }
 
     Termination end()
@@ -125,8 +72,7 @@ public:
     std::string standardError()
     {
         lseek(m_standardError.descriptor(), 0, SEEK_SET);
-        const auto bytes = m_standardError.readToEnd();
-        return { reinterpret_cast<const char*>(bytes->data()), bytes->size() };
+        return textOf(*m_standardError.readToEnd());
     }
 
     FileHandle& reader() { return m_reader; }
@@ -136,7 +82,6 @@ private:
     FileHandle m_reader;
     FileHandle m_standardError { memfd_create("standard error", MFD_CLOEXEC) };
     std::optional<Process> m_process;
-    LineSplitter m_splitter;
 };
 
 /// How often `part` stands in `text`; other lines may come between.
@@ -160,15 +105,15 @@ TEST(EventsServer, ReportsDevicesAsTheyComeAndGoAndArePaired)
     const SimulatedDevices devices(scenario());
     EventStream events;
     EXPECT_EQ(events.next(), line(1, 1, kPhone));
-    devices.control(request("detach", kPhone, "usb"));
+    devices.detach(kPhone);
     EXPECT_EQ(events.next(), line(2, 1, kPhone));
-    devices.control(request("attach", kPhone, "network"));
+    devices.attach(kPhone, "network");
     EXPECT_EQ(events.next(), line(1, 2, kPhone));
-    devices.control(request("attach", kTablet, "usb"));
+    devices.attach(kTablet);
     EXPECT_EQ(events.next(), line(1, 1, kTablet));
     EXPECT_EQ(SimulatedDevices::run("tdw_pairing", { "pair", kTablet }).status, 0);
     EXPECT_EQ(events.next(), line(3, 1, kTablet));
-    devices.control(request("detach", kPhone, "network"));
+    devices.detach(kPhone);
     EXPECT_EQ(events.next(), line(2, 2, kPhone));
 }
 
@@ -186,10 +131,11 @@ TEST(EventsServer, EndsInOrderOnASignal)
         EXPECT_EQ(events.next(), line(1, 1, kPhone));
         const auto start = std::chrono::steady_clock::now();
         events.process().sendSignal(signal.number);
-        waitUntil([&] { return occurrences(events.standardError(), signal.message) == 1; });
+        EXPECT_TRUE(
+            becomesTrue([&] { return occurrences(events.standardError(), signal.message) == 1; }));
         events.process().sendSignal(signal.number);
         EXPECT_EQ(events.end(), (Termination { 0, false }));
-        EXPECT_THAT(std::chrono::steady_clock::now() - start, AllOf(Ge(250ms), Lt(5s)));
+        EXPECT_THAT(std::chrono::steady_clock::now() - start, Ge(250ms));
         EXPECT_EQ(occurrences(events.standardError(), signal.message), 2);
         EXPECT_EQ(events.next(), kEndOfStream) << "the device is still there";
     }
@@ -200,7 +146,7 @@ TEST(EventsServer, EndsInOrderFromTheFirstMomentOn)
     const SimulatedDevices devices(scenario());
     for (int i = 0; i < 4; ++i) {
         EventStream events;
-        waitUntil([&] { return events.catches(SIGTERM); });
+        EXPECT_TRUE(becomesTrue([&] { return events.catches(SIGTERM); }));
         events.process().sendSignal(SIGTERM);
         EXPECT_EQ(events.end(), (Termination { 0, false }));
         EXPECT_THAT(events.standardError(), HasSubstr("Received SIGTERM, terminating\n"));
@@ -211,12 +157,12 @@ TEST(EventsServer, SurvivesAMultiplexerThatComesLateAndGoes)
 {
     const SimulatedDevices devices(scenario(R"({"at":"mux","fault":"absent"})"));
     EventStream events;
-    waitUntil([&] { return events.catches(SIGABRT); });
-    devices.control(R"({"command":"clear-fault"})");
+    EXPECT_TRUE(becomesTrue([&] { return events.catches(SIGABRT); }));
+    devices.clearFaults();
     EXPECT_EQ(events.next(), line(1, 1, kPhone));
-    devices.control(fault(R"("fault":"absent")"));
+    devices.inject(R"("at":"mux","fault":"absent")");
     EXPECT_EQ(events.next(), line(2, 1, kPhone));
-    devices.control(R"({"command":"clear-fault"})");
+    devices.clearFaults();
     EXPECT_EQ(events.next(), line(1, 1, kPhone));
 }
 
@@ -247,11 +193,11 @@ TEST(EventsServer, EndsThoughItsLinesAreNotTaken)
     Pipe pipe = *Pipe::create();
     const int capacity = fcntl(pipe.writer.descriptor(), F_SETPIPE_SZ, 4096);
     EventStream events(std::move(pipe));
-    waitUntil([&] {
+    EXPECT_TRUE(becomesTrue([&] {
         int bytes = 0;
         ioctl(events.reader().descriptor(), FIONREAD, &bytes);
         return bytes > capacity - 100;
-    });
+    }));
     events.process().sendSignal(SIGTERM);
     EXPECT_EQ(events.end(), (Termination { 0, false }));
     std::string last;
@@ -267,8 +213,8 @@ TEST(EventsServer, GoesOnAfterAMalformedRecord)
     const SimulatedDevices devices(scenario());
     EventStream events;
     EXPECT_EQ(events.next(), line(1, 1, kPhone));
-    devices.control(fault(R"("fault":"no-serial-number","request":"Attached","count":1)"));
-    devices.control(request("attach", kTablet, "usb"));
+    devices.inject(R"("at":"mux","fault":"no-serial-number","request":"Attached","count":1)");
+    devices.attach(kTablet);
     // The library gives the connection up, and all devices with it, and starts again.
     EXPECT_EQ(events.next(), line(2, 1, kPhone));
     EXPECT_THAT((std::array { events.next(), events.next() }),

@@ -2,9 +2,7 @@
 
 #include "EndToEnd/PrivateRuntime.h"
 #include "EndToEnd/SimulatedDevices.h"
-
-#include <string>
-#include <string_view>
+#include "Support/Testing.h"
 
 // The devices of the default scenario.
 inline const std::string kPhone = "00008130-00FACADE0010001C";

@@ -2,13 +2,10 @@
 #include "EndToEnd/Household.h"
 #include "Platform/System/LocalSocket.h"
 #include "Platform/Values/PropertyList.h"
+#include "Support/Testing.h"
 
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <array>
 #include <cstring>
 
 using namespace tdw;
@@ -25,24 +22,11 @@ constexpr std::uint32_t kQuestion = 1;
 constexpr std::uint32_t kLastQuestion = 99;
 
 struct MuxMessage {
+    Data payload {};
     std::uint32_t version = 1;
     std::uint32_t type = kPropertyList;
-    Data payload {};
     std::optional<std::uint32_t> length {}; ///< instead of the true one
     int awaited = 0; ///< answers that must have come before the next message goes out
-
-    explicit MuxMessage(const Dictionary& content)
-        : payload(*encodeXmlPropertyList(content))
-    {
-    }
-    MuxMessage(std::uint32_t anyVersion, std::uint32_t anyType, Data anyPayload = {},
-        std::optional<std::uint32_t> anyLength = {})
-        : version(anyVersion)
-        , type(anyType)
-        , payload(std::move(anyPayload))
-        , length(anyLength)
-    {
-    }
 
     Data encoded(std::uint32_t tag) const
     {
@@ -57,7 +41,7 @@ struct MuxMessage {
 
 Data dataOf(std::string_view text)
 {
-    const auto bytes = std::as_bytes(std::span(text));
+    const auto bytes = bytesOf(text);
     return { bytes.begin(), bytes.end() };
 }
 
@@ -68,13 +52,18 @@ Data words(std::initializer_list<std::uint32_t> numbers)
     return data;
 }
 
+MuxMessage containing(const Dictionary& content)
+{
+    return { *encodeXmlPropertyList(content) };
+}
+
 MuxMessage asking(std::string_view type, Dictionary more = {})
 {
     more.set("MessageType", type);
     more.set("ProgName", "comparison");
     more.set("ClientVersionString", "1");
     more.set("kLibUSBMuxVersion", 3);
-    return MuxMessage(more);
+    return containing(more);
 }
 
 /// A message whose answers are to come before anything else is sent: the daemon drops what it has
@@ -177,8 +166,21 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
     const SimulatorProcess own(scenario);
     const Data record = *encodeBinaryPropertyList(Dictionary { { "HostID", "H" } });
     const std::string other = "00008110-00FACADE0099002E";
-    const auto port = [](unsigned number) {
-        return static_cast<int>((number & 0xff) << 8 | number >> 8);
+    const auto connecting = [](int device, unsigned port) {
+        return asking("Connect",
+            { { "DeviceID", device },
+                { "PortNumber", static_cast<int>((port & 0xff) << 8 | port >> 8) } });
+    };
+    const auto saving = [&](const Value& content, const std::string& name) {
+        return asking(
+            "SavePairRecord", { { "PairRecordID", name }, { "PairRecordData", content } });
+    };
+    const auto savingFor = [&](const std::string& name) {
+        return asking("SavePairRecord",
+            { { "PairRecordID", name }, { "PairRecordData", record }, { "DeviceID", 1 } });
+    };
+    const auto about = [](const char* type, const Value& name) {
+        return asking(type, { { "PairRecordID", name } });
     };
     const struct {
         const char* situation;
@@ -190,59 +192,37 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
         { "listening", { answered(asking("Listen"), 2) } },
         { "listening twice", { answered(asking("Listen"), 2), asking("Listen") } },
         { "listening, then a list", { answered(asking("Listen"), 2), asking("ListDevices") } },
-        { "listening in the old form", { answered(MuxMessage(0, 3), 2) } },
+        { "listening in the old form", { answered({ .version = 0, .type = 3 }, 2) } },
         { "an unknown request", { asking("Nonsense") } },
-        { "an unknown request in the old form", { MuxMessage(0, 77) } },
-        { "another version", { MuxMessage(2, kPropertyList, dataOf("x")) } },
-        { "another version after a property list",
-            { asking("ReadBUID"), MuxMessage(7, kPropertyList, dataOf("x")) } },
-        { "no property list", { MuxMessage(1, kPropertyList, dataOf("nonsense")) } },
-        { "an empty message", { MuxMessage(1, kPropertyList) } },
-        { "a property list without a type", { MuxMessage(Dictionary { { "A", "B" } }) } },
-        { "a type that is no text", { MuxMessage(Dictionary { { "MessageType", 1 } }) } },
-        { "a length that is too short", { MuxMessage(1, kPropertyList, {}, 3) } },
-        { "a length that is too long", { MuxMessage(1, kPropertyList, {}, 0x10001) } },
+        { "an unknown request in the old form", { { .version = 0, .type = 77 } } },
+        { "another version", { { dataOf("x"), 2 } } },
+        { "another version after a property list", { asking("ReadBUID"), { dataOf("x"), 7 } } },
+        { "no property list", { { dataOf("nonsense") } } },
+        { "an empty message", { {} } },
+        { "a property list without a type", { containing({ { "A", "B" } }) } },
+        { "a type that is no text", { containing({ { "MessageType", 1 } }) } },
+        { "a length that is too short", { { .length = 3 } } },
+        { "a length that is too long", { { .length = 0x10001 } } },
         { "connecting without a device", { asking("Connect", { { "PortNumber", 1 } }) } },
         { "connecting without a port", { asking("Connect", { { "DeviceID", 1 } }) } },
-        { "connecting to an unknown device",
-            { asking("Connect", { { "DeviceID", 9 }, { "PortNumber", port(62078) } }) } },
-        { "connecting to a closed port",
-            { answered(asking("Connect", { { "DeviceID", 1 }, { "PortNumber", port(9) } }), 1) } },
-        { "connecting to an unknown device in the old form",
-            { MuxMessage(0, 2, words({ 9, 0x7ef2 })) } },
+        { "connecting to an unknown device", { connecting(9, 62078) } },
+        { "connecting to a closed port", { answered(connecting(1, 9), 1) } },
+        { "connecting to an unknown device in the old form", { { words({ 9, 0x7ef2 }), 0, 2 } } },
         { "reading a record without a name", { asking("ReadPairRecord") } },
-        { "reading a record of a name that is no text",
-            { asking("ReadPairRecord", { { "PairRecordID", 1 } }) } },
-        { "reading an unknown record",
-            { asking("ReadPairRecord", { { "PairRecordID", other } }) } },
+        { "reading a record of a name that is no text", { about("ReadPairRecord", 1) } },
+        { "reading an unknown record", { about("ReadPairRecord", other) } },
         { "saving without a name", { asking("SavePairRecord", { { "PairRecordData", record } }) } },
-        { "saving without a record", { asking("SavePairRecord", { { "PairRecordID", other } }) } },
-        { "saving a text as a record",
-            { asking(
-                "SavePairRecord", { { "PairRecordID", other }, { "PairRecordData", "text" } }) } },
-        { "saving garbage",
-            { asking("SavePairRecord",
-                { { "PairRecordID", other },
-                    { "PairRecordData", dataOf("garbage, and no record") } }) } },
-        { "saving too little",
-            { asking("SavePairRecord",
-                { { "PairRecordID", other }, { "PairRecordData", dataOf("short") } }) } },
-        { "saving a list",
-            { asking("SavePairRecord",
-                { { "PairRecordID", other },
-                    { "PairRecordData", *encodeXmlPropertyList(Array { 1 }) } }) } },
-        { "saving under a name that leads out of the directory",
-            { asking("SavePairRecord",
-                { { "PairRecordID", "../../x" }, { "PairRecordData", record } }) } },
+        { "saving without a record", { about("SavePairRecord", other) } },
+        { "saving a text as a record", { saving("text", other) } },
+        { "saving garbage", { saving(dataOf("garbage, and no record"), other) } },
+        { "saving too little", { saving(dataOf("short"), other) } },
+        { "saving a list", { saving(*encodeXmlPropertyList(Array { 1 }), other) } },
+        { "saving under a name that leads out of the directory", { saving(record, "../../x") } },
         { "saving, reading, deleting, deleting again, reading",
-            { asking("SavePairRecord", { { "PairRecordID", other }, { "PairRecordData", record } }),
-                asking("ReadPairRecord", { { "PairRecordID", other } }),
-                asking("DeletePairRecord", { { "PairRecordID", other } }),
-                asking("DeletePairRecord", { { "PairRecordID", other } }),
-                asking("ReadPairRecord", { { "PairRecordID", other } }) } },
-        { "saving for an attached device of another name",
-            { asking("SavePairRecord",
-                { { "PairRecordID", other }, { "PairRecordData", record }, { "DeviceID", 1 } }) } },
+            { saving(record, other), about("ReadPairRecord", other),
+                about("DeletePairRecord", other), about("DeletePairRecord", other),
+                about("ReadPairRecord", other) } },
+        { "saving for an attached device of another name", { savingFor(other) } },
         { "deleting without a name", { asking("DeletePairRecord") } },
     };
     for (const auto& [situation, messages] : rows) {
@@ -252,8 +232,6 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
     }
 
     // A listener is told of a record that is saved for an attached device, and of no other.
-    const auto saving = asking("SavePairRecord",
-        { { "PairRecordID", kPhone }, { "PairRecordData", record }, { "DeviceID", 1 } });
     const auto heard = [&](const std::filesystem::path& socket) {
         const auto listener = connectToLocalSocket(socket);
         const Data listen = asking("Listen").encoded(kQuestion);
@@ -267,7 +245,7 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
             (void)readAll(listener->descriptor(), payload.data(), payload.size());
             text += described(header, payload) + "\n";
             if (answer == 1)
-                text += conversation(socket, { saving });
+                text += conversation(socket, { savingFor(kPhone) });
         }
         return text;
     };
@@ -289,7 +267,7 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
     };
     blocked(own.directory());
     blocked(m_simulator->directory());
-    EXPECT_EQ(conversation(own.multiplexer(), { saving }),
-        conversation(m_simulator->multiplexer(), { saving }))
+    EXPECT_EQ(conversation(own.multiplexer(), { savingFor(kPhone) }),
+        conversation(m_simulator->multiplexer(), { savingFor(kPhone) }))
         << "a record that cannot be saved";
 }

@@ -4,17 +4,12 @@
 #include "EndToEnd/RunningTool.h"
 #include "Mailbox.h"
 #include "Platform/Queues/Queue.h"
+#include "Support/Testing.h"
 
-#include <signal.h>
-#include <stdlib.h>
-
-#include <cstdlib>
 #include <future>
 
 using namespace tdw;
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
+using namespace matchers;
 
 namespace {
 
@@ -189,13 +184,15 @@ TEST_F(DaemonTest, WhoFollowsDevicesIsToldWhateverTheDaemonDoes)
 
 TEST_F(DaemonTest, APhoneThatCannotBeGreetedIsNotShown)
 {
-    for (const std::string fault : { R"({"at": "usb", "request": "Version", "fault": "hang"})",
-             R"({"at": "usb", "request": "Open", "fault": "drop"})",
-             R"({"at": "lockdown", "fault": "hang"})" }) {
-        start(R"({"devices": [{"udid": ")" + kPhone + R"(", "faults": [)" + fault
-            + R"(]}, {"udid": ")" + kLockedTablet + R"("}]})");
-        EXPECT_EQ(m_simulator->run({ "idevice_id", "-l" }).output, kLockedTablet + "\n") << fault;
-    }
+    const std::pair<std::string, std::string> faults[]
+        = { { kPhone, R"("at": "usb", "request": "Version", "fault": "hang")" },
+              { kStranger, R"("at": "usb", "request": "Open", "fault": "drop")" },
+              { kWatch, R"("at": "lockdown", "fault": "hang")" } };
+    std::string devices;
+    for (const auto& [udid, fault] : faults)
+        devices += R"({"udid": ")" + udid + R"(", "faults": [{)" + fault + "}]}, ";
+    start(R"({"devices": [)" + devices + R"({"udid": ")" + kLockedTablet + "\"}]}");
+    EXPECT_EQ(m_simulator->run({ "idevice_id", "-l" }).output, kLockedTablet + "\n");
 }
 
 TEST_F(DaemonTest, APhoneThatForgotThisHostLosesItsRecordAndIsPairedWithByItself)

@@ -1,11 +1,8 @@
 #pragma once
 
 #include "Platform/System/FileHandle.h"
+#include "Support/Testing.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdlib>
 #include <stdexcept>
 
 /// The controlling end of a new terminal. Where there are none, the test ends here and says so,

@@ -3,18 +3,9 @@
 #include "Client/ServiceMessages.h"
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/FileHandle.h"
+#include "Support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
 
 /// A runtime directory for as long as it lives, with the environment of this process pointing at
 /// it. A service that was started there ends with it.

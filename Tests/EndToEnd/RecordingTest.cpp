@@ -1,21 +1,15 @@
 #include "EndToEnd/Household.h"
 #include "EndToEnd/ToolRun.h"
 #include "Platform/Values/PropertyList.h"
-
-#include <gmock/gmock.h>
+#include "Support/Testing.h"
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 
 using namespace tdw;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using namespace matchers;
 
 namespace {
 
@@ -26,13 +20,6 @@ ToolRun record(std::vector<std::string> arguments)
 {
     arguments.insert(arguments.begin(), "record");
     return tidewell(std::move(arguments), kSimulator);
-}
-
-std::string contentOf(const std::filesystem::path& file)
-{
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
 }
 
 /// Compares what was told with what is told again: the same but for what is replaced, and that by
@@ -95,7 +82,7 @@ std::ptrdiff_t pairings(const SimulatedDevices& devices)
 std::string householdWithAnOldPlayer()
 {
     const std::string begin = "\"devices\": [";
-    std::string text = contentOf(kBuild / "share/tidewell/scenarios/household.json");
+    std::string text = contentsOf(kBuild / "share/tidewell/scenarios/household.json");
     return text.insert(text.find(begin) + begin.size(),
         R"({"udid": ")" + kPlayer
             + R"(", "connections": ["network"], "sessionTLS": false, "resultReplies": true, "lockdown": {)"
@@ -217,7 +204,7 @@ TEST(Recording, ThatFailsSaysWhyAndLeavesNothingBehind)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.expected);
         if (!row.fault.empty())
-            devices.control(R"({"command":"inject-fault",)" + row.fault + "}");
+            devices.inject(row.fault);
         const bool isSilence = row.fault.find("hang") != std::string::npos;
         std::vector<std::string> arguments { "--timeout", isSilence ? "3" : "60", "-o", file };
         arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
@@ -225,7 +212,7 @@ TEST(Recording, ThatFailsSaysWhyAndLeavesNothingBehind)
         EXPECT_EQ(run.termination, (Termination { 1, false }));
         EXPECT_THAT(run.standardError, HasSubstr(row.expected));
         EXPECT_THAT(std::vector(std::filesystem::directory_iterator(folder), {}), IsEmpty());
-        devices.control(R"({"command":"clear-fault"})");
+        devices.clearFaults();
     }
 }
 
@@ -249,9 +236,9 @@ TEST(Recording, IsWrittenWholeOrNotAtAll)
     struct stat status { };
     ASSERT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
-    const std::string first = contentOf(file);
+    const std::string first = contentsOf(file);
     EXPECT_THAT(record({ kPhone, "-o", file }).standardError, HasSubstr("is there already"));
-    EXPECT_EQ(contentOf(file), first);
+    EXPECT_EQ(contentsOf(file), first);
     EXPECT_EQ(record({ kPhone, "-o", file, "--force" }).termination, (Termination { 0, false }));
-    EXPECT_NE(contentOf(file), first);
+    EXPECT_NE(contentsOf(file), first);
 }

@@ -1,19 +1,10 @@
 #pragma once
 
-#include "CapturedStream.h"
 #include "Platform/System/Process.h"
+#include "Support/TemporaryDirectory.h"
+#include "Support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
+#include <sys/mman.h>
 
 /// How a command ended, and what it printed on both streams.
 struct CommandOutcome {
@@ -33,17 +24,15 @@ inline CommandOutcome runCommandBounded(std::vector<std::string> words,
     const CommandEnvironment& environment = {},
     std::chrono::seconds bound = std::chrono::seconds(60))
 {
-    const tdw::FileHandle output(memfd_create("output", MFD_CLOEXEC));
+    tdw::FileHandle output(memfd_create("output", MFD_CLOEXEC));
     const tdw::FileHandle input(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    tdw::LaunchOptions launch;
-    launch.executable = "/usr/bin/env";
-    launch.arguments = std::move(words);
-    launch.environment = environment;
-    launch.standardInput = input.descriptor();
-    launch.standardOutput = output.descriptor();
-    launch.standardError = output.descriptor();
-    launch.ownProcessGroup = true;
-    auto process = tdw::Process::launch(launch);
+    auto process = tdw::Process::launch({ .executable = "/usr/bin/env",
+        .arguments = std::move(words),
+        .environment = environment,
+        .standardInput = input.descriptor(),
+        .standardOutput = output.descriptor(),
+        .standardError = output.descriptor(),
+        .ownProcessGroup = true });
     if (!process)
         return { { -1, false }, process.error().debugDescription() };
     auto termination = process->waitUntilExit(bound);
@@ -52,9 +41,7 @@ inline CommandOutcome runCommandBounded(std::vector<std::string> words,
         termination = process->waitUntilExit();
     }
     lseek(output.descriptor(), 0, SEEK_SET);
-    const auto bytes = tdw::readDescriptorToEnd(output.descriptor());
-    return { *termination,
-        bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size()) : "" };
+    return { *termination, textOf(*output.readToEnd()) };
 }
 
 /// Simulated devices for as long as it lives.
@@ -65,21 +52,17 @@ public:
     explicit SimulatorProcess(
         std::string_view scenario = {}, const std::vector<std::string>& options = {})
     {
-        std::string name = testing::TempDir() + "tdwsimulator-test-XXXXXX";
-        m_directory = mkdtemp(name.data());
-        std::vector<std::string> arguments { "serve", "--directory", m_directory.string() };
+        std::vector<std::string> arguments { "serve", "--directory", directory() };
         if (!scenario.empty()) {
-            const auto file = m_directory / "scenario.json";
+            const auto file = directory() / "scenario.json";
             std::ofstream(file) << scenario;
-            arguments.insert(arguments.end(), { "--scenario", file.string() });
+            arguments.insert(arguments.end(), { "--scenario", file });
         }
         arguments.insert(arguments.end(), options.begin(), options.end());
         auto pipe = tdw::Pipe::create();
-        tdw::LaunchOptions launch;
-        launch.executable = simulatorExecutable();
-        launch.arguments = std::move(arguments);
-        launch.standardOutput = pipe->writer.descriptor();
-        auto process = tdw::Process::launch(launch);
+        auto process = tdw::Process::launch({ .executable = simulatorExecutable(),
+            .arguments = std::move(arguments),
+            .standardOutput = pipe->writer.descriptor() });
         pipe->writer.close();
         // The line comes when the sockets are there; its end comes anyway when serving fails.
         char line[1024];
@@ -93,28 +76,24 @@ public:
     }
     SimulatorProcess(const SimulatorProcess&) = delete;
     SimulatorProcess& operator=(const SimulatorProcess&) = delete;
-
     ~SimulatorProcess()
     {
-        if (m_process) {
-            m_process->sendSignal(SIGTERM);
-            (void)m_process->waitUntilExit(std::chrono::seconds(10));
-        }
-        std::error_code error;
-        std::filesystem::remove_all(m_directory, error);
+        if (!m_process)
+            return;
+        m_process->sendSignal(SIGTERM);
+        (void)m_process->waitUntilExit(std::chrono::seconds(10));
     }
 
     bool isRunning() const { return m_process.has_value(); }
 
-    std::filesystem::path directory() const { return m_directory; }
+    const std::filesystem::path& directory() const { return m_directory.path(); }
     std::filesystem::path multiplexer() const { return m_multiplexer; }
 
     /// What makes software use the simulated devices.
     CommandEnvironment environment() const
     {
         return { { "USBMUXD_SOCKET_ADDRESS", "UNIX:" + m_multiplexer.string() },
-            { "TDWSIMULATOR_CONTROL", (m_directory / "control").string() },
-            { "LC_ALL", "C.UTF-8" } };
+            { "TDWSIMULATOR_CONTROL", directory() / "control" }, { "LC_ALL", "C.UTF-8" } };
     }
 
     CommandOutcome run(
@@ -130,8 +109,11 @@ public:
         return run(std::move(words));
     }
 
+    /// Sends a signal to the simulator itself.
+    void signal(int number) { m_process->sendSignal(number); }
+
 private:
-    std::filesystem::path m_directory;
+    const TemporaryDirectory m_directory;
     std::filesystem::path m_multiplexer;
     std::optional<tdw::Process> m_process;
 };

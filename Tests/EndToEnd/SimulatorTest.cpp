@@ -1,23 +1,15 @@
 #include "SimulatorProcess.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <libimobiledevice/companion_proxy.h>
 #include <libimobiledevice/libimobiledevice.h>
 #include <libimobiledevice/lockdown.h>
 #include <libimobiledevice/sbservices.h>
 #include <plist/plist.h>
 
-#include <chrono>
-#include <csignal>
-#include <string>
-
 using namespace tdw;
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::AnyOf;
-using testing::HasSubstr;
-using testing::Not;
+using namespace matchers;
 
 // The command-line tools of the device library are the judges: they know nothing of simulators.
 
@@ -164,17 +156,6 @@ TEST_F(SimulatorTest, FailsWhereFaultsAreInjectedAndRecoversAfterThem)
         simulator.control({ "clear-fault" });
         EXPECT_EQ(simulator.run(readName).output, "Robin’s iPhone\n") << "after " << title;
     }
-}
-
-TEST_F(SimulatorTest, StrikesTheOccurrenceThatAFaultNames)
-{
-    const SimulatorProcess simulator;
-    simulator.control({ "inject-fault", "at=lockdown", "request=GetValue", "key=DeviceName",
-        "fault=error", "error=GetProhibited", "nth=2", "count=1" });
-    const std::vector<std::string> readName { "ideviceinfo", "-u", kPhone, "-k", "DeviceName" };
-    EXPECT_EQ(simulator.run(readName).output, "Robin’s iPhone\n");
-    EXPECT_EQ(simulator.run(readName).output, "");
-    EXPECT_EQ(simulator.run(readName).output, "Robin’s iPhone\n");
 }
 
 TEST_F(SimulatorTest, UnplugsADeviceInTheMiddleOfARequestAndGivesItANewIdentifier)

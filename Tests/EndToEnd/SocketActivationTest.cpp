@@ -1,25 +1,14 @@
 #include "EndToEnd/RunningTool.h"
 #include "Platform/System/LocalSocket.h"
 #include "Platform/System/RuntimeDirectory.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-
-#include <sys/socket.h>
 #include <sys/un.h>
 
-#include <algorithm>
-#include <array>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <string>
 
 using namespace tdw;
-using testing::Each;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
+using namespace matchers;
 
 // The service as systemd starts it: with the listening socket as its first descriptor, and with a
 // socket to report to.
@@ -27,12 +16,6 @@ using testing::Not;
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readFile(const fs::path& path)
-{
-    std::ifstream file(path);
-    return { std::istreambuf_iterator(file), {} };
-}
 
 /// A socket that takes notifications as systemd's does.
 class NotificationSocket {
@@ -75,7 +58,7 @@ std::vector<std::string> environmentsOfChildren(pid_t process)
         fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
         std::ifstream children(thread.path() / "children");
         for (std::string child; children >> child;) {
-            std::string environment = readFile("/proc/" + child + "/environ");
+            std::string environment = contentsOf("/proc/" + child + "/environ");
             std::error_code ignored;
             const fs::path program = fs::read_symlink("/proc/" + child + "/exe", ignored);
             if (!environment.empty() && program.filename() == "tdwserver")

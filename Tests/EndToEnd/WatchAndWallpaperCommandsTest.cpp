@@ -2,22 +2,14 @@
 #include "EndToEnd/ToolRun.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/TerminalSession.h"
-
-#include <gmock/gmock.h>
+#include "Support/Testing.h"
 
 #include <sys/stat.h>
 
-#include <csignal>
-#include <fstream>
 #include <iterator>
 
 using namespace tdw;
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
-using testing::UnorderedElementsAre;
+using namespace matchers;
 
 namespace {
 
@@ -31,12 +23,6 @@ std::string phone(const std::string& members)
     return R"({"devices": [{"udid": "f1d0000000000000000000000000000000000001",)" + members
         + R"("watches": [{"udid": "watch-1", )" + values + R"(}, {"udid": "watch-2", )" + values
         + R"(, "errors": {"SerialNumber": "UnsupportedWatchKey"}}]}]})";
-}
-
-std::string contentOf(const std::filesystem::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return { std::istreambuf_iterator<char>(stream), {} };
 }
 
 /// The width in a PNG's header.
@@ -66,13 +52,10 @@ TEST(CompanionsCommand, ShowsTheWatchesOfAPhone)
     EXPECT_THAT(tidewell({ "info", kPhone, "--json" }).output,
         HasSubstr(R"("Companions":[{"DeviceName":"Robin\u2019s Apple Watch")"));
 
-    const auto which = tidewell({ "companions", "--battery" });
-    EXPECT_EQ(which.termination.status, 2);
-    EXPECT_THAT(which.standardError, AllOf(HasSubstr("More than one"), HasSubstr(kStranger)));
-    const auto locked = tidewell({ "companions", kLockedTablet });
-    EXPECT_EQ(locked.termination.status, 3);
-    EXPECT_THAT(locked.standardError, HasSubstr("The device is locked."));
-    household.control(R"({"command":"detach","connection":"usb","device":")" + kPhone + R"("})");
+    expectFailure(
+        { "companions", "--battery" }, 2, AllOf(HasSubstr("More than one"), HasSubstr(kStranger)));
+    expectFailure({ "companions", kLockedTablet }, 3, HasSubstr("The device is locked."));
+    household.control("detach", { { "connection", "usb" }, { "device", kPhone } });
     EXPECT_EQ(tidewell({ "companions", kPhone, "--connection=usb" }).termination.status, 2);
 }
 
@@ -103,19 +86,16 @@ TEST(CompanionsCommand, AWatchThatCannotBeReadCostsItselfAlone)
 TEST(CompanionsCommand, ALookUpThatFailedIsSaidToHaveFailed)
 {
     const Household household;
-    household.control(
-        R"({"command":"inject-fault","at":"com.apple.companion_proxy","fault":"garbage"})");
-    const auto failed = tidewell({ "companions", kPhone });
-    EXPECT_EQ(failed.termination.status, 1);
-    EXPECT_THAT(failed.standardError, HasSubstr("for its watches"));
+    household.inject(R"("at":"com.apple.companion_proxy","fault":"garbage")");
+    expectFailure({ "companions", kPhone }, 1, HasSubstr("for its watches"));
     const auto info = tidewell({ "info", kPhone });
     EXPECT_EQ(info.termination.status, 0);
     EXPECT_THAT(info.output, HasSubstr(" 76 %"));
     EXPECT_THAT(info.standardError, StartsWith("tidewell: warning: "));
 
     // A tablet has no such service, which is no warning.
-    household.control(R"({"command":"set-value","key":"DeviceClass","value":"iPad","device":")"
-        + kPhone + R"("})");
+    household.control(
+        "set-value", { { "key", "DeviceClass" }, { "value", "iPad" }, { "device", kPhone } });
     EXPECT_EQ(tidewell({ "info", kPhone }).standardError, "");
 }
 
@@ -138,13 +118,12 @@ TEST(WallpaperCommand, WritesThePictureAndOverwritesNothingUnasked)
     EXPECT_THAT(run.output,
         AllOf(StartsWith(R"({"Orientation":1,"Width":200,"Height":433,"Bytes":)"),
             HasSubstr(R"(,"File":")" + file)));
-    const auto lock = contentOf(file);
+    const auto lock = contentsOf(file);
     EXPECT_EQ(widthOf(lock), 200U);
 
-    const auto refused = tidewell({ "wallpaper", kPhone, "--home", "-o", file });
-    EXPECT_EQ(refused.termination.status, 1);
-    EXPECT_THAT(refused.standardError, HasSubstr("Give --force to overwrite it."));
-    EXPECT_EQ(contentOf(file), lock);
+    expectFailure({ "wallpaper", kPhone, "--home", "-o", file }, 1,
+        HasSubstr("Give --force to overwrite it."));
+    EXPECT_EQ(contentsOf(file), lock);
 
     // What a link leads to is replaced, and the link stays one.
     std::filesystem::create_symlink("lock.png", directory.path() / "link");
@@ -156,14 +135,14 @@ TEST(WallpaperCommand, WritesThePictureAndOverwritesNothingUnasked)
     EXPECT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U) << "a file keeps its permissions";
     EXPECT_TRUE(std::filesystem::is_symlink(link));
-    EXPECT_EQ(widthOf(contentOf(file)), 393U);
+    EXPECT_EQ(widthOf(contentsOf(file)), 393U);
 
     EXPECT_EQ(tidewell({ "wallpaper", kPhone, "--lock", "--width=200", "-o", "-" }).output, lock);
 
     const std::string other = directory.path() / "other.png";
     tidewell({ "wallpaper", kPhone, "--lock", "--width=200", "-o", other });
-    EXPECT_EQ(widthOf(contentOf(other)), 200U);
-    EXPECT_EQ(contentOf(other), lock);
+    EXPECT_EQ(widthOf(contentsOf(other)), 200U);
+    EXPECT_EQ(contentsOf(other), lock);
     EXPECT_THAT(directory.names(), UnorderedElementsAre("lock.png", "link", "other.png"));
 }
 
@@ -189,11 +168,11 @@ TEST(WallpaperCommand, LeavesNothingBehindWhereItFails)
         "new.png\": File too large", "/usr/bin/prlimit");
     for (const std::string data :
         { R"({"$hex": "6e6f"})", R"({"$hex": "89504e470d0a1a0a00000000"})" }) {
-        household.control(R"({"command":"inject-fault","at":"com.apple.springboardservices",)"
-                          R"("fault":"wrong-type","replyKey":"pngData","value":)"
-            + data + "}");
+        household.inject(R"("at":"com.apple.springboardservices","fault":"wrong-type",)"
+                         R"("replyKey":"pngData","value":)"
+            + data);
         fails({ "wallpaper", kPhone, "-o", file }, "PNG image");
-        household.control(R"({"command":"clear-fault"})");
+        household.clearFaults();
     }
 }
 

@@ -6,7 +6,7 @@
 #include "Server/WallpaperClient.h"
 
 using namespace tdw;
-using testing::HasSubstr;
+using namespace matchers;
 
 namespace {
 
@@ -17,6 +17,15 @@ struct Row {
     std::optional<Error> error;
     int status;
 };
+
+ServerAnswer expectOutcome(const char* server, const Row& row, std::size_t index)
+{
+    auto answer = SimulatedDevices::run(server, { udidOf(index), "1" });
+    EXPECT_EQ(answer[kTDWDevicesKey], row.devices) << answer.output;
+    EXPECT_EQ(answer.error, row.error) << answer.output;
+    EXPECT_EQ(answer.status, row.status);
+    return answer;
+}
 
 /// A watch that tells `values` and nothing else.
 std::string watch(const std::string& values, const std::string& more = {})
@@ -46,6 +55,11 @@ TEST(CompanionBatteryServer, TellsWhatEachWatchHasAndEndsWithTheFirstFailure)
 {
     const char* read = "companion_proxy_get_value_from_registry";
     const char* start = "companion_proxy_client_start_service";
+    const auto wrongValue = [](const std::string& value) {
+        return faulty(R"("wrong-type", "replyKey": "RetrievedValueDictionary", "value": )" + value
+                + R"(, "request": "GetValueFromRegistry")",
+            kProxy);
+    };
     const std::vector<Row> rows {
         { "all values", watch(R"("BatteryCurrentCapacity": 83, "BatteryIsCharging": true,
               "ExternalConnected": true, "FullyCharged": false)"),
@@ -62,20 +76,12 @@ TEST(CompanionBatteryServer, TellsWhatEachWatchHasAndEndsWithTheFirstFailure)
         { "the capacity unsupported", watch(R"("FullyCharged": true)"), {},
             detailed("BatteryCurrentCapacity", read, -101), 155 },
         { "a reply that is no dictionary",
-            watch(R"("BatteryCurrentCapacity": 1)") + ","
-                + faulty(R"("wrong-type", "replyKey": "RetrievedValueDictionary", "value": 7,
-                    "request": "GetValueFromRegistry")",
-                    kProxy),
-            {},
+            watch(R"("BatteryCurrentCapacity": 1)") + "," + wrongValue("7"), {},
             TDWErrorCreateWithMessage(
                 "Expected companion registry response to be a dictionary.", 1),
             1 },
         { "a reply without the value",
-            watch(R"("BatteryCurrentCapacity": 1)") + ","
-                + faulty(R"("wrong-type", "replyKey": "RetrievedValueDictionary", "value": {},
-                    "request": "GetValueFromRegistry")",
-                    kProxy),
-            {},
+            watch(R"("BatteryCurrentCapacity": 1)") + "," + wrongValue("{}"), {},
             TDWErrorCreateWithMessage("Companion registry response did not contain required "
                                       "property BatteryCurrentCapacity.",
                 1),
@@ -85,11 +91,7 @@ TEST(CompanionBatteryServer, TellsWhatEachWatchHasAndEndsWithTheFirstFailure)
             {}, TDWErrorCreate(start, -256), 0 },
     };
     forEachRow(rows, [](const SimulatedDevices&, const Row& row, std::size_t i) {
-        const auto answer = SimulatedDevices::run("tdw_companion_battery", { udidOf(i), "1" });
-        EXPECT_EQ(answer[kTDWDevicesKey], row.devices) << answer.output;
-        EXPECT_EQ(answer.error, row.error) << answer.output;
-        EXPECT_EQ(answer.status, row.status);
-        EXPECT_EQ(answer.deviceID, std::nullopt);
+        EXPECT_EQ(expectOutcome("tdw_companion_battery", row, i).deviceID, std::nullopt);
     });
 }
 
@@ -109,8 +111,7 @@ TEST(CompanionServer, TellsEverythingOfTheWatchesThatAreNamed)
     EXPECT_EQ(*first.find(kTDWDeviceInfoBattery)->asDictionary()->find("BatteryCurrentCapacity"),
         Value(83));
 
-    const std::string log
-        = household.control(R"({"command":"log","at":"com.apple.companion_proxy"})");
+    const std::string log = household.control("log", { { "at", kProxy } });
     EXPECT_EQ(log.find("GetDeviceRegistry"), std::string::npos)
         << "named watches are not looked up";
     EXPECT_EQ(log.find("ReleaseType"), std::string::npos);
@@ -140,7 +141,7 @@ TEST(WallpaperServer, GivesThePreviewAndAsksForNoMoreThanItWasAsked)
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(image.data()), 8), "\x89PNG\r\n\x1a\n");
         EXPECT_EQ(answer[kTDWWallpaperInterfaceOrientation], Value(1));
         const std::string log = household.control(
-            R"({"command":"log","at":"com.apple.springboardservices","request":"getWallpaperPreviewImage"})");
+            "log", { { "at", kSpringboard }, { "request", "getWallpaperPreviewImage" } });
         // The newest entry is the last; the whole message stands in it, so a further key shows.
         EXPECT_THAT(log.substr(log.rfind("\"message\"")), HasSubstr(row.request));
     }
@@ -159,9 +160,7 @@ TEST(WallpaperServer, EndsWithWhatFailed)
             TDWErrorCreate("wallpaper_client_start_service", -256), 0 },
     };
     forEachRow(rows, [](const SimulatedDevices&, const Row& row, std::size_t i) {
-        const auto answer = SimulatedDevices::run("tdw_wallpaper", { udidOf(i), "1" });
-        EXPECT_EQ(answer.error, row.error) << answer.output;
-        EXPECT_EQ(answer.status, row.status);
+        expectOutcome("tdw_wallpaper", row, i);
     });
     const auto invalid = SimulatedDevices::run("tdw_wallpaper", { udidOf(0), "1", "2" });
     EXPECT_EQ(invalid.output, "");

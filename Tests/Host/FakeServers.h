@@ -3,14 +3,11 @@
 #include "Platform/System/Bundle.h"
 #include "Platform/System/FileHandle.h"
 #include "Platform/System/Process.h"
+#include "ProcessResources.h"
+#include "Support/TemporaryDirectory.h"
+#include "Support/Testing.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <string_view>
 
 /// Writes a text to a standard stream, as a server of the tests does.
 inline void print(int descriptor, std::string_view text)
@@ -37,26 +34,35 @@ inline void leaveGrandchildBehind(const char* job, const char* lockFile, bool in
 /// A directory of executables, with this test's own binary in it under the name "tdw_child".
 class FakeServers {
 public:
-    FakeServers()
-        : m_directory(std::filesystem::temp_directory_path() / "tidewell-host-XXXXXX")
-    {
-        std::string name = m_directory;
-        m_directory = mkdtemp(name.data());
-        add("tdw_child");
-    }
-    FakeServers(const FakeServers&) = delete;
-    FakeServers& operator=(const FakeServers&) = delete;
-    ~FakeServers() { std::filesystem::remove_all(m_directory); }
+    FakeServers() { add("tdw_child"); }
 
     void add(const std::string& name, std::filesystem::perms mode = std::filesystem::perms(0755))
     {
-        std::filesystem::copy_file("/proc/self/exe", m_directory / name);
-        std::filesystem::permissions(m_directory / name, mode);
+        std::filesystem::copy_file("/proc/self/exe", path(name));
+        std::filesystem::permissions(path(name), mode);
     }
 
-    tdw::Bundle bundle() const { return tdw::Bundle(m_directory); }
-    std::filesystem::path path(const std::string& name) const { return m_directory / name; }
+    tdw::Bundle bundle() const { return tdw::Bundle(m_directory.path()); }
+    std::filesystem::path path(const std::string& name) const { return m_directory.path() / name; }
 
 private:
-    std::filesystem::path m_directory;
+    const TemporaryDirectory m_directory;
+};
+
+/// Tests with such a directory, each of which gives back what the process holds for it.
+class FakeServersTest : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        s_servers = std::make_unique<FakeServers>();
+        // The thread sanitizer starts a thread of its own along with a program's first.
+        std::thread([] {}).join();
+    }
+    static void TearDownTestSuite() { s_servers.reset(); }
+
+    void SetUp() override { m_before = ProcessResources::now(); }
+    void TearDown() override { EXPECT_EQ(ProcessResources::settling(m_before), m_before); }
+
+    inline static std::unique_ptr<FakeServers> s_servers;
+    ProcessResources m_before;
 };

@@ -5,29 +5,15 @@
 #include "Host/RequestRunner.h"
 #include "Interfaces/TDWResponse.h"
 #include "Platform/Values/PropertyList.h"
-#include "ProcessResources.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <string_view>
-#include <thread>
 
 using namespace tdw;
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::StartsWith;
+using namespace matchers;
 
 // This binary is also the server that the tests run, under the name "tdw_child".
 
@@ -90,7 +76,7 @@ int runAsDeafApplication(int /*count*/, char** words)
     action.sa_flags = SA_NOCLDWAIT;
     (void)sigaction(SIGCHLD, &action, nullptr);
     const Bundle bundle(words[2]);
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 30; ++i) {
         std::int32_t status = 0;
         if (TDWInvokeServer("tdw_child", bundle, { "envelope", "3", "4" }, nullptr, &status)
                 != envelopeOf(3)
@@ -111,25 +97,13 @@ int runAsDeafApplication(int /*count*/, char** words)
     return killed && killed->timedOut && !killed->termination.isKnown ? 0 : 3;
 }
 
-const std::array<ChildRole, 11> kRoles { { { "deaf application", runAsDeafApplication },
-    { "say bytes", runAsServer }, { "nothing", runAsServer }, { "envelope", runAsServer },
-    { "flood", runAsServer }, { "half", runAsServer }, { "say", runAsServer },
-    { "die", runAsServer }, { "grandchild", runAsServer }, { "live on", runAsServer },
-    { "hang", runAsServer } } };
+const ChildRole kApplication({ "deaf application" }, runAsDeafApplication);
+const ChildRole kServer({ "say bytes", "nothing", "envelope", "flood", "half", "say", "die",
+                            "grandchild", "live on", "hang" },
+    runAsServer);
 
-class TDWServerInvocation : public testing::Test {
+class TDWServerInvocation : public FakeServersTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        s_servers = std::make_unique<FakeServers>();
-        // The thread sanitizer starts a thread of its own along with a program's first.
-        std::thread([] {}).join();
-    }
-    static void TearDownTestSuite() { s_servers.reset(); }
-
-    void SetUp() override { m_before = ProcessResources::now(); }
-    void TearDown() override { EXPECT_EQ(ProcessResources::settling(m_before), m_before); }
-
     static Value invoke(std::vector<std::string> arguments, std::int32_t* status = nullptr)
     {
         return TDWInvokeServer("tdw_child", s_servers->bundle(), arguments, nullptr, status);
@@ -141,12 +115,7 @@ protected:
         EXPECT_EQ(TDWResponseUnwrap(envelope, error), std::nullopt);
         return *error;
     }
-
-    static std::unique_ptr<FakeServers> s_servers;
-    ProcessResources m_before;
 };
-
-std::unique_ptr<FakeServers> TDWServerInvocation::s_servers;
 
 } // namespace
 
@@ -211,7 +180,7 @@ TEST_F(TDWServerInvocation, WorksInAnApplicationThatIgnoresTheEndsOfItsChildren)
         options.executable = "/proc/self/exe";
         options.arguments
             = { "deaf application", s_servers->bundle().auxiliaryDirectory(), disposition };
-        EXPECT_EQ(Process::launch(options)->waitUntilExit(30s), Termination {}) << disposition;
+        EXPECT_EQ(Process::launch(options)->waitUntilExit(55s), Termination {}) << disposition;
     }
 }
 

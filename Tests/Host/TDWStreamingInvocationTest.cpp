@@ -6,27 +6,13 @@
 #include "Interfaces/TDWResponse.h"
 #include "Platform/Counter.h"
 #include "Platform/Values/PropertyList.h"
-#include "ProcessResources.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
-#include <unistd.h>
-
-#include <array>
-#include <csignal>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 using namespace tdw;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace matchers;
 
 // This binary is also the server that the tests run, under the name "tdw_child".
 
@@ -34,10 +20,9 @@ namespace {
 
 const Error kServersError = Error("org.example", -7, "the server's own reason");
 
-std::string textOf(const Value& envelope)
+std::string xmlOf(const Value& envelope)
 {
-    const Data bytes = *encodeXmlPropertyList(envelope);
-    return { reinterpret_cast<const char*>(bytes.data()), bytes.size() };
+    return textOf(*encodeXmlPropertyList(envelope));
 }
 
 int runAsServer(int count, char** words)
@@ -75,24 +60,12 @@ int runAsServer(int count, char** words)
     _exit(status);
 }
 
-const std::array<ChildRole, 7> kRoles { { { "stream say", runAsServer },
-    { "stream flood", runAsServer }, { "stream count", runAsServer },
-    { "stream grandchild", runAsServer }, { "stream close", runAsServer },
-    { "stream hang", runAsServer }, { "stream wait for the reader", runAsServer } } };
+const ChildRole kServer({ "stream say", "stream flood", "stream count", "stream grandchild",
+                            "stream close", "stream hang", "stream wait for the reader" },
+    runAsServer);
 
-class TDWStreamingInvocation : public testing::Test {
+class TDWStreamingInvocation : public FakeServersTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        s_servers = std::make_unique<FakeServers>();
-        // The thread sanitizer starts a thread of its own along with a program's first.
-        std::thread([] {}).join();
-    }
-    static void TearDownTestSuite() { s_servers.reset(); }
-
-    void SetUp() override { m_before = ProcessResources::now(); }
-    void TearDown() override { EXPECT_EQ(ProcessResources::settling(m_before), m_before); }
-
     /// A run of the child with what it came to. The queues are given up at once: the run keeps
     /// what it needs.
     struct Run {
@@ -127,12 +100,7 @@ protected:
         EventLoop loop = *EventLoop::create();
         std::jthread thread;
     };
-
-    static std::unique_ptr<FakeServers> s_servers;
-    ProcessResources m_before;
 };
-
-std::unique_ptr<FakeServers> TDWStreamingInvocation::s_servers;
 
 Error unexpectedEnd(int status)
 {
@@ -144,8 +112,8 @@ Error unexpectedEnd(int status)
 
 TEST_F(TDWStreamingInvocation, CompletesWithTheErrorThatStandardErrorHolds)
 {
-    const std::string failure = textOf(TDWClientErrorResponse(kServersError));
-    const std::string answer = textOf(Dictionary { { "response", "fine" } });
+    const std::string failure = xmlOf(TDWClientErrorResponse(kServersError));
+    const std::string answer = xmlOf(Dictionary { { "response", "fine" } });
     const std::string warnings = "WARN: <one>\n[libusbmuxd] two\n";
     const struct {
         std::vector<std::string> arguments;
@@ -172,7 +140,7 @@ TEST_F(TDWStreamingInvocation, CompletesWithTheErrorThatStandardErrorHolds)
 
 TEST_F(TDWStreamingInvocation, FindsTheErrorOfAnEventsServerHoweverItIsWritten)
 {
-    const std::string failure = textOf(TDWClientErrorResponse(kServersError));
+    const std::string failure = xmlOf(TDWClientErrorResponse(kServersError));
     const struct {
         const char* situation;
         std::string output;

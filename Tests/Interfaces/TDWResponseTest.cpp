@@ -4,18 +4,12 @@
 #include "Interfaces/TDWServerState.h"
 #include "Platform/Values/PropertyList.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <limits>
-#include <string>
 
 using namespace tdw;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::StartsWith;
+using namespace matchers;
 
 namespace {
 

@@ -1,14 +1,8 @@
 #include "EndToEnd/SimulatorProcess.h"
-
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <filesystem>
-#include <string>
+#include "Support/Testing.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::StartsWith;
+using namespace matchers;
 
 // What is installed, as an application uses it that has nothing else of us.
 

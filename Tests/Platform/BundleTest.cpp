@@ -1,10 +1,6 @@
 #include "Platform/System/Bundle.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <string_view>
+#include "Support/Testing.h"
 
 using namespace tdw;
 

@@ -1,9 +1,6 @@
 #include "Platform/Messages/ConnectionState.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
+#include "Support/Testing.h"
 
 using namespace tdw;
 using enum ConnectionState::Event;

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <chrono>
+#include "Support/Testing.h"
+
 #include <condition_variable>
 #include <mutex>
 

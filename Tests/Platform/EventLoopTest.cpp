@@ -3,18 +3,7 @@
 #include "Platform/Queues/CallbackQueue.h"
 #include "Platform/System/FileHandle.h"
 #include "ProcessResources.h"
-
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <csignal>
-#include <memory>
-#include <optional>
-#include <string>
-#include <thread>
+#include "Support/Testing.h"
 
 using namespace tdw;
 using namespace std::chrono_literals;

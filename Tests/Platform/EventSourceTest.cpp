@@ -2,19 +2,10 @@
 
 #include "Platform/Counter.h"
 #include "Platform/System/FileHandle.h"
+#include "Support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <memory>
-#include <optional>
-#include <vector>
 
 using namespace tdw;
 

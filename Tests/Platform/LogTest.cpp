@@ -1,10 +1,7 @@
 #include "Platform/System/Log.h"
 
 #include "CapturedStream.h"
-
-#include <gtest/gtest.h>
-
-#include <unistd.h>
+#include "Support/Testing.h"
 
 TEST(Log, WritesErrorsAloneToStandardErrorWhereThereIsNoJournal)
 {

@@ -2,21 +2,12 @@
 
 #include "Platform/Messages/MessageFrame.h"
 #include "Platform/Values/PropertyList.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string_view>
+#include "Support/Testing.h"
 
 using namespace tdw;
-using testing::HasSubstr;
+using namespace matchers;
 
 namespace {
-
-std::span<const std::byte> bytesOf(std::string_view text)
-{
-    return std::as_bytes(std::span(text));
-}
 
 Data payloadOf(const Data& frame)
 {
@@ -77,8 +68,7 @@ TEST(FrameDecoder, GivesPayloadsWholeHoweverTheyArrive)
         for (std::size_t i = 0; i < stream.size(); i += step) {
             decoder.append(std::span(stream).subspan(i, step));
             while (const auto payload = *decoder.next())
-                payloads.emplace_back(
-                    reinterpret_cast<const char*>(payload->data()), payload->size());
+                payloads.push_back(textOf(*payload));
         }
         EXPECT_THAT(payloads, testing::ElementsAre("first", "", "third")) << step;
     }

@@ -1,22 +1,12 @@
 #include "Platform/System/Process.h"
 
 #include "ChildRole.h"
-
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <string_view>
 
 using namespace tdw;
 using namespace std::chrono_literals;
@@ -79,9 +69,9 @@ int runAsChild(int, char** arguments)
     return ::pause();
 }
 
-const std::array<ChildRole, 8> kRoles { { { "exit", runAsChild }, { "die", runAsChild },
-    { "descriptors", runAsChild }, { "name", runAsChild }, { "signals", runAsChild },
-    { "streams", runAsChild }, { "grandchild", runAsChild }, { "hang", runAsChild } } };
+const ChildRole kRoles(
+    { "exit", "die", "descriptors", "name", "signals", "streams", "grandchild", "hang" },
+    runAsChild);
 
 Process start(std::vector<std::string> arguments)
 {
@@ -98,9 +88,9 @@ std::string outputOf(LaunchOptions options)
     auto process = Process::launch(options);
     EXPECT_TRUE(process) << process.error().debugDescription();
     pipe->writer.close();
-    auto data = pipe->reader.readToEnd();
+    const std::string output = textOf(*pipe->reader.readToEnd());
     EXPECT_EQ(process->waitUntilExit(), Termination {});
-    return { reinterpret_cast<const char*>(data->data()), data->size() };
+    return output;
 }
 
 bool isGone(pid_t identifier)
@@ -164,8 +154,8 @@ TEST(Process, ConnectsTheStreamsWhateverTheirNumbers)
         EXPECT_EQ(process->waitUntilExit(10s), Termination {});
         pipes[1].writer.close();
         pipes[2].writer.close();
-        EXPECT_EQ(*pipes[1].reader.readToEnd(), Data { std::byte('i') });
-        EXPECT_EQ(*pipes[2].reader.readToEnd(), Data { std::byte('e') });
+        EXPECT_EQ(textOf(*pipes[1].reader.readToEnd()), "i");
+        EXPECT_EQ(textOf(*pipes[2].reader.readToEnd()), "e");
     }
 }
 

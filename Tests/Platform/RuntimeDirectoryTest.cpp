@@ -1,22 +1,17 @@
 #include "Platform/System/RuntimeDirectory.h"
 
-#include <gtest/gtest.h>
+#include "Support/TemporaryDirectory.h"
+#include "Support/Testing.h"
 
 #include <sys/syscall.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <thread>
 
 using namespace tdw;
 namespace fs = std::filesystem;
 
 TEST(RuntimeDirectory, IsMadeOnlyInDirectoriesOfTheUser)
 {
-    std::string name = testing::TempDir() + "tidewell-runtime-XXXXXX";
-    const fs::path directory = mkdtemp(name.data());
+    const TemporaryDirectory temporary;
+    const fs::path& directory = temporary.path();
     fs::permissions(directory, fs::perms::all);
     const char* home = getenv("HOME");
     const std::string previousHome = home ? home : "/";
@@ -38,7 +33,6 @@ TEST(RuntimeDirectory, IsMadeOnlyInDirectoriesOfTheUser)
         }).join();
         EXPECT_TRUE(fs::is_empty(directory)) << "nothing is made in another user's directory";
     }
-    fs::remove_all(directory);
     unsetenv("XDG_RUNTIME_DIR");
     setenv("HOME", previousHome.c_str(), 1);
 }

@@ -2,20 +2,13 @@
 
 #include "Platform/System/FileHandle.h"
 #include "Platform/System/PrivateGroup.h"
+#include "Support/TemporaryDirectory.h"
+#include "Support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <functional>
-#include <string>
 
 using namespace tdw;
 namespace fs = std::filesystem;
@@ -33,14 +26,11 @@ class TrustTest : public testing::Test {
 protected:
     TrustTest()
     {
-        std::string pattern = testing::TempDir() + "tdw-trust-XXXXXX";
-        m_root = fs::canonical(::mkdtemp(pattern.data()));
         fs::create_directories(sub());
         for (const auto& path : { tdw(), sub() + "/tdw", bin() + "/../outside" })
             FileHandle(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0755)).close();
         makeTrustworthy();
     }
-    ~TrustTest() override { fs::remove_all(m_root); }
 
     void makeTrustworthy() const
     {
@@ -63,7 +53,8 @@ protected:
     std::string tdw() const { return bin() + "/tdw"; }
 
 private:
-    fs::path m_root;
+    const TemporaryDirectory m_directory;
+    const fs::path m_root = fs::canonical(m_directory.path());
 };
 
 } // namespace

@@ -1,11 +1,9 @@
 #include "Platform/Values/Value.h"
 
 #include "Platform/Values/Utf8.h"
-
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <limits>
-#include <string>
 
 using namespace tdw;
 

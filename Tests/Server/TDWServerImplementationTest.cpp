@@ -6,21 +6,14 @@
 #include "Server/ServerMain.h"
 #include "Server/TDWServerLockdown.h"
 #include "Support/TDWErrorHelpers.h"
-
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <functional>
 #include <ostream>
-#include <string>
 #include <system_error>
-#include <thread>
 
 TEST(TDWServerImplementation, ReadsTheConnectionTypeAsALooseNumber)
 {

@@ -1,7 +1,6 @@
 #include "RelayPolicy.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <sstream>
 #include <type_traits>

@@ -1,14 +1,10 @@
 #include "RequestSchedule.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
+#include "Support/Testing.h"
 
 using namespace tdw::service;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace matchers;
 
 namespace {
 

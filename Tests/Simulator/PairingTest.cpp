@@ -2,13 +2,9 @@
 
 #include "Device/TlsSession.h"
 #include "Platform/Values/Value.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <openssl/err.h>
-
-#include <memory>
-#include <string>
 
 using namespace tdw;
 using namespace tdw::simulator;

@@ -1,12 +1,9 @@
 #include "Model/Scenario.h"
 #include "Recording/Reading.h"
 #include "Recording/RecordedScenario.h"
+#include "Support/Testing.h"
 
-#include <gtest/gtest.h>
 #include <openssl/evp.h>
-
-#include <algorithm>
-#include <string>
 
 using namespace tdw;
 using namespace tdw::simulator;

@@ -1,16 +1,11 @@
 #include "Model/Scenario.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
+#include "Support/TemporaryDirectory.h"
+#include "Support/Testing.h"
 
 using namespace tdw;
 using namespace tdw::simulator;
-using testing::HasSubstr;
+using namespace matchers;
 
 namespace {
 
@@ -79,17 +74,15 @@ TEST(Scenario, PutsLockdownValuesOverTheDefaults)
 
 TEST(Scenario, KeepsTheTypesOfRecordedValues)
 {
-    std::string pattern = testing::TempDir() + "tidewell-scenario-XXXXXX";
-    const std::filesystem::path directory = mkdtemp(pattern.data());
-    std::ofstream(directory / "phone.plist")
+    const TemporaryDirectory directory;
+    std::ofstream(directory.path() / "phone.plist")
         << "<plist version=\"1.0\"><dict><key>DieID</key><integer>18446744073709551615</integer>"
            "<key>DeviceName</key><string>Recorded</string></dict></plist>";
     const auto scenario = scenarioFromText(
         withDevice(R"(, "lockdown": {"$plist": "phone.plist", "DeviceName": "Changed",
             "Offset": 7200.0, "Negative": -1, "Key": {"$hex": "00fF"},
             "Day": {"$date": "1970-01-02T00:00:00Z"}})"),
-        directory);
-    std::filesystem::remove_all(directory);
+        directory.path());
     ASSERT_TRUE(scenario) << scenario.error().failureReason();
     Dictionary expected { { "DieID", UINT64_MAX }, { "DeviceName", "Changed" },
         { "Offset", 7200.0 }, { "Negative", -1 },

@@ -1,13 +1,12 @@
 #include "Usb/UsbMux.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <deque>
 
 using namespace tdw;
 using namespace tdw::simulator;
-using testing::ElementsAre;
+using namespace matchers;
 
 namespace {
 

@@ -1,11 +1,10 @@
 #include "Model/Wallpaper.h"
 
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <png.h>
 
 #include <limits>
-#include <utility>
 
 using namespace tdw;
 using namespace tdw::simulator;

@@ -1,6 +1,6 @@
 #include "Support/Backoff.h"
 
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 using namespace tdw;
 using namespace std::chrono_literals;

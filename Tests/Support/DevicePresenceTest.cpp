@@ -1,11 +1,9 @@
 #include "Support/DevicePresence.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 using namespace tdw;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace matchers;
 
 namespace {
 

@@ -1,19 +1,10 @@
 #include "Support/LineReader.h"
 
 #include "Platform/Counter.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <poll.h>
-
-#include <memory>
-#include <string>
-#include <vector>
+#include "Support/Testing.h"
 
 using namespace tdw;
-using testing::ElementsAre;
+using namespace matchers;
 
 namespace {
 

@@ -1,10 +1,6 @@
 #include "Support/LineSplitter.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
+#include "Support/Testing.h"
 
 using namespace tdw;
 
@@ -50,18 +46,4 @@ TEST(LineSplitter, CutsAtNewlinesInWhateverPiecesTheBytesArrive)
         for (const std::size_t size : { 1, 2, 3, 4096, 200'000 })
             EXPECT_EQ(linesOf(row.text, size), row.lines) << size;
     }
-}
-
-TEST(LineSplitter, KeepsWhatWasNotAskedFor)
-{
-    // More is appended than is asked for, so that delivered bytes have to go while lines remain.
-    LineSplitter splitter;
-    for (int i = 0; i < 1000; ++i) {
-        const std::string pair = std::to_string(2 * i) + "\n" + std::to_string(2 * i + 1) + "\n";
-        splitter.append(std::as_bytes(std::span(pair)));
-        EXPECT_EQ(splitter.next(), std::to_string(i));
-    }
-    for (int i = 1000; i < 2000; ++i)
-        EXPECT_EQ(splitter.next(), std::to_string(i));
-    EXPECT_EQ(splitter.next(), std::nullopt);
 }

@@ -3,16 +3,12 @@
 #include "CapturedStream.h"
 #include "Interfaces/TDWResponse.h"
 #include "Support/TDWErrorKinds.h"
+#include "Support/Testing.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <set>
-#include <utility>
 
 using namespace tdw;
-using testing::MatchesRegex;
+using namespace matchers;
 
 TEST(TDWErrorHelpers, ChoosesTheDomainByThePrefixOfTheFunction)
 {

@@ -1,12 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <stdlib.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
+#include "Support/Testing.h"
 
 /// A directory of its own, gone with the object.
 class TemporaryDirectory {

@@ -4,19 +4,10 @@
 #include "EndToEnd/ToolRun.h"
 #include "Platform/System/FileHandle.h"
 #include "Platform/System/Process.h"
+#include "Support/Testing.h"
 
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <stdlib.h>
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
-
-#include <optional>
-#include <string>
-#include <vector>
 
 /// A pseudo-terminal with the tool as its session.
 class TerminalSession {

@@ -2,18 +2,13 @@
 
 #include "CommandLine/Help.h"
 #include "Errors/ExitStatus.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
+#include "Support/Testing.h"
 
 namespace tdw::cli {
 
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
+using namespace matchers;
 
 Result<Arguments> parse(const std::vector<std::string>& texts)
 {

@@ -2,13 +2,10 @@
 #include "Errors/CommandLineError.h"
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWDeviceList.h"
+#include "Support/Testing.h"
 #include "Terminal/Screen.h"
 #include "Terminal/TextWidth.h"
 #include "Text/BoardText.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
 
 namespace tdw::cli {
 
@@ -16,11 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using Type = DeviceEvent::Type;
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
+using namespace matchers;
 
 constexpr const char* kDevice = "00AB-1";
 const DeviceBoard::Clock::time_point kStart {};

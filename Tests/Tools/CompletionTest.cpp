@@ -1,49 +1,21 @@
 #include "CommandLine/Completion.h"
 
-#include "Platform/System/FileHandle.h"
-#include "Platform/System/Process.h"
-
-#include <gmock/gmock.h>
-
-#include <unistd.h>
-
-#include <chrono>
-#include <string>
-#include <vector>
+#include "EndToEnd/SimulatorProcess.h"
+#include "Support/Testing.h"
 
 namespace tdw::cli {
 
 namespace {
 
-using namespace std::chrono_literals;
-using testing::HasSubstr;
+using namespace matchers;
 
-struct ShellRun {
-    int status = -1;
-    std::string output;
-};
-
-/// Runs a program on a text that it reads as a script.
-ShellRun runOn(
-    const std::string& script, const std::string& program, std::vector<std::string> arguments = {})
+/// Runs a program on a script.
+CommandOutcome runOn(const std::string& script, std::vector<std::string> command)
 {
-    auto input = Pipe::create();
-    auto output = Pipe::create();
-    LaunchOptions options;
-    options.executable = program;
-    options.arguments = std::move(arguments);
-    options.standardInput = input->reader.descriptor();
-    options.standardOutput = output->writer.descriptor();
-    auto process = Process::launch(options);
-    EXPECT_TRUE(process);
-    input->reader.close();
-    output->writer.close();
-    EXPECT_TRUE(input->writer.write(std::as_bytes(std::span(script))));
-    input->writer.close();
-    const auto bytes = output->reader.readToEnd();
-    const auto end = process->waitUntilExit(30s);
-    return { end ? end->status : -1,
-        std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size()) };
+    const TemporaryDirectory directory;
+    std::ofstream(directory.path() / "script") << script;
+    command.push_back(directory.path() / "script");
+    return runCommandBounded(std::move(command));
 }
 
 /// What bash offers for the last of the words.
@@ -55,7 +27,7 @@ std::string bashOffers(const std::string& words, int index)
               "COMP_WORDS=("
             + words + ")\nCOMP_CWORD=" + std::to_string(index)
             + "\n_tidewell\necho \"${COMPREPLY[@]}\"\n",
-        "/bin/bash")
+        { "bash" })
         .output;
 }
 
@@ -79,12 +51,11 @@ TEST(Completion, EveryScriptIsOneThatItsShellCanRead)
         const std::string script = completionScript(shell);
         for (const Command& command : commandTable())
             EXPECT_THAT(script, HasSubstr(std::string(command.name))) << shell;
-        const std::string program = "/usr/bin/" + shell;
-        if (access(program.c_str(), X_OK) != 0)
+        if (!std::filesystem::exists("/usr/bin/" + shell))
             continue;
         ++found;
-        const std::vector<std::string> check { shell == "fish" ? "--no-execute" : "-n" };
-        EXPECT_EQ(runOn(script, program, check).status, 0) << shell;
+        const auto run = runOn(script, { shell, shell == "fish" ? "--no-execute" : "-n" });
+        EXPECT_EQ(run.termination.status, 0) << run.output;
     }
     EXPECT_GT(found, 0);
 }

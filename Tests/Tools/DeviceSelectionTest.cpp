@@ -1,19 +1,13 @@
 #include "Devices/DeviceSelection.h"
 
 #include "Errors/ExitStatus.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
+#include "Support/Testing.h"
 
 namespace tdw::cli {
 
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
+using namespace matchers;
 
 const std::vector<ListedDevice> kDevices {
     { "00008130-00FACADE0001001C", { 1 } },

@@ -1,18 +1,15 @@
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
 #include "Support/TDWErrorHelpers.h"
+#include "Support/Testing.h"
 #include "Text/BatteryBar.h"
 #include "Text/DeviceInfoText.h"
-
-#include <gmock/gmock.h>
 
 namespace tdw::cli {
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
+using namespace matchers;
 
 const ListedDevice kDevice { "00008130-00FACADE0001001C", { 1, 2 } };
 

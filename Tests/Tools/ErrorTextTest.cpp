@@ -3,8 +3,7 @@
 #include "Errors/CommandLineError.h"
 #include "Platform/Values/Value.h"
 #include "Support/TDWErrorHelpers.h"
-
-#include <gtest/gtest.h>
+#include "Support/Testing.h"
 
 #include <cerrno>
 

@@ -1,30 +1,15 @@
 #include "CommandLine/CommandTable.h"
 #include "Errors/ExitStatus.h"
-#include "Platform/System/FileHandle.h"
-
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-
-#include <string>
+#include "Support/Testing.h"
 
 namespace tdw::cli {
 
 namespace {
 
-/// The manual page's source.
-std::string readManual()
-{
-    FileHandle file(open(TIDEWELL_SOURCE_DIR "/Tools/tidewell/tidewell.1", O_RDONLY | O_CLOEXEC));
-    const auto bytes = file.readToEnd();
-    return bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size())
-                 : std::string();
-}
-
 /// Whether the page holds a passage; the page itself would bury what is missing.
 bool documents(const std::string& passage)
 {
-    static const std::string manual = readManual();
+    static const std::string manual = contentsOf(TIDEWELL_SOURCE_DIR "/Tools/tidewell/tidewell.1");
     return manual.find(passage) != std::string::npos;
 }
 

@@ -3,23 +3,10 @@
 #include "Multiplexer/MultiplexerClient.h"
 #include "Multiplexer/MultiplexerConversation.h"
 #include "Multiplexer/UsbBus.h"
-#include "Platform/System/FileHandle.h"
+#include "Platform/System/LocalSocket.h"
 #include "Platform/Values/PropertyList.h"
 #include "Support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
+#include "Support/Testing.h"
 
 namespace tdw::cli {
 
@@ -104,46 +91,20 @@ TEST(MultiplexerReply, APairRecordCountsOnlyWhereTheDeviceLibrariesCanUseIt)
     EXPECT_FALSE(isUsablePairRecord({ { "MessageType", "Result" }, { "Number", 2 } }));
 }
 
-/// A local socket in a directory of its own.
-class LocalListener {
-public:
-    enum class Listening { Yes, No };
-
-    explicit LocalListener(Listening listening)
-        : m_socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        EXPECT_NE(mkdtemp(m_directory.data()), nullptr);
-        sockaddr_un address {};
-        address.sun_family = AF_UNIX;
-        std::strcpy(address.sun_path, path().c_str());
-        EXPECT_EQ(
-            bind(m_socket.descriptor(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-        if (listening == Listening::Yes) {
-            EXPECT_EQ(listen(m_socket.descriptor(), 0), 0);
-        }
-    }
-    LocalListener(const LocalListener&) = delete;
-    LocalListener& operator=(const LocalListener&) = delete;
-    ~LocalListener()
-    {
-        unlink(path().c_str());
-        rmdir(m_directory.c_str());
-    }
-
-    std::string path() const { return m_directory + "/socket"; }
-
+/// A socket of its own that is listened on as long as it lives.
+struct LocalListener {
     /// Reads a request and answers it.
     void serve(const Value& reply) const
     {
-        const FileHandle connection(accept4(m_socket.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
+        const FileHandle connection(accept4(socket.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
         char request[4096];
         EXPECT_GT(read(connection.descriptor(), request, sizeof request), 0);
         EXPECT_TRUE(writeToDescriptor(connection.descriptor(), framed(reply)));
     }
 
-private:
-    std::string m_directory = testing::TempDir() + "muxXXXXXX";
-    FileHandle m_socket;
+    const TemporaryDirectory directory;
+    const std::string path = directory.path() / "socket";
+    FileHandle socket = *listenOnLocalSocket(path);
 };
 
 MultiplexerState stateOf(const std::string& path)
@@ -159,19 +120,20 @@ TEST(MultiplexerClient, TellsWhatIsWrongWithTheSocket)
 {
     EXPECT_EQ(stateOf("/nonexistent/usbmuxd"), MultiplexerState::Absent);
     EXPECT_EQ(stateOf(std::string(200, 'x')), MultiplexerState::Unreachable);
-    EXPECT_EQ(stateOf(LocalListener(LocalListener::Listening::No).path()),
-        MultiplexerState::NotListening);
-    EXPECT_EQ(
-        stateOf(LocalListener(LocalListener::Listening::Yes).path()), MultiplexerState::Silent);
+    LocalListener listener;
+    EXPECT_EQ(stateOf(listener.path), MultiplexerState::Silent);
+    listener.socket.close();
+    EXPECT_EQ(stateOf(listener.path), MultiplexerState::NotListening);
 }
 
 TEST(MultiplexerClient, AFullQueueIsWaitedFor)
 {
     const Value list = Dictionary { { "DeviceList",
         Array { Dictionary { { "Properties", Dictionary { { "SerialNumber", "00AB-1" } } } } } } };
-    const LocalListener listener(LocalListener::Listening::Yes);
+    const LocalListener listener;
+    EXPECT_EQ(listen(listener.socket.descriptor(), 0), 0);
     EventLoop loop = *EventLoop::create();
-    MultiplexerClient client(loop, { .path = listener.path() }, 20s);
+    MultiplexerClient client(loop, { .path = listener.path }, 20s);
     std::vector<Result<std::vector<std::string>>> answers;
     constexpr std::size_t kCount = 8; // One has room in the queue.
     for (std::size_t i = 0; i < kCount; ++i)

@@ -2,17 +2,14 @@
 
 #include "Errors/CommandLineError.h"
 #include "Support/TDWErrorHelpers.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
+#include "Support/Testing.h"
 
 namespace tdw::cli {
 
 namespace {
 
 using Next = PairingConversation::Next;
-using testing::HasSubstr;
+using namespace matchers;
 
 Result<Value> state(int number)
 {

@@ -1,16 +1,12 @@
+#include "Support/Testing.h"
 #include "Terminal/TerminalGraphics.h"
 #include "Terminal/TerminalPicture.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
 
 namespace tdw::cli {
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace matchers;
 
 /// Red everywhere but in one blue corner, higher than one band of six lines.
 IndexedPicture flag()

@@ -1,12 +1,11 @@
 #include "Interfaces/TDWResponse.h"
 #include "Platform/Values/Error.h"
+#include "Support/Testing.h"
 #include "Terminal/Colour.h"
 #include "Terminal/Encoding.h"
 #include "Terminal/Table.h"
 #include "Terminal/TextWidth.h"
 #include "Text/Json.h"
-
-#include <gmock/gmock.h>
 
 #include <cstdint>
 #include <limits>
