@@ -88,6 +88,19 @@ TEST(Doctor, AnswersProgramsOnceAndFindsTheDeviceThatIsMeant)
     EXPECT_EQ(none.standardError, "tidewell: 1 check fails.\n");
 }
 
+TEST(Doctor, TakesARecordThatCannotBeUsedForNone)
+{
+    // The device library would pair, and the device ask.
+    const Household devices(scenario(R"(,"trust":"asks")"));
+    const auto record = devices.directory() / "lib/lockdown" / (kPhone + ".plist");
+    ASSERT_TRUE(std::filesystem::exists(record));
+    std::ofstream(record) << "garbage";
+    EXPECT_THAT(tidewell({ "doctor" }).output, HasSubstr("warning  Pairing record    none"));
+    EXPECT_EQ(tidewell({ "info", kPhone }).termination.status, 0);
+    EXPECT_THAT(devices.control(R"({"command":"log","at":"lockdown","request":"Pair"})"),
+        HasSubstr(R"("entries":[])"));
+}
+
 TEST(Doctor, GoesAroundAServiceThatDoesNotAnswer)
 {
     const Household devices;
@@ -106,16 +119,13 @@ TEST(Doctor, GoesAroundAServiceThatDoesNotAnswer)
 
 TEST(Trace, ShowsTheStepsOfEveryProcessAndNoSecret)
 {
-    const Household devices;
-    const std::string pairing = R"({"command":"wait","at":"lockdown","request":"Pair"})";
+    const Household devices(scenario(R"(,"state":"unpaired","reconnectAfterTrust":false)"));
     for (const char* road : { "--verbose", "--direct" }) {
-        devices.control(
-            R"({"command":"set-trust","device":")" + kStranger + R"(","trust":"trusts"})");
-        const auto run = tidewell({ "pair", kStranger, "--verbose", road });
+        const auto run = tidewell({ "pair", kPhone, "--verbose", road });
         ASSERT_EQ(run.termination.status, 0) << run.standardError;
         EXPECT_THAT(run.standardError,
-            AllOf(HasSubstr(" pairing with 00008110-…: "),
-                HasSubstr(" handshake with 00008110-…: "), HasSubstr(" request to tdw_pairing: ")));
+            AllOf(HasSubstr(" pairing with 00008130-…: "),
+                HasSubstr(" handshake with 00008130-…: "), HasSubstr(" request to tdw_pairing: ")));
         std::size_t secrets = 0;
         for (const auto& entry :
             std::filesystem::recursive_directory_iterator(devices.directory())) {
@@ -131,7 +141,7 @@ TEST(Trace, ShowsTheStepsOfEveryProcessAndNoSecret)
             }
         }
         EXPECT_GT(secrets, 100U) << "no pairing record was looked through";
-        ASSERT_EQ(tidewell({ "unpair", kStranger }).termination.status, 0);
+        ASSERT_EQ(tidewell({ "unpair", kPhone }).termination.status, 0);
     }
     EXPECT_EQ(tidewell({ "list" }).standardError, "");
 }

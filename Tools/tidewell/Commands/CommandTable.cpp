@@ -118,7 +118,7 @@ constexpr Command kCommands[] = {
         &doctorCommand, true },
     { "report", {}, kReportOptions, "Write a file with what somebody needs to help",
         "Holds what \"doctor\" says, versions, the last hour of the service's journal and the steps "
-        "of one request for each device. Identifiers, names and addresses are replaced by false "
+        "of one request for information. Identifiers, names and addresses are replaced by false "
         "ones. What the file holds is shown before it is written.",
         &reportCommand, true },
     { "help", kHelpWords, {}, "Show help for the tool or for a command", "", &helpCommand },
