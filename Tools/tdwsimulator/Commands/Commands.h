@@ -13,16 +13,19 @@ namespace tdw::simulator {
 
 /// What `run` and `serve` simulate.
 struct ScenarioOptions {
-    std::optional<std::string> file; ///< none: the household
-    std::optional<AddressLayout> addressLayout; ///< none: as the scenario says
-    std::optional<std::filesystem::path> daemon; ///< the multiplexer daemon before the devices
+    /// None: the household.
+    std::optional<std::string> file;
+    /// None: as the scenario says.
+    std::optional<AddressLayout> addressLayout;
+    /// The multiplexer daemon before the devices.
+    std::optional<std::filesystem::path> daemon;
 };
 
 /// Reads the scenario that the options name.
 Result<Scenario> loadScenario(const ScenarioOptions& options);
 
 /// Runs a command with simulated devices around it.
-/// @returns the command's own exit status, or 128 and the number of the signal that killed it
+/// @return the command's own exit status, or 128 and the number of the signal that killed it
 Result<int> runCommand(const ScenarioOptions& options, const std::vector<std::string>& command);
 
 /// Serves until SIGINT or SIGTERM; says on standard output, in one line of JSON, where.
@@ -30,18 +33,21 @@ Result<int> serveCommand(const ScenarioOptions& options, const std::filesystem::
 
 /// Sends one request to a running simulator and prints its answer.
 /// @param words the command and its `name=value` arguments, or one whole JSON object
-/// @returns 0, or 1 where the simulator refused
+/// @return 0, or 1 where the simulator refused
 Result<int> controlCommand(
     const std::optional<std::string>& socket, const std::vector<std::string>& words);
 
 /// What `record` reads, and where to.
 struct RecordOptions {
-    std::vector<std::string> udids; ///< none, with `all`: every device that is connected
+    /// None, with `all`: every device that is connected.
+    std::vector<std::string> udids;
     bool all = false;
-    std::string output; ///< "-": standard output
+    /// "-": standard output.
+    std::string output;
     Overwrite overwrite = Overwrite::No;
     bool withWallpaper = false;
-    unsigned timeoutSeconds = 10; ///< for each step of the reading
+    /// For each step of the reading.
+    unsigned timeoutSeconds = 10;
 };
 
 /// Reads real devices and writes a scenario that the simulator plays, without their secrets.

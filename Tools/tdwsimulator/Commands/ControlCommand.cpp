@@ -61,7 +61,7 @@ Result<int> controlCommand(
 {
     const char* variable
         = std::getenv("TDWSIMULATOR_CONTROL"); // NOLINT(concurrency-mt-unsafe): one thread
-    if (!socket && variable == nullptr)
+    if (!socket && !variable)
         return simulatorError("TDWSIMULATOR_CONTROL is not set: name the control socket with "
                               "--socket, or run this under \"tdwsimulator run\"");
     const Json request = TDW_TRY(requestFromWords(words));

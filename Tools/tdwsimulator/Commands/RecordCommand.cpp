@@ -45,8 +45,7 @@ Result<std::vector<Dictionary>> chosenDevices(const RecordOptions& options)
     std::vector<Dictionary> connected;
     if (const Array* devices = list.arrayAt(reading::kDevices)) {
         for (const Value& device : *devices)
-            connected.push_back(
-                device.asDictionary() != nullptr ? *device.asDictionary() : Dictionary());
+            connected.push_back(device.asDictionary() ? *device.asDictionary() : Dictionary());
     }
     if (options.all && connected.empty())
         return simulatorError("no device is connected");
@@ -56,7 +55,7 @@ Result<std::vector<Dictionary>> chosenDevices(const RecordOptions& options)
     for (const std::string& udid : options.udids) {
         const auto found = std::ranges::find_if(connected, [&](const Dictionary& device) {
             const std::string* other = device.stringAt(reading::kUdid);
-            return other != nullptr && *other == udid;
+            return other && *other == udid;
         });
         if (found == connected.end())
             return simulatorError("there is no device " + udid);
@@ -74,7 +73,7 @@ std::string withheld(const Dictionary& reading)
     if (!reading.boolAt(reading::kHasPairRecord).value_or(false))
         return "this computer is not paired with it (tidewell pair)";
     const std::string* error = reading.stringAt(reading::kSessionError);
-    if (error != nullptr && *error == "InvalidHostID")
+    if (error && *error == "InvalidHostID")
         return "it trusts this computer no more (tidewell pair)";
     return "it is locked; unlock it";
 }

@@ -24,9 +24,9 @@ public:
     static Result<PrivateDirectory> create()
     {
         const char* parent = std::getenv("TMPDIR"); // NOLINT(concurrency-mt-unsafe): one thread
-        std::string name = std::string(parent != nullptr && *parent != '\0' ? parent : "/tmp")
-            + "/tdwsimulator-XXXXXX";
-        if (::mkdtemp(name.data()) == nullptr)
+        std::string name
+            = std::string(parent && *parent != '\0' ? parent : "/tmp") + "/tdwsimulator-XXXXXX";
+        if (!::mkdtemp(name.data()))
             return Error::posix(errno, "Cannot create " + name);
         return PrivateDirectory(name);
     }
@@ -63,7 +63,7 @@ Result<std::string> executablePath(const std::string& command)
     if (command.find('/') != std::string::npos)
         return command;
     const char* variable = std::getenv("PATH"); // NOLINT(concurrency-mt-unsafe): one thread
-    std::string_view rest = variable != nullptr ? variable : "/usr/bin:/bin";
+    std::string_view rest = variable ? variable : "/usr/bin:/bin";
     while (true) {
         const std::size_t end = rest.find(':');
         const std::filesystem::path candidate

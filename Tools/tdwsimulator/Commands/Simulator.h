@@ -57,9 +57,10 @@ private:
     asio::io_context m_context;
     Simulation m_simulation;
     DevicePorts m_ports;
-    std::unique_ptr<MuxServer> m_mux; ///< one of the two
+    /// Either this multiplexer is there, or the daemon and its bus.
+    std::unique_ptr<MuxServer> m_mux;
     std::unique_ptr<MuxDaemon> m_daemon;
-    std::unique_ptr<UsbBus> m_bus; ///< of the daemon
+    std::unique_ptr<UsbBus> m_bus;
     ControlServer m_control;
 };
 

@@ -126,7 +126,7 @@ Result<Answer> setValue(JsonObject& object, Simulation& simulation)
         = TDW_TRY(object.string("domain")).value_or(std::string(kGlobalDomain));
     const std::string key = TDW_TRY(object.requiredString("key"));
     const Json* value = object.take("value");
-    if (value == nullptr)
+    if (!value)
         return simulatorError(object.pathOf("value") + ": this key is missing");
     const Value converted = TDW_TRY(valueFromJson(*value, object.pathOf("value"), {}));
     const auto watchIdentifier = TDW_TRY(object.string("watch"));
@@ -136,7 +136,7 @@ Result<Answer> setValue(JsonObject& object, Simulation& simulation)
         return Answer(ControlProtocol::success());
     }
     WatchDescription* watch = device->watch(*watchIdentifier);
-    if (watch == nullptr) {
+    if (!watch) {
         return simulatorError(
             object.pathOf("watch") + ": there is no watch \"" + *watchIdentifier + "\"");
     }

@@ -32,15 +32,15 @@ Dictionary CompanionProxyService::registryValue(const Dictionary& request) const
 {
     const std::string* identifier = request.stringAt("GetValueGizmoUDIDKey");
     const std::string* key = request.stringAt("GetValueKeyKey");
-    const WatchDescription* watch = identifier == nullptr ? nullptr : m_device.watch(*identifier);
-    if (watch == nullptr)
+    const WatchDescription* watch = identifier ? m_device.watch(*identifier) : nullptr;
+    if (!watch)
         return Dictionary { { "Error", "NoPairedWatches" } };
-    if (key == nullptr)
+    if (!key)
         return Dictionary { { "Error", "UnsupportedWatchKey" } };
     if (const std::string* error = watch->errors.stringAt(*key))
         return Dictionary { { "Error", *error } };
     const Value* value = watch->values.find(*key);
-    if (value == nullptr)
+    if (!value)
         return Dictionary { { "Error", "UnsupportedWatchKey" } };
     return Dictionary { { "RetrievedValueDictionary", Dictionary { { *key, *value } } } };
 }

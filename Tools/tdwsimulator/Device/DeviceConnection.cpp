@@ -57,7 +57,7 @@ void DeviceConnection::handleFrames()
 void DeviceConnection::handle(const Value& message)
 {
     const Dictionary* request = message.asDictionary();
-    if (request == nullptr) {
+    if (!request) {
         close();
         return;
     }

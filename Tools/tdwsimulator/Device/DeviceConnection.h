@@ -18,9 +18,11 @@ class DeviceConnection final : public ChannelHandler,
                                public std::enable_shared_from_this<DeviceConnection> {
 public:
     struct Options {
-        std::string place; ///< "lockdown" or the service's name, for faults and the log
+        /// "lockdown" or the service's name, for faults and the log.
+        std::string place;
         std::unique_ptr<Service> service;
-        std::shared_ptr<const Pairing> pairing; ///< set: begins with TLS
+        /// Set: begins with TLS.
+        std::shared_ptr<const Pairing> pairing;
     };
 
     DeviceConnection(Simulation& simulation, const Attachment& attachment,
@@ -34,8 +36,10 @@ public:
 private:
     enum class State {
         Open,
-        Waiting, ///< an answer is delayed
-        Ignoring, ///< a fault keeps this connection open and silent
+        /// An answer is delayed.
+        Waiting,
+        /// A fault keeps this connection open and silent.
+        Ignoring,
         Closed,
     };
 

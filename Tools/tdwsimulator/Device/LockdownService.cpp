@@ -9,7 +9,7 @@ namespace {
 std::string textOr(const Dictionary& request, std::string_view key, std::string_view otherwise)
 {
     const std::string* text = request.stringAt(key);
-    return text == nullptr ? std::string(otherwise) : *text;
+    return text ? *text : std::string(otherwise);
 }
 
 std::string sessionIdentifier(std::uint64_t number)
@@ -24,7 +24,7 @@ std::string sessionIdentifier(std::uint64_t number)
 std::string hostIdIn(const Dictionary& request)
 {
     const Dictionary* record = request.dictionaryAt("PairRecord");
-    return record == nullptr ? std::string() : textOr(*record, "HostID", "");
+    return record ? textOr(*record, "HostID", "") : std::string();
 }
 
 } // namespace
@@ -93,12 +93,12 @@ ServiceReply LockdownService::readValue(const Dictionary& request)
     Content content;
     if (domain != kGlobalDomain)
         content.emplace_back("Domain", domain);
-    if (key != nullptr) {
+    if (key) {
         content.emplace_back("Key", *key);
         if (!hasSession() && !values.isPublic(domain, *key))
             return refuse(request, "GetProhibited");
         const Value* value = values.value(domain, *key);
-        if (value == nullptr)
+        if (!value)
             return refuse(request, "MissingValue");
         content.emplace_back("Value", *value);
         return accept(request, content);
@@ -109,7 +109,7 @@ ServiceReply LockdownService::readValue(const Dictionary& request)
     if (!hasSession())
         content.emplace_back("Value", values.publicValues());
     else
-        content.emplace_back("Value", all != nullptr ? *all : Dictionary());
+        content.emplace_back("Value", all ? *all : Dictionary());
     return accept(request, content);
 }
 
@@ -119,13 +119,12 @@ ServiceReply LockdownService::writeValue(const Dictionary& request)
     const std::string* key = request.stringAt("Key");
     const Value* value = request.find("Value");
     // A host that is not trusted may leave its name, so that the dialog can show it.
-    const bool isHostName
-        = domain == kGlobalDomain && key != nullptr && *key == "UntrustedHostBUID";
+    const bool isHostName = domain == kGlobalDomain && key && *key == "UntrustedHostBUID";
     if (!hasSession() && !isHostName)
         return refuse(request, "SessionInactive");
-    if (key == nullptr)
+    if (!key)
         return refuse(request, "MissingKey");
-    if (value == nullptr)
+    if (!value)
         return refuse(request, "MissingValue");
     if (!isHostName && !LockdownValues::isWritable(domain, *key))
         return refuse(request, domain == kWirelessDomain ? "ImmutableValue" : "SetProhibited");
@@ -142,7 +141,7 @@ ServiceReply LockdownService::removeValue(const Dictionary& request)
     const std::string* key = request.stringAt("Key");
     if (!hasSession())
         return refuse(request, "SessionInactive");
-    if (key == nullptr)
+    if (!key)
         return refuse(request, "MissingKey");
     if (!LockdownValues::isWritable(domain, *key))
         return refuse(request, "RemoveProhibited");
@@ -154,7 +153,7 @@ ServiceReply LockdownService::removeValue(const Dictionary& request)
 ServiceReply LockdownService::pair(const Dictionary& request)
 {
     const Dictionary* record = request.dictionaryAt("PairRecord");
-    if (record == nullptr)
+    if (!record)
         return refuse(request, "MissingPairRecord");
     if (const auto refusal = device().trust().refusalToPair(m_context.attachment.type))
         return refuse(request, *refusal);
@@ -190,7 +189,7 @@ ServiceReply LockdownService::unpair(const Dictionary& request)
 ServiceReply LockdownService::startSession(const Dictionary& request)
 {
     const std::string* hostId = request.stringAt("HostID");
-    if (hostId == nullptr)
+    if (!hostId)
         return refuse(request, "MissingHostID");
     if (hasSession())
         return refuse(request, "SessionActive");
@@ -216,7 +215,7 @@ ServiceReply LockdownService::stopSession(const Dictionary& request)
     if (!hasSession())
         return refuse(request, "SessionInactive");
     const std::string* identifier = request.stringAt("SessionID");
-    if (identifier == nullptr)
+    if (!identifier)
         return refuse(request, "MissingSessionID");
     if (*identifier != m_sessionId)
         return refuse(request, "InvalidSessionID");
@@ -230,15 +229,15 @@ ServiceReply LockdownService::stopSession(const Dictionary& request)
 ServiceReply LockdownService::startService(const Dictionary& request)
 {
     const std::string* name = request.stringAt("Service");
-    if (name != nullptr && *name == "com.apple.mobile.insecure_notification_proxy")
+    if (name && *name == "com.apple.mobile.insecure_notification_proxy")
         return launch(request, *name, nullptr);
     if (!hasSession())
         return refuse(request, "SessionInactive");
-    if (name == nullptr)
+    if (!name)
         return refuse(request, "MissingService");
     // The bag that came with the pairing unlocks what a passcode has not unlocked yet.
     const Data* bag = request.dataAt("EscrowBag");
-    const bool isUnlocked = bag != nullptr && *bag == m_session->escrowBag;
+    const bool isUnlocked = bag && *bag == m_session->escrowBag;
     if (const auto refusal = device().trust().refusalToStartService(); refusal && !isUnlocked)
         return refuse(request, *refusal);
     if (!isKnownService(*name))

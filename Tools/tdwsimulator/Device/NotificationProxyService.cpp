@@ -24,11 +24,11 @@ ServiceReply NotificationProxyService::handle(const Dictionary& request)
 {
     const std::string name = requestName(request);
     const std::string* notification = request.stringAt("Name");
-    if (name == "ObserveNotification" && notification != nullptr) {
+    if (name == "ObserveNotification" && notification) {
         m_observed.insert(*notification);
         return {};
     }
-    if (name == "PostNotification" && notification != nullptr) {
+    if (name == "PostNotification" && notification) {
         // What a host posts comes back to those who observe it, itself included.
         if (!m_observed.contains(*notification))
             return {};

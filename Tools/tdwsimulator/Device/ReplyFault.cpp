@@ -7,7 +7,7 @@ namespace {
 /// A value that is surely not of the same type.
 Value otherType(const Value& value)
 {
-    if (value.asString() != nullptr)
+    if (value.asString())
         return Value(42);
     return Value("not what you expect");
 }
@@ -32,13 +32,13 @@ Value withFault(const Fault& fault, const Value& reply)
 {
     if (fault.kind == FaultKind::NotADictionary)
         return fault.value.value_or(Value("not a dictionary"));
-    if (reply.asDictionary() == nullptr)
+    if (!reply.asDictionary())
         return reply;
     Dictionary changed = *reply.asDictionary();
     const std::string key = affectedKey(fault, changed);
     if (fault.kind == FaultKind::WrongType) {
         const Value* value = changed.find(key);
-        changed.set(key, fault.value.value_or(value == nullptr ? Value(42) : otherType(*value)));
+        changed.set(key, fault.value.value_or(value ? otherType(*value) : Value(42)));
     } else if (fault.kind == FaultKind::MissingKey) {
         changed.remove(key);
     }

@@ -60,7 +60,7 @@ bool isKnownService(std::string_view name)
 std::unique_ptr<Service> makeService(std::string_view name, const ServiceContext& context)
 {
     const Entry* entry = entryOf(name);
-    assert(entry != nullptr);
+    assert(entry);
     return entry->make(context);
 }
 

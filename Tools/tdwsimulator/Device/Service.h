@@ -20,10 +20,14 @@ namespace tdw::simulator {
 struct ServiceReply {
     enum class Next {
         Continue,
-        StartTls, ///< after the messages, with `pairing`
-        StopTls, ///< after the messages
-        Close, ///< after the messages
-        Reattach, ///< after the messages the device leaves and comes back
+        /// After the messages, with `pairing`.
+        StartTls,
+        /// After the messages.
+        StopTls,
+        /// After the messages.
+        Close,
+        /// After the messages the device leaves and comes back.
+        Reattach,
     };
 
     std::vector<Value> messages {};
@@ -57,7 +61,8 @@ public:
 /// A service that is to listen on a port of its own.
 struct ServiceLaunch {
     std::string name;
-    std::shared_ptr<const Pairing> pairing; ///< set: the connection begins with TLS
+    /// Set: the connection begins with TLS.
+    std::shared_ptr<const Pairing> pairing;
 };
 
 /// What a service may reach beyond its own connection.

@@ -20,9 +20,9 @@ constexpr int kFirstVersionWithPreviews = 16;
 
 std::optional<WallpaperPlace> placeNamed(const std::string* name)
 {
-    if (name != nullptr && *name == "homescreen")
+    if (name && *name == "homescreen")
         return WallpaperPlace::HomeScreen;
-    if (name != nullptr && *name == "lockscreen")
+    if (name && *name == "lockscreen")
         return WallpaperPlace::LockScreen;
     return std::nullopt;
 }
@@ -30,9 +30,9 @@ std::optional<WallpaperPlace> placeNamed(const std::string* name)
 double widthIn(const Dictionary& request)
 {
     const Value* width = request.find("widthPixels");
-    if (width != nullptr && width->asReal())
+    if (width && width->asReal())
         return *width->asReal();
-    const auto whole = width != nullptr ? width->asInt64() : std::nullopt;
+    const auto whole = width ? width->asInt64() : std::nullopt;
     return static_cast<double>(whole.value_or(0));
 }
 

@@ -53,7 +53,7 @@ TlsSession::State TlsSession::receive(std::span<const std::byte> bytes, Data& co
 TlsSession::State TlsSession::fail()
 {
     const char* reason = ERR_reason_error_string(ERR_peek_last_error());
-    m_failure = reason != nullptr ? reason : "the peer broke the protocol";
+    m_failure = reason ? reason : "the peer broke the protocol";
     ERR_clear_error();
     return State::Failed;
 }

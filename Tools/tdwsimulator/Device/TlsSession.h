@@ -20,7 +20,8 @@ public:
     enum class State {
         Handshaking,
         Open,
-        Ended, ///< the peer has said goodbye; what follows is no TLS
+        /// The peer has closed TLS; what follows is plain.
+        Ended,
         Failed,
     };
 

@@ -21,7 +21,8 @@ struct Delivery {
     enum class After {
         Continue,
         Close,
-        Ignore, ///< keep the connection open and answer nothing any more
+        /// Keep the connection open and answer nothing any more.
+        Ignore,
     };
 
     Data bytes {};

@@ -34,7 +34,7 @@ extern "C" {
 
 int LIBUSB_CALL libusb_init(libusb_context** context)
 {
-    if (context != nullptr)
+    if (context)
         *context = nullptr;
     return bus().open();
 }
@@ -117,7 +117,7 @@ int LIBUSB_CALL libusb_get_active_config_descriptor(
     *configuration = index < device->configurations.size()
         ? tdw::simulator::parseConfiguration(device->configurations[index])
         : nullptr;
-    return *configuration != nullptr ? 0 : LIBUSB_ERROR_NOT_FOUND;
+    return *configuration ? 0 : LIBUSB_ERROR_NOT_FOUND;
 }
 
 void LIBUSB_CALL libusb_free_config_descriptor(libusb_config_descriptor* configuration)
@@ -131,8 +131,7 @@ int LIBUSB_CALL libusb_get_max_packet_size(libusb_device* device, unsigned char 
     if (const int error = libusb_get_active_config_descriptor(device, &configuration); error != 0)
         return error;
     const libusb_endpoint_descriptor* found = endpointOf(*configuration, endpoint);
-    const int size
-        = found != nullptr ? found->wMaxPacketSize : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
+    const int size = found ? found->wMaxPacketSize : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
     libusb_free_config_descriptor(configuration);
     return size;
 }
@@ -192,7 +191,7 @@ libusb_transfer* LIBUSB_CALL libusb_alloc_transfer(int packets)
 
 void LIBUSB_CALL libusb_free_transfer(libusb_transfer* transfer)
 {
-    if (transfer == nullptr)
+    if (!transfer)
         return;
     if ((transfer->flags & LIBUSB_TRANSFER_FREE_BUFFER) != 0)
         std::free(transfer->buffer); // NOLINT: the caller's, from malloc
@@ -233,7 +232,7 @@ const libusb_pollfd** LIBUSB_CALL libusb_get_pollfds(libusb_context*)
 int LIBUSB_CALL libusb_hotplug_register_callback(libusb_context*, int, int flags, int, int, int,
     libusb_hotplug_callback_fn callback, void* context, libusb_hotplug_callback_handle* handle)
 {
-    if (handle != nullptr)
+    if (handle)
         *handle = 1;
     bus().observe(callback, context, (flags & LIBUSB_HOTPLUG_ENUMERATE) != 0);
     return LIBUSB_SUCCESS;

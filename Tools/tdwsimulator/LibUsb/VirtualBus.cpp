@@ -21,7 +21,7 @@ int connectToSimulator()
     const char* path = std::getenv(kUsbSocketVariable); // NOLINT(concurrency-mt-unsafe): one thread
     sockaddr_un address {};
     address.sun_family = AF_UNIX;
-    if (path == nullptr || std::strlen(path) >= sizeof address.sun_path)
+    if (!path || std::strlen(path) >= sizeof address.sun_path)
         return -1;
     std::strcpy(
         address.sun_path, path); // NOLINT(clang-analyzer-security.insecureAPI.strcpy): measured
@@ -186,9 +186,9 @@ void VirtualBus::handle(const UsbHeader& header, std::span<const std::uint8_t> p
         arrive(header, payload);
     else if (header.kind == UsbMessage::ControlReply)
         finishControl(header, payload);
-    else if (device != nullptr && header.kind == UsbMessage::Left)
+    else if (device && header.kind == UsbMessage::Left)
         m_news.emplace_back(device, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
-    else if (device != nullptr && header.kind == UsbMessage::Input) {
+    else if (device && header.kind == UsbMessage::Input) {
         device->input.push_back({ { payload.begin(), payload.end() }, 0 });
         feed(*device);
     }
@@ -322,7 +322,7 @@ libusb_device* VirtualBus::find(std::uint16_t location) const
 
 void VirtualBus::tell(libusb_device& device, libusb_hotplug_event event)
 {
-    if (m_callback != nullptr)
+    if (m_callback)
         m_callback(nullptr, &device, event, m_context);
 }
 

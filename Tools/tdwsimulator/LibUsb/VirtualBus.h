@@ -15,20 +15,23 @@
 
 /// One device on the virtual bus, under the name that libusb's callers know.
 struct libusb_device {
-    std::uint16_t location = 0; ///< bus << 8 | address
+    /// `bus << 8 | address`
+    std::uint16_t location = 0;
     int speed = 0;
     int openError = 0;
     bool isPresent = true;
     libusb_device_descriptor descriptor {};
     std::vector<std::vector<std::uint8_t>> configurations;
-    int configuration = 1; ///< as the kernel leaves it
+    /// As the kernel leaves it.
+    int configuration = 1;
 
     struct Received {
         std::vector<std::uint8_t> bytes;
         std::size_t taken = 0;
     };
     std::deque<Received> input;
-    std::deque<libusb_transfer*> readers; ///< bulk transfers that wait for input
+    /// Bulk transfers that wait for input.
+    std::deque<libusb_transfer*> readers;
 };
 
 struct libusb_device_handle {
@@ -47,7 +50,7 @@ public:
     static VirtualBus& instance();
 
     /// Connects to the simulator and learns what is on the bus already.
-    /// @returns 0 or a libusb error
+    /// @return 0 or a libusb error
     int open();
 
     std::vector<libusb_device*> presentDevices() const;

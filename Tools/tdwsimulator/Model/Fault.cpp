@@ -67,8 +67,8 @@ bool messageHas(
 {
     if (!expected)
         return true;
-    const std::string* value = message != nullptr ? message->stringAt(key) : nullptr;
-    return value == nullptr ? expected->empty() : *value == *expected;
+    const std::string* value = message ? message->stringAt(key) : nullptr;
+    return !value ? expected->empty() : *value == *expected;
 }
 
 /// Where a request says which value it is about.

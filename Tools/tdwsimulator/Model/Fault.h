@@ -16,22 +16,38 @@ namespace tdw::simulator {
 
 /// What goes wrong, instead of or on top of the honest answer.
 enum class FaultKind {
-    Delay, ///< the answer comes late
-    Hang, ///< no answer, and the connection stays open
-    Drop, ///< the connection closes without an answer
-    Truncate, ///< the answer's first bytes, then the end of the connection
-    Garbage, ///< a frame of the right length whose content is no property list
-    Oversize, ///< a length prefix that promises more than anybody should believe
-    WrongType, ///< one value of the answer is of another type
-    MissingKey, ///< one key of the answer is missing
-    NotADictionary, ///< the whole answer is a string
-    Error, ///< the device refuses, with an error of one's choice
-    CloseAfterReply, ///< the honest answer, then the end of the connection
-    Detach, ///< the device is unplugged while the request is under way
-    WrongCertificate, ///< the device presents a certificate of another pairing (TLS only)
-    Absent, ///< the multiplexer is not there at all
-    NoSerialNumber, ///< the first device record of a list or event lacks its SerialNumber
-    ResultOnly, ///< ListDevices is answered with a Result and no list
+    /// The answer comes late.
+    Delay,
+    /// No answer, and the connection stays open.
+    Hang,
+    /// The connection closes without an answer.
+    Drop,
+    /// The answer's first bytes, then the end of the connection.
+    Truncate,
+    /// A frame of the right length whose content is no property list.
+    Garbage,
+    /// A length prefix beyond every limit.
+    Oversize,
+    /// One value of the answer is of another type.
+    WrongType,
+    /// One key of the answer is missing.
+    MissingKey,
+    /// The whole answer is a string.
+    NotADictionary,
+    /// The device refuses, with the fault's error.
+    Error,
+    /// The true answer, then the end of the connection.
+    CloseAfterReply,
+    /// The device is unplugged while the request is under way.
+    Detach,
+    /// The device presents a certificate of another pairing (TLS only).
+    WrongCertificate,
+    /// The multiplexer is not there at all.
+    Absent,
+    /// The first device record of a list or event lacks its SerialNumber.
+    NoSerialNumber,
+    /// ListDevices is answered with a Result and no list.
+    ResultOnly,
 };
 
 /// The places where faults happen: the multiplexer, a device's lockdown service, its TLS
@@ -39,13 +55,16 @@ enum class FaultKind {
 inline constexpr std::string_view kMuxPlace = "mux";
 inline constexpr std::string_view kLockdownPlace = "lockdown";
 inline constexpr std::string_view kTlsPlace = "tls";
-inline constexpr std::string_view kUsbPlace = "usb"; ///< the device on the virtual bus
-inline constexpr std::string_view kDaemonPlace = "daemon"; ///< what the real daemon announces
+/// The device on the virtual bus.
+inline constexpr std::string_view kUsbPlace = "usb";
+/// What the real daemon announces.
+inline constexpr std::string_view kDaemonPlace = "daemon";
 
 /// One thing that happens at one place: what faults are matched with, and what the log keeps.
 struct Occurrence {
     std::string_view at;
-    std::string_view device; ///< UDID, or empty where no device is concerned
+    /// UDID, or empty where no device is concerned.
+    std::string_view device;
     std::string_view request;
     const Dictionary* message = nullptr;
 };
@@ -57,18 +76,26 @@ struct Fault {
     std::string at;
     std::optional<std::string> device;
     std::optional<std::string> request;
-    std::optional<std::string> domain; ///< an empty one is the global domain
+    /// An empty one is the global domain.
+    std::optional<std::string> domain;
     std::optional<std::string> key;
-    std::optional<std::string> service; ///< of StartService
+    /// Of StartService.
+    std::optional<std::string> service;
 
-    std::uint64_t first = 1; ///< the first matching occurrence that is struck
-    std::optional<std::uint64_t> count; ///< how many are struck; none: all from there on
+    /// The first matching occurrence that is struck.
+    std::uint64_t first = 1;
+    /// How many are struck; none: all from there on.
+    std::optional<std::uint64_t> count;
 
     std::chrono::milliseconds delay { 0 };
-    std::optional<std::size_t> bytes; ///< Truncate: how many bytes go out; none: half
-    std::optional<std::string> replyKey; ///< WrongType, MissingKey: which; none: the answer itself
-    std::optional<Value> value; ///< WrongType: what stands there instead
-    std::string error; ///< Error: its name
+    /// Truncate: how many bytes go out; none: half.
+    std::optional<std::size_t> bytes;
+    /// WrongType, MissingKey: which; none: the answer itself.
+    std::optional<std::string> replyKey;
+    /// WrongType: what stands there instead.
+    std::optional<Value> value;
+    /// Error: its name.
+    std::string error;
 };
 
 /// Reads a fault from JSON; errors name `path` and the value.
@@ -79,7 +106,7 @@ Result<Fault> faultFromJson(
 /// The faults that are in force, in the order of their injection.
 class FaultTable {
 public:
-    /// @returns the number by which the fault is cleared
+    /// @return the number by which the fault is cleared
     std::uint64_t add(Fault fault);
 
     /// Says whether there was such a fault.

@@ -83,7 +83,7 @@ std::optional<Date> dateFromText(const std::string& text)
 {
     std::tm parts {};
     const char* end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    if (end == nullptr || *end != '\0')
+    if (!end || *end != '\0')
         return std::nullopt;
     return Date(std::chrono::seconds(timegm(&parts)));
 }
@@ -94,7 +94,7 @@ std::string dateText(Date date)
         = std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
     std::tm parts {};
     char text[64];
-    if (gmtime_r(&seconds, &parts) == nullptr
+    if (!gmtime_r(&seconds, &parts)
         || std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
         return "out of range";
     return text;
@@ -133,7 +133,7 @@ Result<Value> valueFromObject(
         const Value loaded = TDW_TRY(valueFromPropertyListFile(*file, path + ".$plist", directory));
         if (json.size() == 1)
             return loaded;
-        if (loaded.asDictionary() == nullptr)
+        if (!loaded.asDictionary())
             return simulatorError(
                 path + ".$plist: " + jsonText(*file) + " holds no dictionary to add keys to");
         dictionary = *loaded.asDictionary();
@@ -230,7 +230,7 @@ Result<Dictionary> dictionaryFromJson(
     const Json& json, const std::string& path, const std::filesystem::path& directory)
 {
     const Value value = TDW_TRY(valueFromJson(json, path, directory));
-    if (value.asDictionary() == nullptr)
+    if (!value.asDictionary())
         return simulatorError(path + ": " + jsonText(json) + " is not a dictionary");
     return *value.asDictionary();
 }

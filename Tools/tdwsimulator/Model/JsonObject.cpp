@@ -36,7 +36,7 @@ Error JsonObject::wrong(std::string_view key, const Json& value, std::string_vie
 Result<std::optional<std::string>> JsonObject::string(std::string_view key)
 {
     const Json* value = take(key);
-    if (value == nullptr)
+    if (!value)
         return std::optional<std::string>();
     if (!value->is_string())
         return wrong(key, *value, "a string");
@@ -54,7 +54,7 @@ Result<std::string> JsonObject::requiredString(std::string_view key)
 Result<std::optional<bool>> JsonObject::boolean(std::string_view key)
 {
     const Json* value = take(key);
-    if (value == nullptr)
+    if (!value)
         return std::optional<bool>();
     if (!value->is_boolean())
         return wrong(key, *value, "true or false");
@@ -64,10 +64,10 @@ Result<std::optional<bool>> JsonObject::boolean(std::string_view key)
 Result<std::optional<std::uint64_t>> JsonObject::number(std::string_view key, std::uint64_t minimum)
 {
     const Json* value = take(key);
-    if (value == nullptr)
+    if (!value)
         return std::optional<std::uint64_t>();
     const auto* number = value->get_ptr<const Json::number_unsigned_t*>();
-    if (number == nullptr || *number < minimum)
+    if (!number || *number < minimum)
         return wrong(key, *value, "a whole number from " + std::to_string(minimum) + " up");
     return std::optional<std::uint64_t>(*number);
 }
@@ -76,7 +76,7 @@ Result<std::optional<std::size_t>> JsonObject::word(
     std::string_view key, std::span<const std::string_view> words)
 {
     const Json* value = take(key);
-    if (value == nullptr)
+    if (!value)
         return std::optional<std::size_t>();
     if (value->is_string()) {
         const auto found
@@ -91,7 +91,7 @@ Result<std::vector<const Json*>> JsonObject::array(std::string_view key)
 {
     std::vector<const Json*> items;
     const Json* value = take(key);
-    if (value == nullptr)
+    if (!value)
         return items;
     if (!value->is_array())
         return wrong(key, *value, "an array");

@@ -45,7 +45,7 @@ const Dictionary* LockdownValues::domain(std::string_view domain) const
 const Value* LockdownValues::value(std::string_view domain, std::string_view key) const
 {
     const Dictionary* values = this->domain(domain);
-    return values == nullptr ? nullptr : values->find(key);
+    return values ? values->find(key) : nullptr;
 }
 
 void LockdownValues::set(std::string_view domain, std::string_view key, Value value)

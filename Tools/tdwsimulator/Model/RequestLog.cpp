@@ -14,7 +14,7 @@ void RequestLog::add(const Occurrence& occurrence)
 {
     m_entries.push_back(LogEntry { ++m_lastNumber, std::string(occurrence.at),
         std::string(occurrence.device), std::string(occurrence.request),
-        occurrence.message != nullptr ? *occurrence.message : Dictionary() });
+        occurrence.message ? *occurrence.message : Dictionary() });
     if (m_entries.size() > kCapacity)
         m_entries.pop_front();
     if (m_pending.empty())

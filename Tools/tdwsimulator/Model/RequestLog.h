@@ -13,7 +13,8 @@ namespace tdw::simulator {
 
 /// One thing that happened, as it came over the wire.
 struct LogEntry {
-    std::uint64_t number = 0; ///< counts from 1
+    /// Counts from 1.
+    std::uint64_t number = 0;
     std::string at;
     std::string device;
     std::string request;
@@ -25,7 +26,8 @@ struct LogFilter {
     std::optional<std::string> at;
     std::optional<std::string> device;
     std::optional<std::string> request;
-    std::uint64_t after = 0; ///< only entries with a higher number
+    /// Only entries with a higher number.
+    std::uint64_t after = 0;
 
     bool matches(const LogEntry& entry) const;
 };
@@ -48,7 +50,7 @@ public:
 
     /// Calls `waiter` once, with the entry that completes `count` matching ones: at once where
     /// they have come already, else when they do.
-    /// @returns the number by which waiting is given up, or 0 when the waiter was called at once
+    /// @return the number by which waiting is given up, or 0 when the waiter was called at once
     std::uint64_t wait(const LogFilter& filter, std::uint64_t count, Waiter waiter);
 
     /// After this the waiter is not called any more.

@@ -125,14 +125,14 @@ private:
 
     Result<std::vector<ConnectionType>> readConnections(JsonObject& object)
     {
-        if (object.take("connections") == nullptr)
+        if (!object.take("connections"))
             return std::vector { ConnectionType::Usb };
         std::vector<ConnectionType> connections;
         for (const Json* item : TDW_TRY(object.array("connections"))) {
             const auto* name = item->get_ptr<const std::string*>();
-            const auto* found = name == nullptr ? std::end(kConnectionTypeNames)
-                                                : std::find(std::begin(kConnectionTypeNames),
-                                                    std::end(kConnectionTypeNames), *name);
+            const auto* found = name
+                ? std::find(std::begin(kConnectionTypeNames), std::end(kConnectionTypeNames), *name)
+                : std::end(kConnectionTypeNames);
             const auto position = found - std::begin(kConnectionTypeNames);
             const auto type = static_cast<ConnectionType>(position);
             const bool isTwice
@@ -152,9 +152,9 @@ private:
         auto read = [&](std::string_view key, std::string_view domain,
                         Dictionary defaults) -> Result<void> {
             const Json* json = object.take(key);
-            if (json != nullptr && domain == kGlobalDomain)
+            if (json && domain == kGlobalDomain)
                 defaults = TDW_TRY(withDefaults(*json, object.pathOf(key), std::move(defaults)));
-            else if (json != nullptr)
+            else if (json)
                 defaults = TDW_TRY(dictionaryFromJson(*json, object.pathOf(key), m_directory));
             domains[std::string(domain)] = std::move(defaults);
             return {};
@@ -209,12 +209,12 @@ private:
 
     static Result<std::optional<std::vector<std::string>>> readPublicKeys(JsonObject& object)
     {
-        if (object.take("publicKeys") == nullptr)
+        if (!object.take("publicKeys"))
             return std::optional<std::vector<std::string>>();
         std::vector<std::string> keys;
         for (const Json* item : TDW_TRY(object.array("publicKeys"))) {
             const auto* key = item->get_ptr<const std::string*>();
-            if (key == nullptr)
+            if (!key)
                 return simulatorError(
                     object.pathOf("publicKeys") + ": " + jsonText(*item) + " is not a string");
             keys.push_back(*key);
@@ -225,7 +225,7 @@ private:
     static Result<std::optional<PictureSize>> readWallpaperSize(JsonObject& object)
     {
         const Json* json = object.take("wallpaperSize");
-        if (json == nullptr)
+        if (!json)
             return std::optional<PictureSize>();
         JsonObject size = TDW_TRY(JsonObject::open(*json, object.pathOf("wallpaperSize")));
         PictureSize result;

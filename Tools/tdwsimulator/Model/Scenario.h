@@ -25,8 +25,10 @@ inline constexpr std::string_view kAddressLayoutNames[] = { "bsd", "linux" };
 
 /// Whose multiplexer daemon the simulator's own one behaves as.
 enum class MultiplexerRelease {
-    Debian12, ///< tells listeners of a saved record
-    Debian13, ///< answers 2 to a saved record, 0 to one not saved, and tells no listener
+    /// Tells listeners of a saved record.
+    Debian12,
+    /// Answers 2 to a saved record, 0 to one not saved, and tells no listener.
+    Debian13,
 };
 inline constexpr std::string_view kMultiplexerNames[] = { "debian12", "debian13" };
 
@@ -35,19 +37,32 @@ AddressLayout defaultAddressLayout();
 
 /// How a device answers a host that wants to be trusted, or that was trusted once.
 enum class Trust {
-    Trusts, ///< any host, at once
-    Asks, ///< shows its dialog; the control socket (or `acceptAfter`) answers it
-    Denies, ///< its user has said no
-    Locked, ///< a passcode keeps everything shut
-    EscrowLocked, ///< not unlocked since it started: no session and no service
-    FindMyLocked, ///< refuses to pair because of its lost mode
-    Managed, ///< a management profile forbids pairing
-    ManagedChallenge, ///< a management profile wants a challenge answered first
-    ForgotHost, ///< was reset: does not know this host any more, and trusts it when asked anew
-    UsbOnly, ///< does not pair over the network
-    AfterFirstUnlock, ///< locked, but unlocked once since its start: all but new hosts are served
-    BeforeFirstUnlock, ///< sessions, but no services until somebody unlocks it once
-    ForgotHostInTls, ///< the same as `ForgotHost`, but shows it by ending TLS
+    /// Trusts any host at once.
+    Trusts,
+    /// Shows its dialog; the control socket (or `acceptAfter`) answers it.
+    Asks,
+    /// Its user has refused.
+    Denies,
+    /// Locked by a passcode: nothing is served.
+    Locked,
+    /// Not unlocked since it started: no session and no service.
+    EscrowLocked,
+    /// Refuses to pair because of its lost mode.
+    FindMyLocked,
+    /// A management profile forbids pairing.
+    Managed,
+    /// A management profile wants a challenge answered first.
+    ManagedChallenge,
+    /// Was reset: does not know this host any more, and trusts it when asked again.
+    ForgotHost,
+    /// Does not pair over the network.
+    UsbOnly,
+    /// Locked, but unlocked once since its start: all but new hosts are served.
+    AfterFirstUnlock,
+    /// Sessions, but no services until it is unlocked once.
+    BeforeFirstUnlock,
+    /// The same as `ForgotHost`, but shows it by ending TLS.
+    ForgotHostInTls,
 };
 inline constexpr std::string_view kTrustNames[] = { "trusts", "asks", "denies", "locked",
     "escrow-locked", "find-my", "managed", "managed-challenge", "forgot-host", "usb-only",
@@ -57,7 +72,8 @@ inline constexpr std::string_view kTrustNames[] = { "trusts", "asks", "denies", 
 struct WatchDescription {
     std::string udid;
     Dictionary values;
-    Dictionary errors; ///< keys that are answered with an error, and its name
+    /// Keys that are answered with an error, and its name.
+    Dictionary errors;
 };
 
 inline constexpr std::string_view kGlobalDomain {};
@@ -77,20 +93,29 @@ struct PictureSize {
 struct DeviceDescription {
     std::string udid;
     std::vector<ConnectionType> connections { ConnectionType::Usb };
-    std::map<std::string, Dictionary, std::less<>> domains; ///< the values that lockdown knows
-    std::optional<std::vector<std::string>> publicKeys; ///< told every host; none: the usual ones
+    /// The values that lockdown knows.
+    std::map<std::string, Dictionary, std::less<>> domains;
+    /// Told every host; none: the usual ones.
+    std::optional<std::vector<std::string>> publicKeys;
     bool isPaired = true;
     Trust trust = Trust::Trusts;
-    std::optional<std::uint64_t> acceptAfter; ///< Asks: the request that finds the dialog accepted
-    bool reconnectsAfterTrust = false; ///< leaves when its user trusts a host, and comes back
+    /// Asks: the request that finds the dialog accepted.
+    std::optional<std::uint64_t> acceptAfter;
+    /// Leaves when its user trusts a host, and comes back.
+    bool reconnectsAfterTrust = false;
     bool usesTls = true;
-    bool repliesWithResult = false; ///< as systems before 5 did
+    /// Replies as systems before iOS 5 do.
+    bool repliesWithResult = false;
     UsbSpeed usbSpeed = UsbSpeed::High;
-    std::optional<std::string> networkAddress; ///< 127.x.y.z; none: one that is free
+    /// An address 127.x.y.z; none: one that is free.
+    std::optional<std::string> networkAddress;
     std::vector<WatchDescription> watches;
-    std::uint64_t orientation = 1; ///< how it is held: 1 is upright
-    std::optional<Data> wallpaper; ///< a PNG image for all places; none: one is drawn
-    std::optional<PictureSize> wallpaperSize; ///< of the drawn one; none: that of its class
+    /// How it is held: 1 is upright.
+    std::uint64_t orientation = 1;
+    /// A PNG image for all places; none: one is drawn.
+    std::optional<Data> wallpaper;
+    /// Of the drawn one; none: that of its class.
+    std::optional<PictureSize> wallpaperSize;
 };
 
 /// Everything that a simulation begins with.

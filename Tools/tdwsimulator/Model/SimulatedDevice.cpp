@@ -53,7 +53,7 @@ Data SimulatedDevice::wallpaper(WallpaperPlace place, double widthPixels) const
 std::string SimulatedDevice::text(std::string_view key) const
 {
     const Value* value = m_values.value(kGlobalDomain, key);
-    return value != nullptr && value->asString() != nullptr ? *value->asString() : std::string();
+    return value && value->asString() ? *value->asString() : std::string();
 }
 
 std::uint64_t SimulatedDevice::productId() const

@@ -20,12 +20,15 @@ namespace tdw::simulator {
 
 /// A device on one of its connections. Every attaching makes a new one.
 struct Attachment {
-    std::uint32_t identifier = 0; ///< the multiplexer's, which begins at 1 with each of its starts
+    /// The multiplexer's number, from 1 on with each of its starts.
+    std::uint32_t identifier = 0;
     SimulatedDevice* device = nullptr;
     ConnectionType type = ConnectionType::Usb;
-    std::uint32_t number = 0; ///< counts attachings, and is never used again
+    /// Counts attachings from 1, and is never used again.
+    std::uint32_t number = 0;
 
-    std::uint32_t usbNumber = 0; ///< counts from 0 what is plugged in to USB
+    /// Counts from 0 what is plugged in to USB.
+    std::uint32_t usbNumber = 0;
 
     /// Where the kernel puts it: devices get ascending addresses from 2 on, on the next bus when
     /// one is full.

@@ -13,9 +13,12 @@ enum class WallpaperPlace { HomeScreen, LockScreen };
 
 /// What a wallpaper is drawn for.
 struct WallpaperSubject {
-    std::string udid; ///< chooses the colours
-    std::string deviceClass; ///< decides about its shape
-    std::optional<PictureSize> size {}; ///< its size where no width is asked for, and its shape
+    /// Chooses the colours.
+    std::string udid;
+    /// Decides about its shape.
+    std::string deviceClass;
+    /// Its size where no width is asked for, and its shape.
+    std::optional<PictureSize> size {};
 };
 
 /// Draws a wallpaper as a PNG image: a sky of the device's own colours.

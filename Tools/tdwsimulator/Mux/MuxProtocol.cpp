@@ -65,11 +65,11 @@ MuxProtocol::Request MuxProtocol::read(const MuxFrame& frame)
     if (frame.message != kMuxPropertyListMessage)
         return Request { "Binary", Dictionary { { "Message", frame.message } }, true };
     auto value = decodePropertyList(frame.payload);
-    if (!value || value->asDictionary() == nullptr)
+    if (!value || !value->asDictionary())
         return Request { "Unreadable", Dictionary(), false };
     const Dictionary& message = *value->asDictionary();
     const std::string* type = message.stringAt("MessageType");
-    if (type == nullptr)
+    if (!type)
         return Request { "Unreadable", message, false };
     return Request { *type, message, true };
 }
@@ -200,10 +200,10 @@ Dictionary MuxProtocol::listenerList() const
     for (const auto& [number, description] : m_simulation.listeners) {
         const std::string* bundle = description.stringAt("BundleID");
         const std::string* program = description.stringAt("ProgName");
-        const std::string bundleName = bundle != nullptr ? *bundle : std::string();
+        const std::string bundleName = bundle ? *bundle : std::string();
         list.emplace_back(Dictionary { { "Blacklisted", false }, { "BundleID", bundleName },
             { "ConnType", 0 }, { "ID String", std::to_string(number) + "-" + bundleName },
-            { "ProgName", program != nullptr ? *program : std::string() },
+            { "ProgName", program ? *program : std::string() },
             { "kLibUSBMuxVersion", description.intAt("kLibUSBMuxVersion").value_or(0) } });
     }
     return Dictionary { { "ListenerList", std::move(list) } };
@@ -212,7 +212,7 @@ Dictionary MuxProtocol::listenerList() const
 Data MuxProtocol::readPairRecord(const Dictionary& request, std::uint32_t tag)
 {
     const std::string* identifier = request.stringAt("PairRecordID");
-    if (identifier == nullptr || !isRecordName(*identifier))
+    if (!identifier || !isRecordName(*identifier))
         return result(MuxResult::InvalidArgument, tag);
     const auto record = m_simulation.pairRecords().find(*identifier);
     if (!record)
@@ -224,10 +224,10 @@ Data MuxProtocol::savePairRecord(const Dictionary& request, std::uint32_t tag)
 {
     const std::string* identifier = request.stringAt("PairRecordID");
     const Data* bytes = request.dataAt("PairRecordData");
-    if (identifier == nullptr || !isRecordName(*identifier) || bytes == nullptr)
+    if (!identifier || !isRecordName(*identifier) || !bytes)
         return result(MuxResult::InvalidArgument, tag);
     const auto record = decodePropertyList(*bytes);
-    if (!record || record->asDictionary() == nullptr)
+    if (!record || !record->asDictionary())
         return result(MuxResult::InvalidArgument, tag);
     const bool isSaved = m_simulation.pairRecords().save(*identifier, *record->asDictionary());
     // Debian 13's daemon takes its own success for a failure, and its failure for a success.
@@ -245,7 +245,7 @@ Data MuxProtocol::savePairRecord(const Dictionary& request, std::uint32_t tag)
 Data MuxProtocol::deletePairRecord(const Dictionary& request, std::uint32_t tag)
 {
     const std::string* identifier = request.stringAt("PairRecordID");
-    if (identifier == nullptr || !isRecordName(*identifier))
+    if (!identifier || !isRecordName(*identifier))
         return result(MuxResult::InvalidArgument, tag);
     if (!m_simulation.pairRecords().remove(*identifier))
         return result(MuxResult::NoSuchRecord, tag);

@@ -14,13 +14,17 @@ namespace tdw::simulator {
 /// What a client's request comes to.
 struct MuxReply {
     enum class Next {
-        Continue, ///< wait for the next request
-        Listen, ///< from now on the client hears of devices
-        Connect, ///< from now on the client talks to `port` of `target`
+        /// Wait for the next request.
+        Continue,
+        /// From now on the client hears of devices.
+        Listen,
+        /// From now on the client talks to `port` of `target`.
+        Connect,
         Close,
     };
 
-    Data bytes {}; ///< encoded frames, in order
+    /// Encoded frames, in order.
+    Data bytes {};
     Next next = Next::Continue;
     Attachment target {};
     std::uint16_t port = 0;

@@ -21,7 +21,8 @@ enum class MuxResult : std::uint32_t {
     Ok = 0,
     BadCommand = 1,
     BadDevice = 2,
-    NoSuchRecord = 2, ///< also: a record that cannot be written
+    /// A record that cannot be written gets this as well.
+    NoSuchRecord = 2,
     ConnectionRefused = 3,
     BadVersion = 6,
     InvalidArgument = 22,

@@ -6,9 +6,12 @@ namespace tdw::simulator {
 
 /// What stays of a value that a device tells.
 enum class Kept {
-    Nothing, ///< its type, length and shape
-    Names, ///< of a dictionary: the names in it, and of their values as above
-    Content, ///< all of it
+    /// Its type, length and shape.
+    Nothing,
+    /// Of a dictionary: the names in it, and of their values as above.
+    Names,
+    /// All of it.
+    Content,
 };
 
 /// The domain under which a watch's values stand in the table.

@@ -118,7 +118,7 @@ Result<Dictionary> runReader(
     const Termination termination = process.waitUntilExit();
     const auto reading = decodePropertyList(std::as_bytes(std::span(output.answer)));
     const Dictionary* values = reading ? reading->asDictionary() : nullptr;
-    if (values == nullptr)
+    if (!values)
         return simulatorError("tdwreader ended "
             + std::string(termination.bySignal ? "by signal " : "with status ")
             + std::to_string(termination.status) + " at " + output.stage);

@@ -18,10 +18,12 @@ inline constexpr std::string_view kUdid = "UDID";
 inline constexpr std::string_view kConnections = "Connections";
 inline constexpr std::string_view kHasPairRecord = "HasPairRecord";
 inline constexpr std::string_view kHasSession = "HasSession";
-inline constexpr std::string_view kSessionError = "SessionError"; ///< the device's own name for it
+/// The device's own name for it.
+inline constexpr std::string_view kSessionError = "SessionError";
 inline constexpr std::string_view kUsesTls = "UsesTLS";
 inline constexpr std::string_view kExchanges = "Exchanges";
-inline constexpr std::string_view kAt = "At"; ///< `kLockdown`, or the name of a service
+/// `kLockdown`, or the name of a service.
+inline constexpr std::string_view kAt = "At";
 inline constexpr std::string_view kRequest = "Request";
 inline constexpr std::string_view kReply = "Reply";
 inline constexpr std::string_view kFailure = "Failure";

@@ -20,20 +20,20 @@ const Dictionary kNothing;
 const Dictionary& dictionaryIn(const Dictionary& exchange, std::string_view key)
 {
     const Dictionary* found = exchange.dictionaryAt(key);
-    return found == nullptr ? kNothing : *found;
+    return !found ? kNothing : *found;
 }
 
 std::string textIn(const Dictionary& dictionary, std::string_view key)
 {
     const std::string* text = dictionary.stringAt(key);
-    return text == nullptr ? std::string() : *text;
+    return !text ? std::string() : *text;
 }
 
 const Array& arrayIn(const Dictionary& dictionary, std::string_view key)
 {
     static const Array kNone;
     const Array* array = dictionary.arrayAt(key);
-    return array == nullptr ? kNone : *array;
+    return !array ? kNone : *array;
 }
 
 /// The size in the first bytes of a PNG image.
@@ -165,34 +165,34 @@ private:
         const std::string domain = textIn(request, "Domain");
         const std::string key = textIn(request, "Key");
         const Value* value = reply.find("Value");
-        const Dictionary* values = value == nullptr ? nullptr : value->asDictionary();
+        const Dictionary* values = !value ? nullptr : value->asDictionary();
         Dictionary& known = m_domains[domain];
         if (!key.empty()) {
             // What the simulator says by itself is no fault of a device.
             const std::string error = textIn(reply, "Error");
             const bool isDefault
                 = error == (hasSession || isPublic(key) ? "MissingValue" : "GetProhibited");
-            if (value != nullptr && !known.contains(key))
+            if (value && !known.contains(key))
                 known.set(key, *value);
-            if (value != nullptr && !hasSession && m_publicKeys && !isPublic(key))
+            if (value && !hasSession && m_publicKeys && !isPublic(key))
                 m_publicKeys->push_back(key);
-            if (value == nullptr && !isDefault)
+            if (!value && !isDefault)
                 addFault({ { "at", reading::kLockdown }, { "request", "GetValue" },
                              { "domain", domain }, { "key", key } },
                     reply, "");
             return;
         }
-        if (values != nullptr && !hasSession) {
+        if (values && !hasSession) {
             m_publicKeys.emplace();
             for (const auto& entry : *values)
                 m_publicKeys->push_back(entry.key);
         }
         // Over the network a host without a session is told nothing, which says nothing of USB.
-        if (values == nullptr && hasSession)
+        if (!values && hasSession)
             addFault({ { "at", reading::kLockdown }, { "request", "GetValue" },
                          { "domain", domain }, { "key", "" } },
                 reply, "");
-        if (values == nullptr)
+        if (!values)
             return;
         known = *values;
     }
@@ -202,7 +202,7 @@ private:
         const std::string error = textIn(reply, "Error");
         if (textIn(request, "Command") == "GetDeviceRegistry") {
             for (const Value& watch : arrayIn(reply, "PairedDevicesArray")) {
-                if (watch.asString() != nullptr && isDeviceIdentifier(*watch.asString()))
+                if (watch.asString() && isDeviceIdentifier(*watch.asString()))
                     m_watches.push_back(RecordedWatch { *watch.asString(), {}, {} });
             }
             if (!reply.contains("PairedDevicesArray") && error != "NoPairedWatches")
@@ -218,7 +218,7 @@ private:
         if (watch == m_watches.end())
             return;
         const Value* value = dictionaryIn(reply, "RetrievedValueDictionary").find(key);
-        if (value != nullptr)
+        if (value)
             watch->values.set(key, *value);
         else if (error.empty())
             addFault({ { "at", reading::kCompanionProxy }, { "request", "GetValueFromRegistry" },
@@ -233,7 +233,7 @@ private:
         const std::string command = textIn(request, "command");
         const auto orientation = reply.intAt("interfaceOrientation");
         const Data* picture = reply.dataAt("pngData");
-        const auto size = picture == nullptr ? std::nullopt : pictureSize(*picture);
+        const auto size = !picture ? std::nullopt : pictureSize(*picture);
         constexpr std::int64_t kMostOrientations = 8;
         if (orientation && *orientation >= 0 && *orientation <= kMostOrientations)
             m_orientation = *orientation;
@@ -322,7 +322,8 @@ private:
 
     const Dictionary& m_reading;
     std::map<std::string, Dictionary, std::less<>> m_domains;
-    std::optional<std::vector<std::string>> m_publicKeys; ///< none: not told
+    /// None: not told.
+    std::optional<std::vector<std::string>> m_publicKeys;
     std::vector<RecordedWatch> m_watches;
     std::optional<std::int64_t> m_orientation;
     std::optional<std::pair<std::uint32_t, std::uint32_t>> m_wallpaper;

@@ -98,7 +98,7 @@ std::string Replacement::text(const std::string& original)
         std::size_t rest = 0;
         for (std::size_t i = 0; i < original.size();) {
             const Form* form = formAt(original, i);
-            if (form == nullptr) {
+            if (!form) {
                 ++i;
                 continue;
             }
@@ -146,7 +146,7 @@ std::optional<std::string> Replacement::identifierIn(
 {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const Form* form = formAt(text, i);
-        if (form != nullptr && form->original.size() >= minimumLength)
+        if (form && form->original.size() >= minimumLength)
             return form->original;
     }
     return std::nullopt;
@@ -268,7 +268,7 @@ Data Replacement::data(const Data& original)
     result.reserve(original.size());
     while (result.size() < original.size()) {
         const Form* form = formAt(bytes, result.size());
-        if (form != nullptr && form->replacement.size() == form->original.size()) {
+        if (form && form->replacement.size() == form->original.size()) {
             const auto piece = std::as_bytes(std::span(form->replacement));
             result.insert(result.end(), piece.begin(), piece.end());
         } else {

@@ -81,7 +81,8 @@ private:
     std::map<Data, Data> m_data;
     std::map<std::pair<bool, std::uint64_t>, std::uint64_t> m_integers;
     std::map<std::string, std::string> m_identifiers;
-    std::map<unsigned char, std::vector<Form>> m_forms; ///< by their first bytes
+    /// By their first bytes.
+    std::map<unsigned char, std::vector<Form>> m_forms;
     std::size_t m_keptCount = 0;
     std::size_t m_replacedCount = 0;
 };

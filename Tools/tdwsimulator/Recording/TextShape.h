@@ -11,7 +11,8 @@ namespace tdw::simulator {
 
 /// How texts are built, and others that are built in the same way.
 
-using Random = std::function<std::uint64_t(std::uint64_t bound)>; ///< from 0 up to below
+/// From 0 up to below.
+using Random = std::function<std::uint64_t(std::uint64_t bound)>;
 
 bool isDigit(char character);
 bool isAlphanumeric(char character);

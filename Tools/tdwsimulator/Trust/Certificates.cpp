@@ -26,7 +26,7 @@ Data contentOf(BIO& memory)
 {
     const std::byte* start = nullptr;
     const long size = BIO_ctrl(&memory, BIO_CTRL_INFO, 0, static_cast<void*>(&start));
-    return start == nullptr ? Data() : Data(start, start + size);
+    return start ? Data(start, start + size) : Data();
 }
 
 void addExtension(X509& certificate, int kind, const char* value)
@@ -108,13 +108,13 @@ CertificateHandle issueCertificate(const CertificateOrder& order)
 bool isOverKey(const X509& certificate, const EVP_PKEY& key)
 {
     const EVP_PKEY* own = X509_get0_pubkey(&certificate);
-    return own != nullptr && EVP_PKEY_eq(own, &key) == 1;
+    return own && EVP_PKEY_eq(own, &key) == 1;
 }
 
 bool isSignedBy(X509& certificate, const X509& issuer)
 {
     EVP_PKEY* key = X509_get0_pubkey(&issuer);
-    return key != nullptr && X509_verify(&certificate, key) == 1;
+    return key && X509_verify(&certificate, key) == 1;
 }
 
 } // namespace tdw::simulator

@@ -11,7 +11,7 @@ constexpr std::string_view kHostId = "7E57057A-0000-4000-8000-000000000001";
 CertificateHandle certificateIn(const Dictionary& record, std::string_view key)
 {
     const Data* pem = record.dataAt(key);
-    return pem == nullptr ? nullptr : certificateFromPem(*pem);
+    return pem ? certificateFromPem(*pem) : nullptr;
 }
 
 /// The bag's content means nothing to anybody but the device that made it.
@@ -38,7 +38,7 @@ Result<std::shared_ptr<const SimulatorKeys>> SimulatorKeys::load(
 std::optional<std::string_view> PairingStore::add(const Dictionary& record)
 {
     const std::string* hostId = record.stringAt("HostID");
-    if (hostId == nullptr || hostId->empty())
+    if (!hostId || hostId->empty())
         return "MissingHostID";
     auto pairing = std::make_shared<Pairing>();
     pairing->hostId = *hostId;

@@ -15,8 +15,10 @@ namespace tdw::simulator {
 
 /// The simulator's own keys, made once and shipped with it: making keys takes too long at start.
 struct SimulatorKeys {
-    KeyHandle device; ///< of every simulated device
-    KeyHandle host; ///< of the host that scenarios call paired
+    /// Of every simulated device.
+    KeyHandle device;
+    /// Of the host that scenarios call paired.
+    KeyHandle host;
     KeyHandle root;
 
     /// Errors name the file.
@@ -46,7 +48,7 @@ public:
     }
 
     /// Checks a host's record and remembers it, in place of one with the same HostID.
-    /// @returns the lockdown name of what is wrong with the record, or none
+    /// @return the lockdown name of what is wrong with the record, or none
     std::optional<std::string_view> add(const Dictionary& record);
 
     /// The pairing with a host, or null. Stays valid while somebody holds it.

@@ -26,7 +26,7 @@ int verifyPeer(X509_STORE_CTX* store, void* context)
     const X509* presented = X509_STORE_CTX_get0_cert(store);
     const auto* accepted = static_cast<const Accepted*>(
         SSL_CTX_get_ex_data(static_cast<const SSL_CTX*>(context), acceptedIndex()));
-    const bool isKnown = presented != nullptr
+    const bool isKnown = presented
         && std::any_of(accepted->begin(), accepted->end(),
             [&](const auto& certificate) { return X509_cmp(certificate.get(), presented) == 0; });
     X509_STORE_CTX_set_error(store, isKnown ? X509_V_OK : X509_V_ERR_CERT_REJECTED);

@@ -34,7 +34,7 @@ void DaemonListener::received(std::span<const std::byte> bytes)
         if (!frame || !*frame)
             return;
         const auto message = decodePropertyList((*frame)->payload);
-        if (message && message->asDictionary() != nullptr)
+        if (message && message->asDictionary())
             log(*message->asDictionary());
     }
 }
@@ -43,13 +43,12 @@ void DaemonListener::log(const Dictionary& message)
 {
     const std::string* type = message.stringAt("MessageType");
     const auto identifier = message.intAt("DeviceID");
-    if (type == nullptr || !identifier)
+    if (!type || !identifier)
         return;
     std::string& device = m_devices[*identifier];
     const Dictionary* properties = message.dictionaryAt("Properties");
-    const std::string* serial
-        = properties != nullptr ? properties->stringAt("SerialNumber") : nullptr;
-    if (serial != nullptr)
+    const std::string* serial = properties ? properties->stringAt("SerialNumber") : nullptr;
+    if (serial)
         device = *serial;
     m_simulation.log().add(Occurrence { kDaemonPlace, device, *type, &message });
 }

@@ -47,8 +47,10 @@ private:
     Simulation& m_simulation;
     DeviceGate& m_gate;
     asio::local::stream_protocol::acceptor m_acceptor;
-    std::shared_ptr<Channel> m_channel; ///< to the stand-in, while there is one
-    std::map<std::uint16_t, std::shared_ptr<UsbDevice>> m_devices; ///< by bus and address
+    /// To the stand-in, while there is one.
+    std::shared_ptr<Channel> m_channel;
+    /// By bus and address.
+    std::map<std::uint16_t, std::shared_ptr<UsbDevice>> m_devices;
 };
 
 } // namespace tdw::simulator

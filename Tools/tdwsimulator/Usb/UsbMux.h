@@ -67,10 +67,14 @@ public:
 
 private:
     struct StreamState {
-        std::uint32_t sent = 0; ///< sequence number of the next byte to the host
-        std::uint32_t acknowledged = 0; ///< by the host
-        std::uint32_t received = 0; ///< sequence number of the next byte from the host
-        std::uint32_t window = 0; ///< the host's, in bytes
+        /// Sequence number of the next byte to the host.
+        std::uint32_t sent = 0;
+        /// The next byte that the host expects.
+        std::uint32_t acknowledged = 0;
+        /// Sequence number of the next byte from the host.
+        std::uint32_t received = 0;
+        /// The host's window, in bytes.
+        std::uint32_t window = 0;
         Data waiting {};
         bool isEnding = false;
     };

@@ -12,9 +12,11 @@ namespace tdw::simulator {
 /// What a packet of the multiplexer's USB protocol is about.
 enum class UsbProtocol : std::uint32_t {
     Version = 0,
-    Control = 1, ///< texts for the host's log
+    /// Texts for the host's log.
+    Control = 1,
     Setup = 2,
-    Stream = 6, ///< as the number of TCP
+    /// The protocol number of TCP.
+    Stream = 6,
 };
 
 /// One packet on the bulk pipes.

@@ -14,15 +14,22 @@ namespace tdw::simulator {
 
 enum class UsbMessage : std::uint8_t {
     // from the simulator
-    Arrived = 1, ///< payload: device descriptor, then all configurations; status: of opening it
+    /// Payload: device descriptor, then all configurations; status: of opening it.
+    Arrived = 1,
     Left,
-    Ready, ///< what was on the bus from the beginning has been said
-    Input, ///< payload: one bulk transfer of the device
-    ControlReply, ///< number: the request's; payload: the data stage
+    /// What was on the bus from the beginning has been said.
+    Ready,
+    /// Payload: one bulk transfer of the device.
+    Input,
+    /// Number: the request's; payload: the data stage.
+    ControlReply,
     // from the stand-in
-    Output, ///< payload: one bulk transfer to the device
-    Control, ///< payload: the setup packet and its data stage
-    Configure, ///< status: the configuration that was chosen
+    /// Payload: one bulk transfer to the device.
+    Output,
+    /// Payload: the setup packet and its data stage.
+    Control,
+    /// Status: the configuration that was chosen.
+    Configure,
 };
 
 struct UsbHeader {
@@ -30,8 +37,10 @@ struct UsbHeader {
     std::uint32_t number = 0;
     std::int32_t status = 0;
     UsbMessage kind = UsbMessage::Ready;
-    std::uint8_t speed = 0; ///< as libusb counts speeds
-    std::uint16_t device = 0; ///< bus << 8 | address
+    /// As libusb counts speeds.
+    std::uint8_t speed = 0;
+    /// `bus << 8 | address`
+    std::uint16_t device = 0;
 };
 static_assert(sizeof(UsbHeader) == 16);
 
