@@ -14,8 +14,8 @@ class FakePeer {
 public:
     FakePeer()
     {
-        auto listener = tdw::Listener::createPrivate(
-            m_directory.path(), m_queue, [queue = m_queue, seen = m_seen](tdw::FileHandle socket) {
+        auto listener = tdw::Listener::createPrivate(m_directory.path(), m_queue,
+            { "test", "FakePeer" }, [queue = m_queue, seen = m_seen](tdw::FileHandle socket) {
                 if (seen->dropsNext.exchange(false))
                     return waitForInput(socket);
                 auto connection = tdw::Connection::accepted(std::move(socket), queue);

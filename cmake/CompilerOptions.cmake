@@ -28,16 +28,32 @@ endif()
 target_include_directories(TidewellOptions INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/Source>)
 
-# Half of the time that a file takes to compile are the standard library's headers. ccache saves more
-# where it is used, and does not go together with this.
-option(TIDEWELL_PRECOMPILED_HEADERS "Compile the standard library's headers once for a target" OFF)
-function(tidewell_precompile_headers target)
-  if(TIDEWELL_PRECOMPILED_HEADERS AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    target_precompile_headers(${target} PRIVATE
-      <algorithm> <array> <atomic> <chrono> <deque> <filesystem> <functional> <map> <memory> <mutex>
-      <optional> <set> <span> <string> <string_view> <system_error> <thread> <utility> <variant>
-      <vector>)
-    # gcc 12 forgets with it that these headers are the system's, and warns about them as above.
-    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds>)
+# Most of the time that a file takes to compile are the headers that it includes: with this, the files of
+# a folder are compiled as one. It suits whole builds; after a change the whole folder is compiled again.
+option(TIDEWELL_UNITY_BUILD "Compile the files of each folder as one" OFF)
+
+# Folders stay apart, so that a program takes no more from an archive than it uses. TOGETHER compiles
+# all of a target as one, which suits those whose folders include the same large headers.
+function(tidewell_compile_folders target)
+  if(NOT TIDEWELL_UNITY_BUILD)
+    return()
   endif()
+  cmake_parse_arguments(PARSE_ARGV 1 arg TOGETHER "" "")
+  get_target_property(sources ${target} SOURCES)
+  foreach(source IN LISTS sources)
+    cmake_path(GET source PARENT_PATH folder)
+    if(arg_TOGETHER)
+      set(folder ${target})
+    endif()
+    # What has definitions of its own is compiled by itself.
+    get_source_file_property(definitions "${source}" COMPILE_DEFINITIONS)
+    if(NOT definitions)
+      set_source_files_properties("${source}" PROPERTIES UNITY_GROUP "${folder}")
+    endif()
+  endforeach()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+  # Types of an unnamed namespace look to gcc 12 as if they came from a header, and with more inlining it
+  # sees one more overflow in its own std::string.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overread>)
 endfunction()

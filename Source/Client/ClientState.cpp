@@ -149,7 +149,7 @@ void TidewellServiceClient::State::createConnection()
         .invalidation =
             [whenEnded] {
                 whenEnded(
-                    [](const tdw::Log& clientLog) { clientLog.normal("Connection invalidated."); });
+                    [](const tdw::Log& clientLog) { clientLog.notice("Connection invalidated."); });
             },
     });
     _resubscribeToDeviceEventsIfNeeded();
@@ -316,7 +316,7 @@ void TidewellServiceClient::State::answered(const std::shared_ptr<Subscription>&
     if (error)
         log.error("Error " + what + " to device connection events: " + error->debugDescription());
     else if (isRenewal)
-        log.normal("Successfully re-subscribed to device connection events.");
+        log.notice("Successfully re-subscribed to device connection events.");
     subscription->completion(error);
 }
 

@@ -63,7 +63,9 @@ bool dispatchInvocation(const IncomingMessage& message, TidewellServiceProtocol&
 
 ServiceIdentity tidewellService()
 {
-    return { .name = std::string(kTidewellServiceName), .executable = "tidewell-service" };
+    return { .name = std::string(kTidewellServiceName),
+        .executable = "tidewell-service",
+        .directory = "tidewell" };
 }
 
 ServiceProxy::ServiceProxy(std::shared_ptr<Connection> connection, ErrorHandler errorHandler)

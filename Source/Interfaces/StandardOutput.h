@@ -9,6 +9,10 @@
 
 namespace tdw {
 
+/// How long an answer that is being written is waited for when the process cannot go on. A reader
+/// that does not read cannot be waited for without end.
+inline constexpr std::chrono::seconds kWriterBound { 1 };
+
 /// Standard output carries exactly one envelope per run, but two may want to write it: the thread
 /// that does the work, and the time-out clock. Each holds this guard while it writes; the clock
 /// takes it before it decides, and keeps it until the process has ended.

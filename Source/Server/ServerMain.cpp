@@ -28,9 +28,6 @@ namespace {
 
 constexpr auto kCleanupBound = 1s;
 
-/// How long an answer that is being written is waited for when the process cannot go on.
-constexpr auto kWriterBound = 1s;
-
 /// Ends the process with its status unless it is destroyed in time.
 class BoundedCleanup {
 public:

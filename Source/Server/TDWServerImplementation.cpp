@@ -23,16 +23,10 @@
 double gTDWServerTimeoutInterval = 10.0;
 constinit tdw::WorkItem gTDWServerTimeoutBlock;
 
-using namespace std::chrono_literals;
-
 namespace {
 
 constexpr double kNanosecondsPerSecond = 1'000'000'000.0;
 constexpr int kConnectionTypeArgument = 2;
-
-/// How long the clock waits for an answer that is being written when it fires. A reader that does
-/// not read cannot be waited for without end.
-constexpr auto kWriterBound = 1s;
 
 bool timeoutIsCancelled()
 {
@@ -45,7 +39,7 @@ void handleTimeout()
         return;
     const auto error = tdw::serverTimeoutError();
     // Held until the process has ended, so that no answer can follow the clock's.
-    const tdw::StandardOutputGuard output(kWriterBound);
+    const tdw::StandardOutputGuard output(tdw::kWriterBound);
     if (timeoutIsCancelled() || (output.isHeld() && output.hasAnswer()))
         return;
     const int status = output.isHeld() ? TDWSerializeErrorResponse(error) : EXIT_FAILURE;

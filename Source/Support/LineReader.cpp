@@ -110,7 +110,7 @@ private:
     void deliverAvailable()
     {
         const std::lock_guard lock(m_delivering);
-        // What is in the pipe now is all there is; later bytes are a stranger's.
+        // What is in the pipe now is all there is; later bytes are another process's.
         int available = 0;
         if (::ioctl(m_handle->descriptor(), FIONREAD, &available) != 0)
             available = 0;

@@ -11,7 +11,6 @@
 #include "EndToEnd/SimulatedDevices.h"
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/LocalSocket.h"
-#include "Platform/System/RuntimeDirectory.h"
 #include "ProcessResources.h"
 #include "Support/Testing.h"
 
@@ -216,7 +215,7 @@ private:
 
     void garbleService()
     {
-        const auto path = serviceSocketPath(tidewellService().name);
+        const auto path = serviceSocketPath(tidewellService());
         auto socket = path ? connectToLocalSocket(*path) : Result<FileHandle>(path.error());
         std::string bytes(static_cast<std::size_t>(number(1, 5000)), '\0');
         std::ranges::generate(bytes, [&] { return static_cast<char>(number(-128, 127)); });

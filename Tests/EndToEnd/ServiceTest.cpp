@@ -11,7 +11,6 @@
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/LocalSocket.h"
 #include "Platform/System/Process.h"
-#include "Platform/System/RuntimeDirectory.h"
 #include "Support/Testing.h"
 
 #include <sys/resource.h>
@@ -141,7 +140,7 @@ protected:
     };
 
     static FileHandle connectToSocket() { return *connectToLocalSocket(socketPath()); }
-    static fs::path socketPath() { return *serviceSocketPath(tidewellService().name); }
+    static fs::path socketPath() { return *serviceSocketPath(tidewellService()); }
 
     /// The service from a shell that may have so many descriptors; it says when it is ready.
     struct LimitedService {

@@ -1,6 +1,6 @@
 #include "EndToEnd/RunningTool.h"
+#include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/LocalSocket.h"
-#include "Platform/System/RuntimeDirectory.h"
 #include "Support/Testing.h"
 
 #include <sys/un.h>
@@ -74,7 +74,7 @@ TEST(SocketActivation, ServesOnTheSocketItIsGivenAndReportsReadiness)
 {
     const Household devices;
     const NotificationSocket notifications(devices.directory() / "notify");
-    FileHandle listening = *listenOnLocalSocket(*serviceSocketPath(tidewellService().name));
+    FileHandle listening = *listenOnLocalSocket(*serviceSocketPath(tidewellService()));
     LaunchOptions options;
     options.executable = "/bin/sh";
     options.arguments = { "-c", "exec 3<&0 0</dev/null; LISTEN_PID=$$ LISTEN_FDS=1 exec \"$0\"",

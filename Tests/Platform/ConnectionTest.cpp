@@ -138,8 +138,10 @@ TEST(Connection, EndsTheWaitForAServiceToStartAtOnce)
     std::filesystem::permissions(executable, std::filesystem::perms::owner_all);
     const auto before = ProcessResources::now();
 
-    auto connection
-        = Connection::toService({ "org.example.Slow", "slow-service", Bundle(directory) });
+    auto connection = Connection::toService({ .name = "org.example.Slow",
+        .executable = "slow-service",
+        .directory = "slow",
+        .bundle = Bundle(directory) });
     Mailbox<std::int64_t> codes;
     connection->activate({});
     connection->send("hello", {},

@@ -11,7 +11,7 @@ TEST(Log, WritesErrorsAloneToStandardErrorWhereThereIsNoJournal)
     const tdw::Log log("org.tidewell.Tidewell", "Test");
     log.debug("1");
     log.info("2");
-    log.normal("3");
+    log.notice("3");
     log.error("cannot\nconnect to \x1b[31m\xff");
     EXPECT_EQ(captured.text(),
         "org.tidewell.Tidewell (Test): cannot\\nconnect to \\u001b[31m\xef\xbf\xbd\n");

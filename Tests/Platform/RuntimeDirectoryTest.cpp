@@ -17,11 +17,11 @@ TEST(RuntimeDirectory, IsMadeOnlyInDirectoriesOfTheUser)
     const std::string previousHome = home ? home : "/";
     setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
     setenv("HOME", directory.c_str(), 1);
-    EXPECT_EQ(*runtimeDirectory(), directory / "tidewell");
-    EXPECT_EQ(fs::status(directory / "tidewell").permissions(), fs::perms::owner_all);
-    fs::remove(directory / "tidewell");
+    EXPECT_EQ(*runtimeDirectory("product"), directory / "product");
+    EXPECT_EQ(fs::status(directory / "product").permissions(), fs::perms::owner_all);
+    fs::remove(directory / "product");
     unsetenv("XDG_RUNTIME_DIR");
-    EXPECT_EQ(*runtimeDirectory(), directory / ".cache/tidewell/run");
+    EXPECT_EQ(*runtimeDirectory("product"), directory / ".cache/product/run");
     fs::remove_all(directory / ".cache");
 
     if (geteuid() == 0) {
@@ -29,7 +29,7 @@ TEST(RuntimeDirectory, IsMadeOnlyInDirectoriesOfTheUser)
         // The user of this thread alone, who has no home.
         std::thread([] {
             ASSERT_EQ(syscall(SYS_setresuid, -1, 65534, -1), 0);
-            EXPECT_FALSE(runtimeDirectory());
+            EXPECT_FALSE(runtimeDirectory("product"));
         }).join();
         EXPECT_TRUE(fs::is_empty(directory)) << "nothing is made in another user's directory";
     }

@@ -42,10 +42,10 @@ Result<std::shared_ptr<Service>> Service::create(Options options)
     const std::size_t limit = descriptorLimit();
     const std::size_t spare = limit - std::min(limit, kOwnDescriptors);
     const std::size_t runs = std::clamp<std::size_t>(
-        spare / 2 / Requests::kDescriptorsForRun, 1, Requests::kMaximumRuns);
-    const std::size_t forRuns = runs * Requests::kDescriptorsForRun;
+        spare / 2 / RequestQueue::kDescriptorsForRun, 1, RequestQueue::kMaximumRuns);
+    const std::size_t forRuns = runs * RequestQueue::kDescriptorsForRun;
     service->m_maximumSessions = std::max<std::size_t>(spare - std::min(spare, forRuns), 1);
-    service->m_requests = std::make_shared<Requests>(
+    service->m_requests = std::make_shared<RequestQueue>(
         service->m_queue, service->m_options.bundle, service->m_servers, runs, [weak] {
             if (const auto self = weak.lock())
                 self->somethingChanged();
@@ -68,20 +68,20 @@ Service::Service(Options options, std::shared_ptr<ServerThread> servers)
 Result<void> Service::listen(const std::filesystem::path& path, FileHandle lock)
 {
     m_lock = std::move(lock);
-    m_listeners.push_back(
-        TDW_TRY(Listener::create(path, m_queue, [weak = weak_from_this()](FileHandle socket) {
+    m_listeners.push_back(TDW_TRY(
+        Listener::create(path, m_queue, m_log, [weak = weak_from_this()](FileHandle socket) {
             if (const auto self = weak.lock())
                 self->accepted(std::move(socket));
         })));
-    TDW_TRY(watchPath(path));
+    TDW_TRY(monitorPath(path));
     somethingChanged();
     return {};
 }
 
 Result<void> Service::adopt(FileHandle socket)
 {
-    m_listeners.push_back(TDW_TRY(
-        Listener::adopt(std::move(socket), m_queue, [weak = weak_from_this()](FileHandle client) {
+    m_listeners.push_back(TDW_TRY(Listener::adopt(
+        std::move(socket), m_queue, m_log, [weak = weak_from_this()](FileHandle client) {
             if (const auto self = weak.lock())
                 self->accepted(std::move(client));
         })));
@@ -89,7 +89,7 @@ Result<void> Service::adopt(FileHandle socket)
     return {};
 }
 
-Result<void> Service::watchPath(const std::filesystem::path& path)
+Result<void> Service::monitorPath(const std::filesystem::path& path)
 {
     m_directoryWatch = FileHandle(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     constexpr std::uint32_t kEvents = IN_DELETE | IN_MOVED_FROM | IN_DELETE_SELF | IN_ONLYDIR;
@@ -166,7 +166,7 @@ Result<Endpoint> Service::endpoint()
 {
     if (!m_endpoint) {
         m_listeners.push_back(TDW_TRY(Listener::createPrivate(
-            m_options.directory, m_queue, [weak = weak_from_this()](FileHandle socket) {
+            m_options.directory, m_queue, m_log, [weak = weak_from_this()](FileHandle socket) {
                 if (const auto self = weak.lock())
                     self->accepted(std::move(socket));
             })));

@@ -7,8 +7,8 @@
 #include "Platform/System/Bundle.h"
 #include "Platform/System/Log.h"
 #include "Platform/Values/Result.h"
-#include "Requests.h"
-#include "ResourceWatch.h"
+#include "RequestQueue.h"
+#include "ResourceMonitor.h"
 #include "ServerThread.h"
 
 #include <chrono>
@@ -65,7 +65,7 @@ private:
     void sessionEnded(std::uint64_t identifier);
     Result<Endpoint> endpoint();
     Value status() const;
-    Result<void> watchPath(const std::filesystem::path& path);
+    Result<void> monitorPath(const std::filesystem::path& path);
     void listDevices(std::function<void(std::optional<std::set<DevicePath>>)> reply);
 
     bool isIdle() const;
@@ -76,9 +76,9 @@ private:
     const Queue m_queue = Queue::main();
     const Log m_log;
     const std::shared_ptr<ServerThread> m_servers;
-    std::shared_ptr<Requests> m_requests;
+    std::shared_ptr<RequestQueue> m_requests;
     std::shared_ptr<EventRelay> m_events;
-    ResourceWatch m_resources;
+    ResourceMonitor m_resources;
     std::size_t m_maximumSessions = 0;
 
     FileHandle m_lock;

@@ -4,7 +4,6 @@
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/DescriptorLimit.h"
 #include "Platform/System/Log.h"
-#include "Platform/System/RuntimeDirectory.h"
 #include "Platform/Values/Utf8.h"
 #include "Service.h"
 
@@ -221,7 +220,7 @@ Result<void> serve(const Arguments& arguments)
     const int inherited = sd_listen_fds(1);
     setUpProcess(arguments.isVerbose);
 
-    const auto path = TDW_TRY(tdw::serviceSocketPath(tdw::tidewellService().name));
+    const auto path = TDW_TRY(tdw::serviceSocketPath(tdw::tidewellService()));
     std::optional<std::chrono::milliseconds> idleBound = arguments.idleBound;
     if (!idleBound && (arguments.isOnDemand || inherited > 0))
         idleBound = kDefaultIdleBound;

@@ -48,12 +48,13 @@ Result<std::string> randomName()
 
 class Listener::Core : public std::enable_shared_from_this<Listener::Core> {
 public:
-    Core(const Queue& queue, Handler handler)
+    Core(const Queue& queue, const Log& log, Handler handler)
         : m_queue(queue)
         , m_pool(workerPool(m_queue))
         , m_acceptor(m_pool.context())
         , m_retryTimer(m_pool.context())
         , m_handler(std::move(handler))
+        , m_log(log)
     {
     }
 
@@ -138,27 +139,28 @@ private:
     stream_protocol::acceptor m_acceptor;
     asio::steady_timer m_retryTimer;
     const Handler m_handler;
-    const Log m_log { "org.tidewell.Tidewell", "Listener" };
+    const Log m_log;
 };
 
 Result<Listener> Listener::create(
-    const std::filesystem::path& path, const Queue& queue, Handler handler)
+    const std::filesystem::path& path, const Queue& queue, const Log& log, Handler handler)
 {
     FileHandle socket = TDW_TRY(listenOnLocalSocket(path));
-    Listener listener(std::make_shared<Core>(queue, std::move(handler)), path);
+    Listener listener(std::make_shared<Core>(queue, log, std::move(handler)), path);
     TDW_TRY(listener.m_core->open(std::move(socket)));
     return listener;
 }
 
 Result<Listener> Listener::createPrivate(
-    const std::filesystem::path& directory, const Queue& queue, Handler handler)
+    const std::filesystem::path& directory, const Queue& queue, const Log& log, Handler handler)
 {
-    return create(directory / (TDW_TRY(randomName()) + ".sock"), queue, std::move(handler));
+    return create(directory / (TDW_TRY(randomName()) + ".sock"), queue, log, std::move(handler));
 }
 
-Result<Listener> Listener::adopt(FileHandle socket, const Queue& queue, Handler handler)
+Result<Listener> Listener::adopt(
+    FileHandle socket, const Queue& queue, const Log& log, Handler handler)
 {
-    Listener listener(std::make_shared<Core>(queue, std::move(handler)), {});
+    Listener listener(std::make_shared<Core>(queue, log, std::move(handler)), {});
     TDW_TRY(listener.m_core->open(std::move(socket)));
     return listener;
 }

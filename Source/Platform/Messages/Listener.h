@@ -3,6 +3,7 @@
 #include "Platform/Messages/Endpoint.h"
 #include "Platform/Queues/Queue.h"
 #include "Platform/System/FileHandle.h"
+#include "Platform/System/Log.h"
 
 #include <sys/types.h>
 
@@ -19,16 +20,18 @@ public:
     using Handler = std::function<void(FileHandle)>;
 
     /// Listens at a path, whose name goes with the listener.
+    /// @param log told of connections that are refused
     /// Errors: `kPosixErrorDomain`, naming the path.
     static Result<Listener> create(
-        const std::filesystem::path& path, const Queue& queue, Handler handler);
+        const std::filesystem::path& path, const Queue& queue, const Log& log, Handler handler);
 
     /// Listens at a random name in `directory`, which nobody else may enter.
-    static Result<Listener> createPrivate(
-        const std::filesystem::path& directory, const Queue& queue, Handler handler);
+    static Result<Listener> createPrivate(const std::filesystem::path& directory,
+        const Queue& queue, const Log& log, Handler handler);
 
     /// Listens on a socket that somebody else has set up and named.
-    static Result<Listener> adopt(FileHandle socket, const Queue& queue, Handler handler);
+    static Result<Listener> adopt(
+        FileHandle socket, const Queue& queue, const Log& log, Handler handler);
 
     Listener(Listener&& other) noexcept;
     Listener& operator=(Listener&& other) noexcept;

@@ -124,15 +124,20 @@ Result<FileHandle> connectToTrustedSocket(const std::string& path)
     return socket;
 }
 
+Result<std::filesystem::path> serviceSocketPath(const ServiceIdentity& service)
+{
+    return TDW_TRY(runtimeDirectory(service.directory)) / (service.name + ".sock");
+}
+
 Result<FileHandle> connectToRunningService(const ServiceIdentity& service)
 {
-    return connectToTrustedSocket(TDW_TRY(serviceSocketPath(service.name)));
+    return connectToTrustedSocket(TDW_TRY(serviceSocketPath(service)));
 }
 
 Result<FileHandle> connectToService(
     const ServiceIdentity& service, StartPolicy choice, const IsCancelled& isCancelled)
 {
-    const auto path = TDW_TRY(serviceSocketPath(service.name));
+    const auto path = TDW_TRY(serviceSocketPath(service));
     const auto deadline = Clock::now() + kServiceStartBound;
     while (true) {
         auto socket = connectToTrustedSocket(path);

@@ -5,6 +5,7 @@
 #include "Platform/Values/Result.h"
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -20,8 +21,14 @@ struct ServiceIdentity {
     /// status and a reason on standard error.
     std::string executable;
 
+    /// The name of its directory among the user's runtime directories.
+    std::string directory;
+
     Bundle bundle = Bundle::mainBundle();
 };
+
+/// Where a service listens. Makes the directory where it is missing. Errors: as `runtimeDirectory`.
+Result<std::filesystem::path> serviceSocketPath(const ServiceIdentity& service);
 
 inline constexpr const char* kServiceLaunchArgument = "--launch";
 

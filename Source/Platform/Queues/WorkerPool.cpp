@@ -21,9 +21,9 @@ thread_local const WorkerPool* t_current = nullptr;
 /// Blocks all signals on this thread for as long as it lives, for a new thread to inherit: signals
 /// of the process belong to the threads that the application chose. The signals of a thread's own
 /// faults stay, because blocked they would end the process past every crash handler.
-class SignalBlock {
+class ScopedSignalMask {
 public:
-    SignalBlock()
+    ScopedSignalMask()
     {
         sigset_t all;
         sigfillset(&all);
@@ -31,9 +31,9 @@ public:
             sigdelset(&all, fault);
         (void)::pthread_sigmask(SIG_SETMASK, &all, &m_previous);
     }
-    SignalBlock(const SignalBlock&) = delete;
-    SignalBlock& operator=(const SignalBlock&) = delete;
-    ~SignalBlock() { (void)::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+    ScopedSignalMask(const ScopedSignalMask&) = delete;
+    ScopedSignalMask& operator=(const ScopedSignalMask&) = delete;
+    ~ScopedSignalMask() { (void)::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
 
 private:
     sigset_t m_previous {};
@@ -143,7 +143,7 @@ void WorkerPool::startThreadIfNeeded(const Lock& /*lock*/)
     if (idle >= needed || m_threadCount >= m_options.maximumThreads)
         return;
     try {
-        const SignalBlock signalBlock;
+        const ScopedSignalMask signalMask;
         std::thread thread([self = shared_from_this()] { self->runThread(); });
         ++m_threadCount;
         if (m_isDetached)

@@ -65,7 +65,7 @@ void Log::info(std::string_view message) const
     log(LOG_INFO, message);
 }
 
-void Log::normal(std::string_view message) const
+void Log::notice(std::string_view message) const
 {
     log(LOG_NOTICE, message);
 }

@@ -5,13 +5,13 @@
 
 namespace tdw {
 
-/// Messages of one part of the system, for whoever looks after this machine.
+/// Messages of one part of the system, for the administrator of this machine.
 ///
-///     const Log log("org.tidewell.Tidewell", "TidewellServiceClient");
+///     const Log log("org.example.Product", "Client");
 ///     log.error("Cannot connect to " + path);
 ///
 /// They go to the journal with the fields SUBSYSTEM and CATEGORY, by which `journalctl
-/// CATEGORY=TidewellServiceClient` finds them. Where there is no journal, errors go to standard
+/// CATEGORY=Client` finds them. Where there is no journal, errors go to standard
 /// error, one line each, and the rest nowhere. Where the process is verbose, all messages go to
 /// standard error as well. Safe for use by several threads at
 /// once.
@@ -24,7 +24,7 @@ public:
 
     void debug(std::string_view message) const;
     void info(std::string_view message) const;
-    void normal(std::string_view message) const;
+    void notice(std::string_view message) const;
     void error(std::string_view message) const;
 
 private:

@@ -87,27 +87,22 @@ Result<void> verifyPrivateDirectory(const fs::path& path)
 
 } // namespace
 
-Result<fs::path> runtimeDirectory()
+Result<fs::path> runtimeDirectory(std::string_view name)
 {
     fs::path directory = pathInEnvironment("XDG_RUNTIME_DIR");
     if (!isOwnDirectory(directory)) {
         directory = TDW_TRY(homeDirectory());
-        for (const char* part : { ".cache", "tidewell" }) {
+        for (const std::string_view part : { std::string_view(".cache"), name }) {
             TDW_TRY(makePrivateDirectory(directory /= part));
             TDW_TRY(verifyOwner(directory));
         }
         directory /= "run";
     } else {
-        directory /= "tidewell";
+        directory /= name;
     }
     TDW_TRY(makePrivateDirectory(directory));
     TDW_TRY(verifyPrivateDirectory(directory));
     return directory;
-}
-
-Result<fs::path> serviceSocketPath(std::string_view serviceName)
-{
-    return TDW_TRY(runtimeDirectory()) / (std::string(serviceName) + ".sock");
 }
 
 } // namespace tdw

@@ -7,15 +7,13 @@
 
 namespace tdw {
 
-/// The directory of the framework's sockets, made where it is missing: `tidewell` in the user's
-/// runtime directory (XDG_RUNTIME_DIR), or `.cache/tidewell/run` in the home directory where there
-/// is none of this user's own. Never a shared directory, where others could come first.
+/// The directory of a product's sockets, made where it is missing: `NAME` in the user's runtime
+/// directory (XDG_RUNTIME_DIR), or `.cache/NAME/run` in the home directory where there is none of
+/// this user's own. Never a shared directory, where others could come first.
 ///
+/// @param name the product's, as a file name
 /// Errors: `kPosixErrorDomain` and `kUntrustedPeerError`, naming the directory: it cannot be made,
 /// it is somebody else's, or others may enter it.
-Result<std::filesystem::path> runtimeDirectory();
-
-/// Where the service of a name listens, below `runtimeDirectory`.
-Result<std::filesystem::path> serviceSocketPath(std::string_view serviceName);
+Result<std::filesystem::path> runtimeDirectory(std::string_view name);
 
 } // namespace tdw

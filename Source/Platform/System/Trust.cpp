@@ -94,8 +94,7 @@ private:
         if (owner != 0 && owner != self)
             return refusal(file.path,
                 "belongs to user id " + std::to_string(owner) + ", neither to root nor to user id "
-                    + std::to_string(self)
-                    + "; install Tidewell where everything belongs to these");
+                    + std::to_string(self) + "; install it where everything belongs to these");
         if (S_ISLNK(mode) || isSharedDirectoryOfRoot(file.status))
             return {};
         if ((mode & S_IWOTH) != 0)

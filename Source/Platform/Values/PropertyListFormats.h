@@ -24,6 +24,9 @@ Data writeBinaryPropertyList(const Value& value);
 /// Writes an XML property list. The value can be written: it has been checked.
 Data writeXmlPropertyList(const Value& value);
 
+/// The number in digits, as XML property lists and descriptions have it.
+std::string integerText(const Integer& integer);
+
 /// "2026-11-22T03:00:07Z": a date as XML property lists have it, in whole seconds.
 std::string dateText(Date date);
 

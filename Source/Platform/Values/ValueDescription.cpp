@@ -75,13 +75,6 @@ void describeContainer(const Value& value, std::size_t depth, std::string& resul
     }
 }
 
-std::string integerText(const Integer& integer)
-{
-    if (const auto number = integer.asInt64())
-        return std::to_string(*number);
-    return std::to_string(integer.bits());
-}
-
 std::string realText(double number)
 {
     std::array<char, 32> text {};
@@ -125,6 +118,13 @@ void describe(const Value& value, std::size_t depth, std::string& result)
 }
 
 } // namespace
+
+std::string integerText(const Integer& integer)
+{
+    if (const auto number = integer.asInt64())
+        return std::to_string(*number);
+    return std::to_string(integer.bits());
+}
 
 std::string dateText(Date date)
 {

@@ -16,12 +16,6 @@ std::string numberText(double number)
     return { text.data(), end };
 }
 
-std::string integerText(const Integer& integer)
-{
-    return integer.isNegative() ? std::to_string(static_cast<std::int64_t>(integer.bits()))
-                                : std::to_string(integer.bits());
-}
-
 std::string base64Text(const Data& data)
 {
     constexpr std::string_view kDigits

@@ -42,14 +42,14 @@ Result<std::string> sendLine(const FileHandle& socket, const std::string& line)
 {
     TDW_TRY(writeToDescriptor(socket.descriptor(), std::as_bytes(std::span(line))));
     std::string answer;
-    char buffer[4096];
+    std::array<char, 4096> buffer {};
     while (answer.empty() || answer.back() != '\n') {
-        const ssize_t count = ::read(socket.descriptor(), buffer, sizeof buffer);
+        const ssize_t count = ::read(socket.descriptor(), buffer.data(), buffer.size());
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
             return simulatorError("the simulator ended the connection without an answer");
-        answer.append(buffer, static_cast<std::size_t>(count));
+        answer.append(buffer.data(), static_cast<std::size_t>(count));
     }
     return answer;
 }

@@ -35,30 +35,37 @@ Simulator::Simulator(Scenario scenario, const std::filesystem::path& directory,
     const std::optional<std::filesystem::path>& daemon)
     : m_directory(directory)
     , m_context(1)
-    , m_simulation(std::move(scenario), keys, directory / "lib" / "lockdown")
+    , m_simulation(std::move(scenario), keys, directory / "lib" / "lockdown", environment())
     , m_ports(m_context, m_simulation)
     , m_control(
           m_context, m_simulation, ControlProtocol(m_simulation, [this] { return followFaults(); }))
 {
-    m_simulation.later = [this](std::chrono::milliseconds delay, std::function<void()> action) {
-        auto timer = std::make_shared<asio::steady_timer>(m_context, delay);
-        timer->async_wait([timer, action = std::move(action)](std::error_code error) {
-            if (!error)
-                action();
-        });
-    };
     if (!daemon) {
         m_mux = std::make_unique<MuxServer>(m_context, m_simulation, m_ports, muxSocket());
         return;
     }
     m_daemon = std::make_unique<MuxDaemon>(m_context, m_simulation, directory, *daemon);
-    m_bus = std::make_unique<UsbBus>(m_context, m_simulation, m_ports);
-    m_bus->daemonCame = [this] {
-        m_daemon->listen();
-    };
+    m_bus = std::make_unique<UsbBus>(
+        m_context, m_simulation, m_ports, [this] { m_daemon->listen(); });
 }
 
 Simulator::~Simulator() = default;
+
+SimulationEnvironment Simulator::environment()
+{
+    return {
+        .openNetwork
+        = [this](const SimulatedDevice& device) { return m_ports.openNetwork(device); },
+        .later =
+            [this](std::chrono::milliseconds delay, std::function<void()> action) {
+                auto timer = std::make_shared<asio::steady_timer>(m_context, delay);
+                timer->async_wait([timer, action = std::move(action)](std::error_code error) {
+                    if (!error)
+                        action();
+                });
+            },
+    };
+}
 
 Result<void> Simulator::waitUntilAnnounced()
 {

@@ -51,6 +51,8 @@ private:
         const std::shared_ptr<const SimulatorKeys>& keys,
         const std::optional<std::filesystem::path>& daemon);
 
+    SimulationEnvironment environment();
+
     Result<void> followFaults() { return m_daemon ? m_daemon->follow() : m_mux->followFaults(); }
 
     std::filesystem::path m_directory;

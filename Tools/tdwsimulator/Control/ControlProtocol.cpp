@@ -68,7 +68,7 @@ Result<Answer> list(JsonObject& object, Simulation& simulation)
             { "dialogShown", device->trust().isShown() },
             { "pairRecord", simulation.pairRecords().find(device->udid()).has_value() },
             { "attachments", std::move(attachments) },
-            { "networkAddress", device->networkAddress } });
+            { "networkAddress", device->networkAddress() } });
     }
     return Answer(ControlProtocol::success({ { "devices", std::move(devices) } }));
 }
@@ -129,18 +129,18 @@ Result<Answer> setValue(JsonObject& object, Simulation& simulation)
     if (!value)
         return simulatorError(object.pathOf("value") + ": this key is missing");
     const Value converted = TDW_TRY(valueFromJson(*value, object.pathOf("value"), {}));
-    const auto watchIdentifier = TDW_TRY(object.string("watch"));
+    const auto companionIdentifier = TDW_TRY(object.string("watch"));
     TDW_TRY(object.refuseOtherKeys());
-    if (!watchIdentifier) {
+    if (!companionIdentifier) {
         device->values().set(domain, key, converted);
         return Answer(ControlProtocol::success());
     }
-    WatchDescription* watch = device->watch(*watchIdentifier);
-    if (!watch) {
+    CompanionDescription* companion = device->companion(*companionIdentifier);
+    if (!companion) {
         return simulatorError(
-            object.pathOf("watch") + ": there is no watch \"" + *watchIdentifier + "\"");
+            object.pathOf("watch") + ": there is no watch \"" + *companionIdentifier + "\"");
     }
-    watch->values.set(key, converted);
+    companion->values.set(key, converted);
     return Answer(ControlProtocol::success());
 }
 

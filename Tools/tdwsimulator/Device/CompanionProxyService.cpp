@@ -20,11 +20,11 @@ Dictionary CompanionProxyService::refusal(const Dictionary&, std::string_view er
 
 Dictionary CompanionProxyService::registry() const
 {
-    if (m_device.watches().empty())
+    if (m_device.companions().empty())
         return Dictionary { { "Error", "NoPairedWatches" } };
     Array identifiers;
-    for (const WatchDescription& watch : m_device.watches())
-        identifiers.emplace_back(watch.udid);
+    for (const CompanionDescription& companion : m_device.companions())
+        identifiers.emplace_back(companion.udid);
     return Dictionary { { "PairedDevicesArray", std::move(identifiers) } };
 }
 
@@ -32,14 +32,14 @@ Dictionary CompanionProxyService::registryValue(const Dictionary& request) const
 {
     const std::string* identifier = request.stringAt("GetValueGizmoUDIDKey");
     const std::string* key = request.stringAt("GetValueKeyKey");
-    const WatchDescription* watch = identifier ? m_device.watch(*identifier) : nullptr;
-    if (!watch)
+    const CompanionDescription* companion = identifier ? m_device.companion(*identifier) : nullptr;
+    if (!companion)
         return Dictionary { { "Error", "NoPairedWatches" } };
     if (!key)
         return Dictionary { { "Error", "UnsupportedWatchKey" } };
-    if (const std::string* error = watch->errors.stringAt(*key))
+    if (const std::string* error = companion->errors.stringAt(*key))
         return Dictionary { { "Error", *error } };
-    const Value* value = watch->values.find(*key);
+    const Value* value = companion->values.find(*key);
     if (!value)
         return Dictionary { { "Error", "UnsupportedWatchKey" } };
     return Dictionary { { "RetrievedValueDictionary", Dictionary { { *key, *value } } } };

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Device/Service.h"
+#include "Device/SimulatedService.h"
 
 namespace tdw::simulator {
 
-/// The companion proxy: tells of the watches behind a phone. As on real phones one connection
+/// The companion proxy: tells of the companions behind a phone. As on real phones one connection
 /// serves one command.
-class CompanionProxyService final : public Service {
+class CompanionProxyService final : public SimulatedService {
 public:
     explicit CompanionProxyService(const ServiceContext& context)
         : m_device(*context.attachment.device)

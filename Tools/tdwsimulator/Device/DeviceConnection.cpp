@@ -9,18 +9,18 @@
 
 namespace tdw::simulator {
 
-DeviceConnection::DeviceConnection(Simulation& simulation, const Attachment& attachment,
-    const std::shared_ptr<Channel>& channel, Options options)
-    : m_simulation(simulation)
-    , m_attachment(attachment)
+DeviceConnection::DeviceConnection(
+    ServiceContext context, const std::shared_ptr<Channel>& channel, ServiceLaunch service)
+    : m_simulation(context.simulation)
+    , m_attachment(context.attachment)
     , m_channel(channel)
-    , m_place(std::move(options.place))
-    , m_service(std::move(options.service))
-    , m_pairing(std::move(options.pairing))
+    , m_place(std::move(service.name))
+    , m_pairing(std::move(service.pairing))
 {
-    m_service->push = [this](const Value& message) {
+    context.push = [this](const Value& message) {
         push(message);
     };
+    m_service = makeService(m_place, context);
 }
 
 void DeviceConnection::start()
@@ -63,7 +63,7 @@ void DeviceConnection::handle(const Value& message)
     }
     const std::string name = m_service->requestName(*request);
     const auto fault
-        = m_simulation.occurred(Occurrence { m_place, m_attachment.device->udid(), name, request });
+        = m_simulation.reach(FaultSite { m_place, m_attachment.device->udid(), name, request });
     if (fault && fault->kind == FaultKind::Detach) {
         unplug();
         return;
@@ -83,30 +83,30 @@ void DeviceConnection::handle(const Value& message)
         if (frame)
             answer.insert(answer.end(), frame->begin(), frame->end());
     }
-    deliverReply(reply, deliver(fault, std::move(answer), FrameShape {}));
+    deliverReply(reply, applyFault(fault, std::move(answer), FrameShape {}));
 }
 
-void DeviceConnection::deliverReply(const ServiceReply& reply, const Delivery& delivery)
+void DeviceConnection::deliverReply(const ServiceReply& reply, const FaultedReply& faulted)
 {
-    if (delivery.delay.count() == 0) {
-        sendContent(delivery.bytes);
-        finish(reply, delivery.after);
+    if (faulted.delay.count() == 0) {
+        sendContent(faulted.bytes);
+        finish(reply, faulted.after);
         return;
     }
-    afterDelay(delivery.delay, [this, reply, delivery] {
-        sendContent(delivery.bytes);
-        finish(reply, delivery.after);
+    afterDelay(faulted.delay, [this, reply, faulted] {
+        sendContent(faulted.bytes);
+        finish(reply, faulted.after);
     });
 }
 
-void DeviceConnection::finish(const ServiceReply& reply, Delivery::After after)
+void DeviceConnection::finish(const ServiceReply& reply, FaultedReply::After after)
 {
     using Next = ServiceReply::Next;
-    if (after == Delivery::After::Ignore) {
+    if (after == FaultedReply::After::Ignore) {
         m_state = State::Ignoring;
         return;
     }
-    if (after == Delivery::After::Close) {
+    if (after == FaultedReply::After::Close) {
         close();
         return;
     }
@@ -145,8 +145,8 @@ void DeviceConnection::startTls(const std::shared_ptr<const Pairing>& pairing)
 {
     m_isHandshaking = true;
     const Dictionary message { { "Service", m_place } };
-    const auto fault = m_simulation.occurred(
-        Occurrence { kTlsPlace, m_attachment.device->udid(), "Handshake", &message });
+    const auto fault = m_simulation.reach(
+        FaultSite { kTlsPlace, m_attachment.device->udid(), "Handshake", &message });
     if (!fault) {
         acceptTls(pairing, false);
         return;
@@ -228,7 +228,7 @@ void DeviceConnection::leaveTls()
 void DeviceConnection::logTls(std::string_view event, Dictionary message)
 {
     message.set("Service", m_place);
-    m_simulation.log().add(Occurrence { kTlsPlace, m_attachment.device->udid(), event, &message });
+    m_simulation.log().add(FaultSite { kTlsPlace, m_attachment.device->udid(), event, &message });
 }
 
 void DeviceConnection::afterDelay(std::chrono::milliseconds delay, std::function<void()> action)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Device/Channel.h"
-#include "Device/Service.h"
+#include "Device/SimulatedService.h"
 #include "Device/TlsSession.h"
 #include "Device/WireFault.h"
 
@@ -11,22 +11,17 @@
 
 namespace tdw::simulator {
 
-/// One connection to one of a device's services: frames, TLS and faults around a `Service`.
+/// One connection to one of a device's services: frames, TLS and faults around a
+/// `SimulatedService`.
 ///
-///     bytes → (TLS) → frames → faults → Service → faults → frame → (TLS) → bytes
+///     bytes → (TLS) → frames → faults → SimulatedService → faults → frame → (TLS) → bytes
 class DeviceConnection final : public ChannelHandler,
                                public std::enable_shared_from_this<DeviceConnection> {
 public:
-    struct Options {
-        /// "lockdown" or the service's name, for faults and the log.
-        std::string place;
-        std::unique_ptr<Service> service;
-        /// Set: begins with TLS.
-        std::shared_ptr<const Pairing> pairing;
-    };
-
-    DeviceConnection(Simulation& simulation, const Attachment& attachment,
-        const std::shared_ptr<Channel>& channel, Options options);
+    /// @param context what the service may reach; sends what it pushes through this connection
+    /// @param service lockdown or a known service
+    DeviceConnection(
+        ServiceContext context, const std::shared_ptr<Channel>& channel, ServiceLaunch service);
 
     /// Begins; to be called once, when the channel's bytes go here.
     void start();
@@ -45,8 +40,8 @@ private:
 
     void handleFrames();
     void handle(const Value& message);
-    void deliverReply(const ServiceReply& reply, const Delivery& delivery);
-    void finish(const ServiceReply& reply, Delivery::After after);
+    void deliverReply(const ServiceReply& reply, const FaultedReply& faulted);
+    void finish(const ServiceReply& reply, FaultedReply::After after);
     void sendContent(std::span<const std::byte> content);
     void push(const Value& message);
 
@@ -70,7 +65,7 @@ private:
     Attachment m_attachment;
     std::weak_ptr<Channel> m_channel;
     std::string m_place;
-    std::unique_ptr<Service> m_service;
+    std::unique_ptr<SimulatedService> m_service;
     std::shared_ptr<const Pairing> m_pairing;
     PropertyListFrameDecoder m_decoder;
     std::unique_ptr<TlsSession> m_tls;

@@ -1,7 +1,6 @@
 #include "Device/DevicePorts.h"
 
 #include "Device/DeviceConnection.h"
-#include "Device/LockdownService.h"
 #include "Model/SimulatorError.h"
 
 #include <algorithm>
@@ -32,9 +31,6 @@ DevicePorts::DevicePorts(asio::io_context& context, Simulation& simulation)
     : m_context(context)
     , m_simulation(simulation)
 {
-    m_simulation.openNetwork = [this](SimulatedDevice& device) {
-        return openNetwork(device);
-    };
     m_simulation.observe([this](const SimulationEvent& event) {
         if (event.kind == SimulationEvent::Kind::Detached)
             forget(event.attachment);
@@ -49,24 +45,18 @@ bool DevicePorts::accepts(const Attachment& attachment, std::uint16_t port) cons
 void DevicePorts::connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
     std::uint16_t port, std::span<const std::byte> bytes)
 {
-    const ServiceContext context { m_simulation, attachment,
-        [this, attachment](const ServiceLaunch& wanted) {
+    ServiceContext context { .simulation = m_simulation,
+        .attachment = attachment,
+        .launch = [this, attachment](const ServiceLaunch& wanted) {
             return launch(attachment, wanted);
         } };
-    DeviceConnection::Options options;
-    if (port == kLockdownPort) {
-        options.place = kLockdownPlace;
-        options.service = std::make_unique<LockdownService>(context);
-    } else {
-        auto launched = m_launches.extract(PortKey { attachment.number, port });
-        options.place = launched.mapped().name;
-        options.service = makeService(options.place, context);
-        options.pairing = launched.mapped().pairing;
-    }
+    ServiceLaunch service { .name = std::string(kLockdownPlace) };
+    if (port != kLockdownPort)
+        service = m_launches.extract(PortKey { attachment.number, port }).mapped();
     std::erase_if(m_channels, [](const auto& entry) { return entry.second.expired(); });
     m_channels.emplace(attachment.number, channel);
     const auto connection
-        = std::make_shared<DeviceConnection>(m_simulation, attachment, channel, std::move(options));
+        = std::make_shared<DeviceConnection>(std::move(context), channel, std::move(service));
     connection->start();
     channel->handOver(connection, bytes);
 }
@@ -79,10 +69,10 @@ Result<std::uint16_t> DevicePorts::launch(const Attachment& attachment, const Se
     if (attachment.type == ConnectionType::Usb) {
         port = freeUsbPort(attachment);
     } else {
-        SimulatedDevice& device = *attachment.device;
+        const SimulatedDevice& device = *attachment.device;
         const auto number = std::make_shared<std::uint16_t>(0);
         auto listener = TDW_TRY(NetworkListener::open(
-            m_context, device.networkAddress, 0, [this, &device, number](StreamSocket socket) {
+            m_context, device.networkAddress(), 0, [this, &device, number](StreamSocket socket) {
                 acceptFromNetwork(device, *number, std::move(socket));
             }));
         port = *number = listener->port();
@@ -102,33 +92,30 @@ std::uint16_t DevicePorts::freeUsbPort(const Attachment& attachment)
     return m_lastUsbPort;
 }
 
-Result<void> DevicePorts::openNetwork(SimulatedDevice& device)
+Result<std::string> DevicePorts::openNetwork(const SimulatedDevice& device)
 {
     if (device.description().networkAddress)
         return openAddress(device, *device.description().networkAddress);
     constexpr int kAttempts = 32;
-    Result<void> opened;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    Result<std::string> opened = openAddress(device, randomLoopbackAddress());
+    for (int attempt = 1; !opened && attempt < kAttempts; ++attempt)
         opened = openAddress(device, randomLoopbackAddress());
-        if (opened)
-            break;
-    }
     return opened;
 }
 
-Result<void> DevicePorts::openAddress(SimulatedDevice& device, const std::string& address)
+Result<std::string> DevicePorts::openAddress(
+    const SimulatedDevice& device, const std::string& address)
 {
     auto listener = TDW_TRY(NetworkListener::open(
         m_context, address, kLockdownPort, [this, &device](StreamSocket socket) {
             acceptFromNetwork(device, kLockdownPort, std::move(socket));
         }));
     m_lockdownListeners.insert_or_assign(&device, std::move(listener));
-    device.networkAddress = address;
-    return {};
+    return address;
 }
 
 void DevicePorts::acceptFromNetwork(
-    SimulatedDevice& device, std::uint16_t port, StreamSocket socket)
+    const SimulatedDevice& device, std::uint16_t port, StreamSocket socket)
 {
     const auto attachment = m_simulation.attachment(device, ConnectionType::Network);
     if (!attachment || !accepts(*attachment, port))

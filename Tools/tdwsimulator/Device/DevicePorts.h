@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Device/DeviceGate.h"
 #include "Device/NetworkListener.h"
-#include "Device/Service.h"
+#include "Device/PortConnector.h"
+#include "Device/SimulatedService.h"
 
 #include <asio/io_context.hpp>
 
@@ -17,11 +17,11 @@ namespace tdw::simulator {
 /// Where a device's lockdown service listens, on any connection.
 inline constexpr std::uint16_t kLockdownPort = 62078;
 
-/// All ports of all devices: the multiplexer's clients come in through `DeviceGate`, and devices
+/// All ports of all devices: the multiplexer's clients come in through `PortConnector`, and devices
 /// on the network have addresses and TCP ports of their own.
 ///
 /// Used by the thread that runs the context; must not outlive the simulation.
-class DevicePorts final : public DeviceGate {
+class DevicePorts final : public PortConnector {
 public:
     DevicePorts(asio::io_context& context, Simulation& simulation);
 
@@ -29,15 +29,18 @@ public:
     void connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
         std::uint16_t port, std::span<const std::byte> bytes) override;
 
+    /// Opens an address of the device's own for its lockdown service, until the device leaves the
+    /// network. Errors: none is to be had.
+    Result<std::string> openNetwork(const SimulatedDevice& device);
+
 private:
     /// Launched services wait for their one connection under the attachment that asked for them.
     using PortKey = std::pair<std::uint32_t, std::uint16_t>;
 
-    Result<void> openNetwork(SimulatedDevice& device);
-    Result<void> openAddress(SimulatedDevice& device, const std::string& address);
+    Result<std::string> openAddress(const SimulatedDevice& device, const std::string& address);
     Result<std::uint16_t> launch(const Attachment& attachment, const ServiceLaunch& launch);
     std::uint16_t freeUsbPort(const Attachment& attachment);
-    void acceptFromNetwork(SimulatedDevice& device, std::uint16_t port, StreamSocket socket);
+    void acceptFromNetwork(const SimulatedDevice& device, std::uint16_t port, StreamSocket socket);
     void forget(const Attachment& attachment);
 
     asio::io_context& m_context;

@@ -1,5 +1,6 @@
 #include "Device/LockdownService.h"
 
+#include <array>
 #include <cstdio>
 
 namespace tdw::simulator {
@@ -14,10 +15,10 @@ std::string textOr(const Dictionary& request, std::string_view key, std::string_
 
 std::string sessionIdentifier(std::uint64_t number)
 {
-    char text[40];
-    std::snprintf(text, sizeof text, "7E57CAFE-0000-4000-8000-%012llX",
+    std::array<char, 40> text {};
+    std::snprintf(text.data(), text.size(), "7E57CAFE-0000-4000-8000-%012llX",
         static_cast<unsigned long long>(number));
-    return text;
+    return text.data();
 }
 
 /// The HostID of the record that comes with pairing requests, or an empty one.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Device/Service.h"
+#include "Device/SimulatedService.h"
 
 #include <optional>
 #include <string>
@@ -9,7 +9,7 @@ namespace tdw::simulator {
 
 /// The lockdown service, on one connection: values, pairing, sessions, and the way to all other
 /// services.
-class LockdownService final : public Service {
+class LockdownService final : public SimulatedService {
 public:
     explicit LockdownService(ServiceContext context)
         : m_context(std::move(context))

@@ -12,8 +12,8 @@ Value relayed(const std::string& name)
 } // namespace
 
 NotificationProxyService::NotificationProxyService(const ServiceContext& context)
-    : m_observer(
-        context.attachment.device->notifications().observe([this](const std::string& name) {
+    : m_observer(context.attachment.device->notifications().observe(
+        [this, push = context.push](const std::string& name) {
             if (m_observed.contains(name))
                 push(relayed(name));
         }))

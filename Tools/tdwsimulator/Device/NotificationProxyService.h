@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Device/Service.h"
+#include "Device/SimulatedService.h"
 #include "Model/NotificationCenter.h"
 
 #include <memory>
@@ -10,7 +10,7 @@
 namespace tdw::simulator {
 
 /// The notification proxy: a host names what it wants to hear of, and may post on its own.
-class NotificationProxyService final : public Service {
+class NotificationProxyService final : public SimulatedService {
 public:
     explicit NotificationProxyService(const ServiceContext& context);
 

@@ -29,29 +29,30 @@ Data oversized(Data answer, FrameShape shape)
 
 } // namespace
 
-Delivery deliver(const std::optional<Fault>& fault, Data answer, FrameShape shape)
+FaultedReply applyFault(const std::optional<Fault>& fault, Data answer, FrameShape shape)
 {
-    using After = Delivery::After;
+    using After = FaultedReply::After;
     if (!fault)
-        return Delivery { .bytes = std::move(answer) };
+        return FaultedReply { .bytes = std::move(answer) };
     switch (fault->kind) {
     case FaultKind::Delay:
-        return Delivery { .bytes = std::move(answer), .delay = fault->delay };
+        return FaultedReply { .bytes = std::move(answer), .delay = fault->delay };
     case FaultKind::Hang:
-        return Delivery { .after = After::Ignore };
+        return FaultedReply { .after = After::Ignore };
     case FaultKind::Drop:
-        return Delivery { .after = After::Close };
+        return FaultedReply { .after = After::Close };
     case FaultKind::Truncate:
         answer.resize(std::min(answer.size(), fault->bytes.value_or(answer.size() / 2)));
-        return Delivery { .bytes = std::move(answer), .after = After::Close };
+        return FaultedReply { .bytes = std::move(answer), .after = After::Close };
     case FaultKind::Garbage:
-        return Delivery { .bytes = withGarbage(std::move(answer), shape) };
+        return FaultedReply { .bytes = withGarbage(std::move(answer), shape) };
     case FaultKind::Oversize:
-        return Delivery { .bytes = oversized(std::move(answer), shape), .after = After::Ignore };
+        return FaultedReply { .bytes = oversized(std::move(answer), shape),
+            .after = After::Ignore };
     case FaultKind::CloseAfterReply:
-        return Delivery { .bytes = std::move(answer), .after = After::Close };
+        return FaultedReply { .bytes = std::move(answer), .after = After::Close };
     default:
-        return Delivery { .bytes = std::move(answer) };
+        return FaultedReply { .bytes = std::move(answer) };
     }
 }
 

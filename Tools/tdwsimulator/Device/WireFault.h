@@ -17,7 +17,7 @@ struct FrameShape {
 };
 
 /// How an encoded answer goes out.
-struct Delivery {
+struct FaultedReply {
     enum class After {
         Continue,
         Close,
@@ -32,6 +32,6 @@ struct Delivery {
 
 /// Applies those faults that strike an answer's bytes, whatever they say. Other faults leave the
 /// answer as it is.
-Delivery deliver(const std::optional<Fault>& fault, Data answer, FrameShape shape);
+FaultedReply applyFault(const std::optional<Fault>& fault, Data answer, FrameShape shape);
 
 } // namespace tdw::simulator

@@ -68,22 +68,22 @@ bool messageHas(
     if (!expected)
         return true;
     const std::string* value = message ? message->stringAt(key) : nullptr;
-    return !value ? expected->empty() : *value == *expected;
+    return value ? *value == *expected : expected->empty();
 }
 
 /// Where a request says which value it is about.
-std::string_view keyOfKey(const Occurrence& occurrence)
+std::string_view keyOfKey(const FaultSite& site)
 {
-    return occurrence.request == "GetValueFromRegistry" ? "GetValueKeyKey" : "Key";
+    return site.request == "GetValueFromRegistry" ? "GetValueKeyKey" : "Key";
 }
 
-bool matches(const Fault& fault, const Occurrence& occurrence)
+bool matches(const Fault& fault, const FaultSite& site)
 {
-    return fault.at == occurrence.at && (!fault.device || *fault.device == occurrence.device)
-        && (!fault.request || *fault.request == occurrence.request)
-        && messageHas(occurrence.message, "Domain", fault.domain)
-        && messageHas(occurrence.message, keyOfKey(occurrence), fault.key)
-        && messageHas(occurrence.message, "Service", fault.service);
+    return fault.at == site.at && (!fault.device || *fault.device == site.device)
+        && (!fault.request || *fault.request == site.request)
+        && messageHas(site.message, "Domain", fault.domain)
+        && messageHas(site.message, keyOfKey(site), fault.key)
+        && messageHas(site.message, "Service", fault.service);
 }
 
 Result<void> checkPlace(const Fault& fault, const std::string& path)
@@ -152,10 +152,10 @@ bool FaultTable::remove(std::uint64_t number)
         != 0;
 }
 
-std::optional<Fault> FaultTable::take(const Occurrence& occurrence)
+std::optional<Fault> FaultTable::take(const FaultSite& site)
 {
     for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
-        if (!matches(entry->fault, occurrence))
+        if (!matches(entry->fault, site))
             continue;
         if (++entry->seen < entry->fault.first)
             continue;

@@ -60,8 +60,8 @@ inline constexpr std::string_view kUsbPlace = "usb";
 /// What the real daemon announces.
 inline constexpr std::string_view kDaemonPlace = "daemon";
 
-/// One thing that happens at one place: what faults are matched with, and what the log keeps.
-struct Occurrence {
+/// A point at which a fault may strike. The log keeps it as well.
+struct FaultSite {
     std::string_view at;
     /// UDID, or empty where no device is concerned.
     std::string_view device;
@@ -69,7 +69,7 @@ struct Occurrence {
     const Dictionary* message = nullptr;
 };
 
-/// One injected fault: which occurrences it strikes, and how.
+/// One injected fault: which sites it strikes, and how.
 struct Fault {
     FaultKind kind = FaultKind::Drop;
 
@@ -82,7 +82,7 @@ struct Fault {
     /// Of StartService.
     std::optional<std::string> service;
 
-    /// The first matching occurrence that is struck.
+    /// The first matching visit that is struck.
     std::uint64_t first = 1;
     /// How many are struck; none: all from there on.
     std::optional<std::uint64_t> count;
@@ -114,8 +114,8 @@ public:
 
     void clear() { m_entries.clear(); }
 
-    /// The fault that strikes this occurrence, which thereby counts.
-    std::optional<Fault> take(const Occurrence& occurrence);
+    /// The fault that strikes at this site. Counts the visit.
+    std::optional<Fault> take(const FaultSite& site);
 
     /// Says whether a fault of this kind is in force at this place.
     bool contains(FaultKind kind, std::string_view at) const;

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <ctime>
 #include <optional>
@@ -93,11 +94,11 @@ std::string dateText(Date date)
     const std::time_t seconds
         = std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
     std::tm parts {};
-    char text[64];
+    std::array<char, 64> text {};
     if (!gmtime_r(&seconds, &parts)
-        || std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
+        || std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
         return "out of range";
-    return text;
+    return text.data();
 }
 
 Result<Value> valueFromPropertyListFile(

@@ -10,11 +10,10 @@ bool LogFilter::matches(const LogEntry& entry) const
         && (!request || *request == entry.request);
 }
 
-void RequestLog::add(const Occurrence& occurrence)
+void RequestLog::add(const FaultSite& site)
 {
-    m_entries.push_back(LogEntry { ++m_lastNumber, std::string(occurrence.at),
-        std::string(occurrence.device), std::string(occurrence.request),
-        occurrence.message ? *occurrence.message : Dictionary() });
+    m_entries.push_back(LogEntry { ++m_lastNumber, std::string(site.at), std::string(site.device),
+        std::string(site.request), site.message ? *site.message : Dictionary() });
     if (m_entries.size() > kCapacity)
         m_entries.pop_front();
     if (m_pending.empty())

@@ -40,8 +40,8 @@ public:
     static constexpr std::size_t kCapacity = 20'000;
     using Waiter = std::function<void(const LogEntry&)>;
 
-    /// Notes an occurrence and calls the waiters that it satisfies.
-    void add(const Occurrence& occurrence);
+    /// Notes what happened at a site, and calls the waiters that it satisfies.
+    void add(const FaultSite& site);
 
     /// The matching entries, oldest first.
     std::vector<LogEntry> entries(const LogFilter& filter) const;

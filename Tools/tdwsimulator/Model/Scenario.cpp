@@ -111,8 +111,8 @@ private:
                 + "\" is not an address in 127.0.0.0/8");
         }
         for (const Json* item : TDW_TRY(object.array("watches"))) {
-            device.watches.push_back(TDW_TRY(readWatch(
-                *item, object.pathOf("watches[" + std::to_string(device.watches.size()) + "]"))));
+            device.companions.push_back(TDW_TRY(readCompanion(*item,
+                object.pathOf("watches[" + std::to_string(device.companions.size()) + "]"))));
         }
         device.orientation = TDW_TRY(object.number("orientation")).value_or(device.orientation);
         device.wallpaper = TDW_TRY(readWallpaper(object));
@@ -255,19 +255,19 @@ private:
         return std::optional(Data(bytes.begin(), bytes.end()));
     }
 
-    Result<WatchDescription> readWatch(const Json& json, const std::string& path)
+    Result<CompanionDescription> readCompanion(const Json& json, const std::string& path)
     {
         JsonObject object = TDW_TRY(JsonObject::open(json, path));
-        WatchDescription watch;
-        watch.udid = TDW_TRY(object.requiredString("udid"));
+        CompanionDescription companion;
+        companion.udid = TDW_TRY(object.requiredString("udid"));
         if (const Json* values = object.take("values"))
-            watch.values
+            companion.values
                 = TDW_TRY(dictionaryFromJson(*values, object.pathOf("values"), m_directory));
         if (const Json* errors = object.take("errors"))
-            watch.errors
+            companion.errors
                 = TDW_TRY(dictionaryFromJson(*errors, object.pathOf("errors"), m_directory));
         TDW_TRY(object.refuseOtherKeys());
-        return watch;
+        return companion;
     }
 
     Result<std::vector<Fault>> readFaults(

@@ -68,8 +68,8 @@ inline constexpr std::string_view kTrustNames[] = { "trusts", "asks", "denies", 
     "escrow-locked", "find-my", "managed", "managed-challenge", "forgot-host", "usb-only",
     "after-first-unlock", "before-first-unlock", "forgot-host-tls" };
 
-/// A watch behind a phone, as the companion proxy tells of it.
-struct WatchDescription {
+/// A companion behind a phone, as the companion proxy tells of it.
+struct CompanionDescription {
     std::string udid;
     Dictionary values;
     /// Keys that are answered with an error, and its name.
@@ -109,7 +109,7 @@ struct DeviceDescription {
     UsbSpeed usbSpeed = UsbSpeed::High;
     /// An address 127.x.y.z; none: one that is free.
     std::optional<std::string> networkAddress;
-    std::vector<WatchDescription> watches;
+    std::vector<CompanionDescription> companions;
     /// How it is held: 1 is upright.
     std::uint64_t orientation = 1;
     /// A PNG image for all places; none: one is drawn.

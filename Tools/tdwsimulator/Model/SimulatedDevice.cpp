@@ -8,7 +8,7 @@ namespace tdw::simulator {
 SimulatedDevice::SimulatedDevice(
     DeviceDescription description, std::shared_ptr<const SimulatorKeys> keys)
     : m_description(std::move(description))
-    , m_values(m_description.domains, m_description.publicKeys)
+    , m_values(std::move(m_description.domains), m_description.publicKeys)
     , m_trust(m_description.trust, m_description.acceptAfter)
     , m_pairings(keys)
 {
@@ -30,16 +30,17 @@ void SimulatedDevice::setTrust(Trust trust)
         m_pairings.clear();
 }
 
-const WatchDescription* SimulatedDevice::watch(std::string_view udid) const
+const CompanionDescription* SimulatedDevice::companion(std::string_view udid) const
 {
-    const auto found = std::find_if(m_description.watches.begin(), m_description.watches.end(),
-        [&](const WatchDescription& watch) { return watch.udid == udid; });
-    return found == m_description.watches.end() ? nullptr : &*found;
+    const auto found
+        = std::find_if(m_description.companions.begin(), m_description.companions.end(),
+            [&](const CompanionDescription& companion) { return companion.udid == udid; });
+    return found == m_description.companions.end() ? nullptr : &*found;
 }
 
-WatchDescription* SimulatedDevice::watch(std::string_view udid)
+CompanionDescription* SimulatedDevice::companion(std::string_view udid)
 {
-    return const_cast<WatchDescription*>(std::as_const(*this).watch(udid));
+    return const_cast<CompanionDescription*>(std::as_const(*this).companion(udid));
 }
 
 Data SimulatedDevice::wallpaper(WallpaperPlace place, double widthPixels) const

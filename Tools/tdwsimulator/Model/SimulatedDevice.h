@@ -21,6 +21,7 @@ public:
     SimulatedDevice(DeviceDescription description, std::shared_ptr<const SimulatorKeys> keys);
 
     const std::string& udid() const { return m_description.udid; }
+    /// What the scenario says, without the domains, which are among `values`.
     const DeviceDescription& description() const { return m_description; }
 
     LockdownValues& values() { return m_values; }
@@ -38,11 +39,11 @@ public:
     /// Changes how the device answers hosts.
     void setTrust(Trust trust);
 
-    const std::vector<WatchDescription>& watches() const { return m_description.watches; }
+    const std::vector<CompanionDescription>& companions() const { return m_description.companions; }
 
-    /// The watch, or null.
-    const WatchDescription* watch(std::string_view udid) const;
-    WatchDescription* watch(std::string_view udid);
+    /// The companion, or null.
+    const CompanionDescription* companion(std::string_view udid) const;
+    CompanionDescription* companion(std::string_view udid);
 
     /// A PNG image: the scenario's file, or one drawn for the device at the width that is asked
     /// for.
@@ -58,7 +59,8 @@ public:
     std::uint64_t productId() const;
 
     /// The loopback address on which the device is reached over the network, once it has one.
-    std::string networkAddress;
+    const std::string& networkAddress() const { return m_networkAddress; }
+    void setNetworkAddress(std::string address) { m_networkAddress = std::move(address); }
 
 private:
     DeviceDescription m_description;
@@ -67,6 +69,7 @@ private:
     PairingStore m_pairings;
     NotificationCenter m_notifications;
     std::uint64_t m_lastSession = 0;
+    std::string m_networkAddress;
 };
 
 } // namespace tdw::simulator

@@ -19,11 +19,12 @@ std::string described(const SimulatedDevice& device, ConnectionType type)
 } // namespace
 
 Simulation::Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys,
-    const std::filesystem::path& records)
+    const std::filesystem::path& records, SimulationEnvironment environment)
     : m_addressLayout(scenario.addressLayout)
     , m_multiplexer(scenario.multiplexer)
     , m_systemBuid(std::move(scenario.systemBuid))
     , m_pairRecords(records)
+    , m_environment(std::move(environment))
 {
     m_pairRecords.saveSystemBuid(m_systemBuid);
     std::optional<Dictionary> record;
@@ -89,8 +90,8 @@ Result<Attachment> Simulation::attach(SimulatedDevice& device, ConnectionType ty
 {
     if (attachment(device, type))
         return simulatorError(described(device, type) + " is attached already");
-    if (type == ConnectionType::Network && openNetwork)
-        TDW_TRY(openNetwork(device));
+    if (type == ConnectionType::Network && m_environment.openNetwork)
+        device.setNetworkAddress(TDW_TRY(m_environment.openNetwork(device)));
     const std::uint32_t usbNumber = type == ConnectionType::Usb ? m_nextUsbNumber++ : 0;
     const Attachment attachment { ++m_lastIdentifier, &device, type, ++m_lastNumber, usbNumber };
     m_attachments.push_back(attachment);
@@ -120,10 +121,21 @@ void Simulation::answerTrust(SimulatedDevice& device, TrustDialog::Answer answer
 
 void Simulation::reconnect(SimulatedDevice& device)
 {
-    if (!device.description().reconnectsAfterTrust || !later
+    if (!device.description().reconnectsAfterTrust || !m_environment.later
         || !detach(device, ConnectionType::Usb))
         return;
     later(kReconnection, [this, &device] { (void)attach(device, ConnectionType::Usb); });
+}
+
+void Simulation::later(std::chrono::milliseconds delay, std::function<void()> action) const
+{
+    if (m_environment.later)
+        m_environment.later(delay, std::move(action));
+}
+
+void Simulation::addListener(std::uint64_t client, Dictionary description)
+{
+    m_listeners.insert_or_assign(client, std::move(description));
 }
 
 void Simulation::announcePaired(const Attachment& attachment)
@@ -138,10 +150,10 @@ void Simulation::renumber()
         attachment.identifier = ++m_lastIdentifier;
 }
 
-std::optional<Fault> Simulation::occurred(const Occurrence& occurrence)
+std::optional<Fault> Simulation::reach(const FaultSite& site)
 {
-    m_log.add(occurrence);
-    return m_faults.take(occurrence);
+    m_log.add(site);
+    return m_faults.take(site);
 }
 
 void Simulation::announce(SimulationEvent::Kind kind, const Attachment& attachment)
@@ -149,7 +161,7 @@ void Simulation::announce(SimulationEvent::Kind kind, const Attachment& attachme
     static constexpr std::string_view kNames[] = { "Attached", "Detached", "Paired" };
     const Dictionary message { { "DeviceID", attachment.identifier },
         { "ConnectionType", kConnectionTypeNames[static_cast<int>(attachment.type)] } };
-    m_log.add(Occurrence {
+    m_log.add(FaultSite {
         "simulator", attachment.device->udid(), kNames[static_cast<int>(kind)], &message });
     for (const Observer& observer : m_observers)
         observer(SimulationEvent { kind, attachment });

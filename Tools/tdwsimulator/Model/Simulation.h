@@ -51,6 +51,16 @@ struct SimulationEvent {
 /// How long phones have been seen to be away after the tap on "Trust".
 inline constexpr std::chrono::milliseconds kReconnection { 700 };
 
+/// What a simulation needs of the program around it. Without it, devices get no network addresses,
+/// and nothing happens later.
+struct SimulationEnvironment {
+    /// Makes a device reachable before it appears on the network, and returns its address.
+    std::function<Result<std::string>(const SimulatedDevice&)> openNetwork;
+
+    /// Calls a function after a delay, on the simulation's thread.
+    std::function<void(std::chrono::milliseconds, std::function<void()>)> later;
+};
+
 /// The simulated world: devices, what of them is attached, pair records, faults and the log.
 ///
 /// Knows no socket; the servers around it observe its events. Used by the simulator's one thread.
@@ -58,7 +68,7 @@ class Simulation {
 public:
     /// @param records where pair records are kept
     Simulation(Scenario scenario, const std::shared_ptr<const SimulatorKeys>& keys,
-        const std::filesystem::path& records);
+        const std::filesystem::path& records, SimulationEnvironment environment = {});
 
     AddressLayout addressLayout() const { return m_addressLayout; }
     MultiplexerRelease multiplexer() const { return m_multiplexer; }
@@ -100,21 +110,19 @@ public:
     RequestLog& log() { return m_log; }
 
     /// Logs what happened and says which fault strikes it.
-    std::optional<Fault> occurred(const Occurrence& occurrence);
+    std::optional<Fault> reach(const FaultSite& site);
 
     /// `observer` is called for every event from now on, as long as the simulation lives.
     using Observer = std::function<void(const SimulationEvent&)>;
     void observe(Observer observer) { m_observers.push_back(std::move(observer)); }
 
-    /// Called before a device appears on the network, to make it reachable: must set the device's
-    /// address.
-    std::function<Result<void>(SimulatedDevice&)> openNetwork;
+    /// Calls a function after a delay, as long as the environment can.
+    void later(std::chrono::milliseconds delay, std::function<void()> action) const;
 
-    /// Calls a function later, on the simulation's thread.
-    std::function<void(std::chrono::milliseconds, std::function<void()>)> later;
-
-    /// The multiplexer's clients that listen for devices, as they described themselves.
-    std::map<std::uint64_t, Dictionary> listeners;
+    /// The multiplexer's clients that listen for devices, by number, as they described themselves.
+    const std::map<std::uint64_t, Dictionary>& listeners() const { return m_listeners; }
+    void addListener(std::uint64_t client, Dictionary description);
+    void removeListener(std::uint64_t client) { m_listeners.erase(client); }
 
 private:
     /// Makes the host's side and the device's side know each other from the beginning.
@@ -134,6 +142,8 @@ private:
     FaultTable m_faults;
     RequestLog m_log;
     std::vector<Observer> m_observers;
+    SimulationEnvironment m_environment;
+    std::map<std::uint64_t, Dictionary> m_listeners;
 };
 
 } // namespace tdw::simulator

@@ -1,7 +1,5 @@
 #include "Mux/MuxConnection.h"
 
-#include "Mux/MuxServer.h"
-
 #include <asio/steady_timer.hpp>
 
 namespace tdw::simulator {
@@ -12,30 +10,31 @@ constexpr FrameShape kMuxShape { kMuxHeaderSize, false };
 
 } // namespace
 
-MuxConnection::MuxConnection(
-    MuxServer& server, const std::shared_ptr<Channel>& channel, std::uint64_t number)
-    : m_server(server)
+MuxConnection::MuxConnection(Simulation& simulation, PortConnector& ports,
+    const std::shared_ptr<Channel>& channel, std::uint64_t number)
+    : m_simulation(simulation)
+    , m_ports(ports)
     , m_channel(channel)
     , m_number(number)
-    , m_protocol(server.m_simulation, [&server](const Attachment& attachment, std::uint16_t port) {
-        return server.m_gate.accepts(attachment, port);
+    , m_protocol(simulation, [&ports](const Attachment& attachment, std::uint16_t port) {
+        return ports.accepts(attachment, port);
     })
 {
 }
 
-void MuxConnection::greet()
+void MuxConnection::applyAcceptFault()
 {
-    const auto fault = m_server.m_simulation.occurred(Occurrence { kMuxPlace, "", "Accept" });
+    const auto fault = m_simulation.reach(FaultSite { kMuxPlace, "", "Accept" });
     const auto channel = m_channel.lock();
     if (!fault || !channel)
         return;
-    const Delivery delivery = deliver(fault, Data(), kMuxShape);
-    if (delivery.after == Delivery::After::Close)
+    const FaultedReply faulted = applyFault(fault, Data(), kMuxShape);
+    if (faulted.after == FaultedReply::After::Close)
         channel->close();
-    else if (delivery.after == Delivery::After::Ignore)
+    else if (faulted.after == FaultedReply::After::Ignore)
         m_state = State::Ignoring;
     else
-        channel->send(delivery.bytes);
+        channel->send(faulted.bytes);
 }
 
 void MuxConnection::received(std::span<const std::byte> bytes)
@@ -67,12 +66,11 @@ void MuxConnection::handle(const MuxFrame& frame)
     logged.set("(message)", frame.message);
     logged.set("(tag)", frame.tag);
     const std::string device = concernedDevice(request);
-    Simulation& simulation = m_server.m_simulation;
-    const auto fault = simulation.occurred(Occurrence { kMuxPlace, device, request.name, &logged });
+    const auto fault = m_simulation.reach(FaultSite { kMuxPlace, device, request.name, &logged });
     if (fault && fault->kind == FaultKind::Detach) {
-        if (SimulatedDevice* concerned = simulation.device(device)) {
-            (void)simulation.detach(*concerned, ConnectionType::Usb);
-            (void)simulation.detach(*concerned, ConnectionType::Network);
+        if (SimulatedDevice* concerned = m_simulation.device(device)) {
+            (void)m_simulation.detach(*concerned, ConnectionType::Usb);
+            (void)m_simulation.detach(*concerned, ConnectionType::Network);
         }
     }
     if (request.name == "Listen")
@@ -81,71 +79,72 @@ void MuxConnection::handle(const MuxFrame& frame)
     const bool isUndone
         = fault && (fault->kind == FaultKind::Drop || fault->kind == FaultKind::Hang);
     const MuxReply reply = isUndone ? MuxReply {} : m_protocol.reply(frame, request, fault);
-    deliverAnswer(reply, deliver(fault, reply.bytes, kMuxShape));
+    deliverAnswer(reply, applyFault(fault, reply.bytes, kMuxShape));
 }
 
-void MuxConnection::deliverAnswer(const MuxReply& reply, const Delivery& delivery)
+void MuxConnection::deliverAnswer(const MuxReply& reply, const FaultedReply& faulted)
 {
     const auto channel = m_channel.lock();
     if (!channel)
         return;
-    if (delivery.delay.count() == 0) {
-        channel->send(delivery.bytes);
-        finish(reply, delivery.after);
+    if (faulted.delay.count() == 0) {
+        channel->send(faulted.bytes);
+        finish(reply, faulted.after);
         return;
     }
     m_state = State::Waiting;
     // Each answer has a timer of its own, since notifications may be under way as well.
-    auto timer = std::make_shared<asio::steady_timer>(channel->executor(), delivery.delay);
-    timer->async_wait([self = shared_from_this(), timer, reply, delivery](std::error_code error) {
+    auto timer = std::make_shared<asio::steady_timer>(channel->executor(), faulted.delay);
+    timer->async_wait([self = shared_from_this(), timer, reply, faulted](std::error_code error) {
         const auto waiting = self->m_channel.lock();
         if (error || !waiting)
             return;
         self->m_state = State::Open;
-        waiting->send(delivery.bytes);
-        self->finish(reply, delivery.after);
+        waiting->send(faulted.bytes);
+        self->finish(reply, faulted.after);
         self->handleFrames();
     });
 }
 
-void MuxConnection::finish(const MuxReply& reply, Delivery::After after)
+void MuxConnection::finish(const MuxReply& reply, FaultedReply::After after)
 {
     const auto channel = m_channel.lock();
     if (!channel)
         return;
-    if (after == Delivery::After::Ignore) {
+    if (after == FaultedReply::After::Ignore) {
         m_state = State::Ignoring;
         return;
     }
-    if (after == Delivery::After::Close || reply.next == MuxReply::Next::Close) {
+    if (after == FaultedReply::After::Close || reply.next == MuxReply::Next::Close) {
         channel->closeAfterSending();
         return;
     }
     if (reply.next == MuxReply::Next::Listen) {
-        m_server.m_listeners.emplace(m_number, weak_from_this());
-        m_server.m_simulation.listeners.emplace(m_number, m_description);
+        m_isListening = true;
+        m_simulation.addListener(m_number, m_description);
     } else if (reply.next == MuxReply::Next::Connect) {
         m_state = State::HandedOver;
-        m_server.m_gate.connect(channel, reply.target, reply.port, m_decoder.takeRest());
+        m_ports.connect(channel, reply.target, reply.port, m_decoder.takeRest());
     }
 }
 
 void MuxConnection::ended()
 {
-    m_server.m_listeners.erase(m_number);
-    m_server.m_simulation.listeners.erase(m_number);
+    m_isListening = false;
+    m_simulation.removeListener(m_number);
 }
 
 void MuxConnection::notify(const SimulationEvent& event)
 {
     const auto channel = m_channel.lock();
-    if (!channel || m_state == State::Ignoring)
+    if (!channel || !m_isListening || m_state == State::Ignoring)
         return;
     static constexpr std::string_view kNames[] = { "Attached", "Detached", "Paired" };
-    const auto fault = m_server.m_simulation.occurred(Occurrence {
+    const auto fault = m_simulation.reach(FaultSite {
         kMuxPlace, event.attachment.device->udid(), kNames[static_cast<int>(event.kind)] });
-    const Delivery delivery = deliver(fault, m_protocol.notification(event, fault), kMuxShape);
-    deliverAnswer(MuxReply {}, delivery);
+    const FaultedReply faulted
+        = applyFault(fault, m_protocol.notification(event, fault), kMuxShape);
+    deliverAnswer(MuxReply {}, faulted);
 }
 
 std::string MuxConnection::concernedDevice(const MuxProtocol::Request& request) const
@@ -155,8 +154,7 @@ std::string MuxConnection::concernedDevice(const MuxProtocol::Request& request) 
     const auto identifier = request.message.intAt("DeviceID");
     if (!identifier)
         return {};
-    const auto attachment
-        = m_server.m_simulation.attachment(static_cast<std::uint32_t>(*identifier));
+    const auto attachment = m_simulation.attachment(static_cast<std::uint32_t>(*identifier));
     return attachment ? attachment->device->udid() : std::string();
 }
 

@@ -197,7 +197,7 @@ Dictionary MuxProtocol::deviceList(const std::optional<Fault>& fault) const
 Dictionary MuxProtocol::listenerList() const
 {
     Array list;
-    for (const auto& [number, description] : m_simulation.listeners) {
+    for (const auto& [number, description] : m_simulation.listeners()) {
         const std::string* bundle = description.stringAt("BundleID");
         const std::string* program = description.stringAt("ProgName");
         const std::string bundleName = bundle ? *bundle : std::string();

@@ -57,7 +57,7 @@ Dictionary attachedMessage(const Attachment& attachment, AddressLayout layout)
         properties
             = Dictionary { { "ConnectionType", "Network" }, { "DeviceID", attachment.identifier },
                   { "EscapedFullServiceName", name }, { "InterfaceIndex", 1 },
-                  { "NetworkAddress", socketAddress(device.networkAddress, layout) },
+                  { "NetworkAddress", socketAddress(device.networkAddress(), layout) },
                   { "SerialNumber", device.udid() } };
     }
     return Dictionary { { "MessageType", "Attached" }, { "DeviceID", attachment.identifier },

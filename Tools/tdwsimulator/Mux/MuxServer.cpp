@@ -20,17 +20,17 @@ constexpr int kQueueLength = 5;
 
 } // namespace
 
-MuxServer::MuxServer(
-    asio::io_context& context, Simulation& simulation, DeviceGate& gate, std::filesystem::path path)
+MuxServer::MuxServer(asio::io_context& context, Simulation& simulation, PortConnector& ports,
+    std::filesystem::path path)
     : m_context(context)
     , m_simulation(simulation)
-    , m_gate(gate)
+    , m_ports(ports)
     , m_path(std::move(path))
     , m_acceptor(context)
 {
     m_simulation.observe([this](const SimulationEvent& event) {
         if (event.kind == SimulationEvent::Kind::Attached)
-            greet(event.attachment);
+            tryRecord(event.attachment);
         tellListeners(event);
     });
 }
@@ -50,7 +50,7 @@ Result<void> MuxServer::open()
         return Error::posix(errno, "Cannot listen on " + m_path.string());
     m_simulation.renumber();
     for (const Attachment& attachment : m_simulation.attachments())
-        greet(attachment);
+        tryRecord(attachment);
     std::error_code error;
     m_acceptor.assign(asio::local::stream_protocol(), socket.descriptor(), error);
     if (error)
@@ -66,8 +66,8 @@ void MuxServer::close()
         return;
     std::error_code error;
     m_acceptor.close(error);
-    for (const auto& [number, weak] : std::exchange(m_channels, {})) {
-        if (const auto channel = weak.lock())
+    for (const auto& [number, client] : std::exchange(m_clients, {})) {
+        if (const auto channel = client.channel.lock())
             channel->close();
     }
 }
@@ -87,20 +87,22 @@ void MuxServer::accept()
             if (error == asio::error::operation_aborted || !m_acceptor.is_open())
                 return;
             if (!error) {
-                std::erase_if(m_channels, [](const auto& entry) { return entry.second.expired(); });
+                std::erase_if(
+                    m_clients, [](const auto& entry) { return entry.second.channel.expired(); });
                 const auto channel = Channel::create(std::move(socket));
                 const auto number = ++m_lastClient;
-                m_channels.emplace(number, channel);
-                const auto connection = std::make_shared<MuxConnection>(*this, channel, number);
+                const auto connection
+                    = std::make_shared<MuxConnection>(m_simulation, m_ports, channel, number);
+                m_clients.emplace(number, Client { channel, connection });
                 channel->handOver(connection);
                 channel->start();
-                connection->greet();
+                connection->applyAcceptFault();
             }
             accept();
         });
 }
 
-void MuxServer::greet(const Attachment& attachment)
+void MuxServer::tryRecord(const Attachment& attachment)
 {
     const SimulatedDevice& device = *attachment.device;
     if (attachment.type == ConnectionType::Usb && device.trust().trust() == Trust::ForgotHostInTls)
@@ -110,10 +112,10 @@ void MuxServer::greet(const Attachment& attachment)
 void MuxServer::tellListeners(const SimulationEvent& event)
 {
     // Telling one may lose it, and with it its place here.
-    const auto listeners = m_listeners;
-    for (const auto& [number, weak] : listeners) {
-        if (const auto listener = weak.lock())
-            listener->notify(event);
+    const auto clients = m_clients;
+    for (const auto& [number, client] : clients) {
+        if (const auto connection = client.connection.lock())
+            connection->notify(event);
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Device/DeviceGate.h"
+#include "Device/PortConnector.h"
 #include "Model/Simulation.h"
 #include "Platform/Values/Result.h"
 
@@ -18,10 +18,10 @@ class MuxConnection;
 
 /// The multiplexer's socket.
 ///
-/// Used by the thread that runs the context; must not outlive simulation and gate.
+/// Used by the thread that runs the context; must not outlive simulation and ports.
 class MuxServer {
 public:
-    MuxServer(asio::io_context& context, Simulation& simulation, DeviceGate& gate,
+    MuxServer(asio::io_context& context, Simulation& simulation, PortConnector& ports,
         std::filesystem::path path);
     MuxServer(const MuxServer&) = delete;
     MuxServer& operator=(const MuxServer&) = delete;
@@ -38,22 +38,26 @@ public:
     Result<void> followFaults();
 
 private:
-    friend class MuxConnection;
+    /// A client of the multiplexer until its connection ends; the second as long as it is not
+    /// handed over to a device.
+    struct Client {
+        std::weak_ptr<Channel> channel;
+        std::weak_ptr<MuxConnection> connection;
+    };
 
     void accept();
     void tellListeners(const SimulationEvent& event);
 
     /// What the daemon does with a device before it announces it: a session that ends in TLS costs
     /// the device its record.
-    void greet(const Attachment& attachment);
+    void tryRecord(const Attachment& attachment);
 
     asio::io_context& m_context;
     Simulation& m_simulation;
-    DeviceGate& m_gate;
+    PortConnector& m_ports;
     std::filesystem::path m_path;
     asio::local::stream_protocol::acceptor m_acceptor;
-    std::map<std::uint64_t, std::weak_ptr<Channel>> m_channels;
-    std::map<std::uint64_t, std::weak_ptr<MuxConnection>> m_listeners;
+    std::map<std::uint64_t, Client> m_clients;
     std::uint64_t m_lastClient = 0;
 };
 

@@ -50,7 +50,7 @@ void DaemonListener::log(const Dictionary& message)
     const std::string* serial = properties ? properties->stringAt("SerialNumber") : nullptr;
     if (serial)
         device = *serial;
-    m_simulation.log().add(Occurrence { kDaemonPlace, device, *type, &message });
+    m_simulation.log().add(FaultSite { kDaemonPlace, device, *type, &message });
 }
 
 } // namespace tdw::simulator

@@ -133,7 +133,7 @@ void MuxDaemon::watchEnd()
         m_process.reset();
         std::error_code ignored;
         m_end.close(ignored);
-        m_simulation.log().add(Occurrence { kDaemonPlace, "", "Ended", &message });
+        m_simulation.log().add(FaultSite { kDaemonPlace, "", "Ended", &message });
         // A device may have come while the daemon was ending.
         if (end == Termination {})
             (void)follow();
@@ -149,7 +149,7 @@ std::string MuxDaemon::messages() const
 void MuxDaemon::listen()
 {
     const Dictionary message { { "ProcessID", m_process ? m_process->identifier() : 0 } };
-    m_simulation.log().add(Occurrence { kDaemonPlace, "", "Started", &message });
+    m_simulation.log().add(FaultSite { kDaemonPlace, "", "Started", &message });
     DaemonListener::start(m_context, m_simulation, socket());
 }
 

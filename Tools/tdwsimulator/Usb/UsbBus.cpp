@@ -60,10 +60,12 @@ private:
     FrameBuffer m_buffer;
 };
 
-UsbBus::UsbBus(asio::io_context& context, Simulation& simulation, DeviceGate& gate)
+UsbBus::UsbBus(asio::io_context& context, Simulation& simulation, PortConnector& ports,
+    std::function<void()> daemonCame)
     : m_context(context)
     , m_simulation(simulation)
-    , m_gate(gate)
+    , m_ports(ports)
+    , m_daemonCame(std::move(daemonCame))
     , m_acceptor(context)
 {
     m_simulation.observe([this](const SimulationEvent& event) { follow(event); });
@@ -97,8 +99,7 @@ void UsbBus::accept()
                 for (const Attachment& attachment : m_simulation.attachments())
                     attach(attachment);
                 send(UsbHeader { .kind = UsbMessage::Ready }, {});
-                if (daemonCame)
-                    daemonCame();
+                m_daemonCame();
             }
             accept();
         });
@@ -116,7 +117,7 @@ void UsbBus::attach(const Attachment& attachment)
 {
     if (!m_channel || attachment.type != ConnectionType::Usb)
         return;
-    const auto device = std::make_shared<UsbDevice>(m_context, m_simulation, m_gate, attachment,
+    const auto device = std::make_shared<UsbDevice>(m_context, m_simulation, m_ports, attachment,
         [this](UsbHeader header, std::span<const std::byte> payload) { send(header, payload); });
     m_devices.insert_or_assign(locationOf(attachment), device);
     device->arrive();

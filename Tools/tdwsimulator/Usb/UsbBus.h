@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Device/DeviceGate.h"
+#include "Device/PortConnector.h"
 #include "Model/Simulation.h"
 #include "Platform/Values/Result.h"
 #include "Usb/UsbDevice.h"
@@ -20,19 +20,18 @@ namespace tdw::simulator {
 /// in, and carries transfers.
 ///
 /// One stand-in at a time: a daemon that is started again finds everything plugged in as for the
-/// first time. Used by the thread that runs the context; must not outlive simulation and gate.
+/// first time. Used by the thread that runs the context; must not outlive simulation and ports.
 class UsbBus {
 public:
-    UsbBus(asio::io_context& context, Simulation& simulation, DeviceGate& gate);
+    /// @param daemonCame called when a daemon has come: by then its socket listens
+    UsbBus(asio::io_context& context, Simulation& simulation, PortConnector& ports,
+        std::function<void()> daemonCame);
     UsbBus(const UsbBus&) = delete;
     UsbBus& operator=(const UsbBus&) = delete;
     ~UsbBus();
 
     /// Errors name the path.
     Result<void> open(const std::filesystem::path& path);
-
-    /// Called when a daemon has come: by then its socket listens.
-    std::function<void()> daemonCame;
 
 private:
     class Link;
@@ -45,7 +44,8 @@ private:
 
     asio::io_context& m_context;
     Simulation& m_simulation;
-    DeviceGate& m_gate;
+    PortConnector& m_ports;
+    std::function<void()> m_daemonCame;
     asio::local::stream_protocol::acceptor m_acceptor;
     /// To the stand-in, while there is one.
     std::shared_ptr<Channel> m_channel;

@@ -49,11 +49,11 @@ private:
     UsbStream m_stream;
 };
 
-UsbDevice::UsbDevice(asio::io_context& context, Simulation& simulation, DeviceGate& gate,
+UsbDevice::UsbDevice(asio::io_context& context, Simulation& simulation, PortConnector& ports,
     const Attachment& attachment, Send send)
     : m_context(context)
     , m_simulation(simulation)
-    , m_gate(gate)
+    , m_ports(ports)
     , m_attachment(attachment)
     , m_send(std::move(send))
     , m_mux(*this)
@@ -111,7 +111,7 @@ bool UsbDevice::greets()
 bool UsbDevice::opened(UsbStream stream, std::uint16_t port)
 {
     const Dictionary message { { "Port", port } };
-    if (strike("Connect", &message) || !m_gate.accepts(m_attachment, port))
+    if (strike("Connect", &message) || !m_ports.accepts(m_attachment, port))
         return false;
     asio::local::stream_protocol::socket near(m_context);
     asio::local::stream_protocol::socket far(m_context);
@@ -124,7 +124,7 @@ bool UsbDevice::opened(UsbStream stream, std::uint16_t port)
     channel->start();
     m_streams.insert_or_assign(stream, channel);
     const auto service = Channel::create(std::move(far));
-    m_gate.connect(service, m_attachment, port, {});
+    m_ports.connect(service, m_attachment, port, {});
     service->start();
     return true;
 }
@@ -153,8 +153,8 @@ UsbHeader UsbDevice::header(UsbMessage kind) const
 
 std::optional<FaultKind> UsbDevice::strike(std::string_view request, const Dictionary* message)
 {
-    const auto fault = m_simulation.occurred(
-        Occurrence { kUsbPlace, m_attachment.device->udid(), request, message });
+    const auto fault = m_simulation.reach(
+        FaultSite { kUsbPlace, m_attachment.device->udid(), request, message });
     return fault ? std::optional(fault->kind) : std::nullopt;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Device/Channel.h"
-#include "Device/DeviceGate.h"
+#include "Device/PortConnector.h"
 #include "Model/Simulation.h"
 #include "Usb/UsbMux.h"
 #include "Usb/UsbWire.h"
@@ -22,7 +22,7 @@ class UsbDevice final : public UsbMuxHost, public std::enable_shared_from_this<U
 public:
     using Send = std::function<void(UsbHeader, std::span<const std::byte> payload)>;
 
-    UsbDevice(asio::io_context& context, Simulation& simulation, DeviceGate& gate,
+    UsbDevice(asio::io_context& context, Simulation& simulation, PortConnector& ports,
         const Attachment& attachment, Send send);
     ~UsbDevice() override;
 
@@ -47,7 +47,7 @@ private:
 
     asio::io_context& m_context;
     Simulation& m_simulation;
-    DeviceGate& m_gate;
+    PortConnector& m_ports;
     Attachment m_attachment;
     Send m_send;
     UsbMux m_mux;

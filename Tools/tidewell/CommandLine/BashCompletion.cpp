@@ -4,7 +4,7 @@ namespace tdw::cli {
 
 namespace {
 
-constexpr std::string_view kFrame
+constexpr std::string_view kBashFrame
     = R"bash(# bash completion for tidewell, written by "tidewell completion bash"
 
 # UDIDs and names, the names quoted as the shell wants them.
@@ -103,7 +103,7 @@ std::string bashCompletion()
                 : branch("        ", pattern, candidates(command.words[i]));
         }
     }
-    return filled(kFrame,
+    return filled(kBashFrame,
         { { "@DEVICES@", std::string(kDeviceCandidates) },
             { "@VALUED@", valued.empty() ? "--" : valued }, { "@VALUES@", values },
             { "@OPTIONS@", options }, { "@ALLOPTIONS@", optionNames(nullptr) },

@@ -4,7 +4,7 @@ namespace tdw::cli {
 
 namespace {
 
-constexpr std::string_view kFrame
+constexpr std::string_view kFishFrame
     = R"fish(# fish completion for tidewell, written by "tidewell completion fish"
 
 function __tidewell_devices
@@ -80,7 +80,7 @@ std::string fishCompletion()
             lines += wordLine(command, i);
     }
     return filled(
-        kFrame, { { "@DEVICES@", std::string(kDeviceCandidates) }, { "@LINES@", lines } });
+        kFishFrame, { { "@DEVICES@", std::string(kDeviceCandidates) }, { "@LINES@", lines } });
 }
 
 } // namespace tdw::cli

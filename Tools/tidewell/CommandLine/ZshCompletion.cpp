@@ -4,7 +4,7 @@ namespace tdw::cli {
 
 namespace {
 
-constexpr std::string_view kFrame = R"zsh(#compdef tidewell
+constexpr std::string_view kZshFrame = R"zsh(#compdef tidewell
 # zsh completion for tidewell, written by "tidewell completion zsh"
 
 _tidewell_devices() {
@@ -107,7 +107,7 @@ std::string zshCompletion()
     std::string options;
     for (const Option& option : optionTable())
         options += "    " + optionArgument(option) + " \\\n";
-    return filled(kFrame,
+    return filled(kZshFrame,
         { { "@DEVICES@", std::string(kDeviceCandidates) }, { "@COMMANDS@", commands },
             { "@ALLOPTIONS@", options }, { "@CASES@", cases } });
 }

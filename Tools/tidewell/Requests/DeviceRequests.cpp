@@ -50,25 +50,25 @@ Error serviceSilent(std::chrono::seconds patience)
 } // namespace
 
 /// One of the two ways to a server.
-class DeviceRequests::Road {
+class DeviceRequests::Sender {
 public:
-    Road() = default;
-    Road(const Road&) = delete;
-    Road& operator=(const Road&) = delete;
-    virtual ~Road() = default;
+    Sender() = default;
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+    virtual ~Sender() = default;
     virtual void send(DeviceQuery query, Handler handler) = 0;
 };
 
-class DeviceRequests::ServiceRoad final : public Road {
+class DeviceRequests::ServiceSender final : public Sender {
 public:
-    explicit ServiceRoad(EventLoop& loop)
+    explicit ServiceSender(EventLoop& loop)
         : m_loop(loop)
         , m_client(TidewellServiceClient::initWithQueue(CallbackQueue(loop.poster())))
     {
     }
-    ServiceRoad(const ServiceRoad&) = delete;
-    ServiceRoad& operator=(const ServiceRoad&) = delete;
-    ~ServiceRoad() override { m_client->invalidateTerminatingService(false); }
+    ServiceSender(const ServiceSender&) = delete;
+    ServiceSender& operator=(const ServiceSender&) = delete;
+    ~ServiceSender() override { m_client->invalidateTerminatingService(false); }
 
     void send(DeviceQuery query, Handler handler) override
     {
@@ -123,9 +123,9 @@ private:
     std::map<std::uint64_t, Pending> m_pending;
 };
 
-class DeviceRequests::DirectRoad final : public Road {
+class DeviceRequests::DirectSender final : public Sender {
 public:
-    explicit DirectRoad(EventLoop& loop)
+    explicit DirectSender(EventLoop& loop)
         : m_loop(loop)
         , m_bundle(Bundle::mainBundle())
         , m_runner(loop)
@@ -191,13 +191,13 @@ MultiplexerClient& DeviceRequests::multiplexer()
 
 void DeviceRequests::send(DeviceQuery query, Handler handler)
 {
-    if (!m_road && m_transport == Transport::Service)
-        m_road = std::make_unique<ServiceRoad>(m_loop);
-    else if (!m_road)
-        m_road = std::make_unique<DirectRoad>(m_loop);
+    if (!m_sender && m_transport == Transport::Service)
+        m_sender = std::make_unique<ServiceSender>(m_loop);
+    else if (!m_sender)
+        m_sender = std::make_unique<DirectSender>(m_loop);
     const auto step
         = std::make_shared<TraceStep>("request to", TDWServerNamed(serverFor(query))->name);
-    m_road->send(std::move(query),
+    m_sender->send(std::move(query),
         [step = step, handler = std::move(handler)](Result<Value> payload) mutable {
             if (!payload)
                 step->ended(payload.error().code());
@@ -214,7 +214,7 @@ Result<Value> DeviceRequests::ask(DeviceQuery query)
 void DeviceRequests::endServers()
 {
     if (m_transport == Transport::Direct)
-        m_road.reset();
+        m_sender.reset();
 }
 
 } // namespace tdw::cli

@@ -60,14 +60,14 @@ public:
     void endServers();
 
 private:
-    class Road;
-    class ServiceRoad;
-    class DirectRoad;
+    class Sender;
+    class ServiceSender;
+    class DirectSender;
 
     const Transport m_transport;
     EventLoop m_loop;
     std::unique_ptr<MultiplexerClient> m_multiplexer;
-    std::unique_ptr<Road> m_road;
+    std::unique_ptr<Sender> m_sender;
 };
 
 } // namespace tdw::cli

@@ -1,5 +1,6 @@
 #include "Requests/TraceListener.h"
 
+#include "Client/ServiceMessages.h"
 #include "Platform/System/RuntimeDirectory.h"
 #include "Platform/Values/Utf8.h"
 
@@ -47,7 +48,7 @@ void removeLeftovers(const std::filesystem::path& directory)
 
 Result<std::unique_ptr<TraceListener>> TraceListener::start(Handler handler)
 {
-    const auto directory = TDW_TRY(runtimeDirectory());
+    const auto directory = TDW_TRY(runtimeDirectory(tidewellService().directory));
     removeLeftovers(directory);
     const auto path = directory / (std::string(kPrefix) + std::to_string(::getpid()) + ".sock");
     sockaddr_un address {};

@@ -8,7 +8,7 @@ namespace tdw::cli {
 
 namespace {
 
-constexpr std::string_view kClearLine = "\r\x1b[K";
+constexpr std::string_view kRedrawLine = "\r\x1b[K";
 
 } // namespace
 
@@ -23,7 +23,7 @@ void ProgressLine::show(std::string_view message, std::string_view remark)
         // A line that wraps could not be replaced.
         const std::string line = std::string(message) + " " + std::string(remark);
         m_console.say(
-            std::string(kClearLine) + line.substr(0, sizeOfTerminal(STDERR_FILENO).columns - 1));
+            std::string(kRedrawLine) + line.substr(0, sizeOfTerminal(STDERR_FILENO).columns - 1));
     } else if (message != m_shown) {
         m_console.say(std::string(message) + "\n");
     }
@@ -33,7 +33,7 @@ void ProgressLine::show(std::string_view message, std::string_view remark)
 void ProgressLine::clear()
 {
     if (m_console.canRedraw() && !m_shown.empty())
-        m_console.say(kClearLine);
+        m_console.say(kRedrawLine);
     m_shown.clear();
 }
 

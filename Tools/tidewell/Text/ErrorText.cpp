@@ -33,7 +33,7 @@ std::string reasonOf(const Error& error)
 }
 
 /// The lines that hold something, each safe to show.
-std::vector<std::string> linesOf(std::string_view text)
+std::vector<std::string> shownLines(std::string_view text)
 {
     std::vector<std::string> lines;
     while (!text.empty() && lines.size() < kMostLines) {
@@ -83,7 +83,7 @@ private:
             m_lines.emplace_back();
         m_lines.back() += prefix;
         bool isFirst = true;
-        for (const std::string& line : linesOf(text)) {
+        for (const std::string& line : shownLines(text)) {
             if (isFirst)
                 m_lines.back() += line;
             else

@@ -1,6 +1,7 @@
-#include "Device/Service.h"
+#include "Device/SimulatedService.h"
 
 #include "Device/CompanionProxyService.h"
+#include "Device/LockdownService.h"
 #include "Device/NotificationProxyService.h"
 #include "Device/SpringboardService.h"
 
@@ -12,14 +13,14 @@ namespace tdw::simulator {
 namespace {
 
 template <typename T>
-std::unique_ptr<Service> make(const ServiceContext& context)
+std::unique_ptr<SimulatedService> make(const ServiceContext& context)
 {
     return std::make_unique<T>(context);
 }
 
 struct Entry {
     std::string_view name;
-    std::unique_ptr<Service> (*make)(const ServiceContext&);
+    std::unique_ptr<SimulatedService> (*make)(const ServiceContext&);
 };
 
 constexpr Entry kServices[] = {
@@ -38,7 +39,7 @@ const Entry* entryOf(std::string_view name)
 
 } // namespace
 
-std::string Service::requestName(const Dictionary& request) const
+std::string SimulatedService::requestName(const Dictionary& request) const
 {
     for (const std::string_view key : { "Request", "Command", "command" }) {
         if (const std::string* name = request.stringAt(key))
@@ -47,7 +48,7 @@ std::string Service::requestName(const Dictionary& request) const
     return {};
 }
 
-Dictionary Service::refusal(const Dictionary& request, std::string_view error) const
+Dictionary SimulatedService::refusal(const Dictionary& request, std::string_view error) const
 {
     return Dictionary { { "Error", error }, { "Request", requestName(request) } };
 }
@@ -57,8 +58,10 @@ bool isKnownService(std::string_view name)
     return entryOf(name) != nullptr;
 }
 
-std::unique_ptr<Service> makeService(std::string_view name, const ServiceContext& context)
+std::unique_ptr<SimulatedService> makeService(std::string_view name, const ServiceContext& context)
 {
+    if (name == kLockdownPlace)
+        return make<LockdownService>(context);
     const Entry* entry = entryOf(name);
     assert(entry);
     return entry->make(context);

@@ -9,12 +9,12 @@ namespace tdw::service {
 
 /// Notices, once, that the service holds more than it ever should. Measured when there is work, and
 /// seldom, so that a service at rest does nothing.
-class ResourceWatch {
+class ResourceMonitor {
 public:
     static constexpr std::chrono::seconds kInterval { 1 };
     static constexpr std::size_t kMaximumResidentBytes = std::size_t { 128 } << 20;
 
-    ResourceWatch();
+    ResourceMonitor();
 
     /// The uptime in seconds, at the first call that finds a limit reached.
     std::optional<std::int64_t> uptimeAtLimit();

@@ -1,4 +1,4 @@
-#include "Requests.h"
+#include "RequestQueue.h"
 
 #include "Host/ServerEnvelope.h"
 #include "Host/TDWServerInvocation.h"
@@ -40,7 +40,7 @@ std::size_t bytesOf(const std::vector<std::string>& arguments)
 }
 
 /// Why a request cannot be carried out at all.
-std::optional<Error> refusal(const Requests::Request& request)
+std::optional<Error> refusal(const RequestQueue::Request& request)
 {
     if (!isRequestServer(request.server))
         return TDWErrorCreateWithMessage(
@@ -49,9 +49,10 @@ std::optional<Error> refusal(const Requests::Request& request)
         return TDWErrorCreateWithMessage("A request cannot take "
                 + Value(request.timeoutSeconds).debugDescription() + " seconds.",
             1);
-    if (const std::size_t bytes = bytesOf(request.arguments); bytes > Requests::kLongestArguments)
+    if (const std::size_t bytes = bytesOf(request.arguments);
+        bytes > RequestQueue::kLongestArguments)
         return TDWErrorCreateWithMessage("A request cannot have " + std::to_string(bytes)
-                + " bytes of arguments; at most " + std::to_string(Requests::kLongestArguments)
+                + " bytes of arguments; at most " + std::to_string(RequestQueue::kLongestArguments)
                 + " are taken.",
             1);
     return std::nullopt;
@@ -60,7 +61,7 @@ std::optional<Error> refusal(const Requests::Request& request)
 std::chrono::milliseconds bound(double timeoutSeconds)
 {
     const std::chrono::duration<double> timeout(std::min(timeoutSeconds, kLongestTimeoutSeconds));
-    return std::chrono::ceil<std::chrono::milliseconds>(timeout) + Requests::kGrace;
+    return std::chrono::ceil<std::chrono::milliseconds>(timeout) + RequestQueue::kGrace;
 }
 
 bool meansExhaustion(const Error& error)
@@ -89,18 +90,18 @@ std::string millisecondsText(std::chrono::steady_clock::duration duration)
 
 } // namespace
 
-Requests::Requests(Queue queue, Bundle bundle, std::shared_ptr<ServerThread> servers,
+RequestQueue::RequestQueue(Queue queue, Bundle bundle, std::shared_ptr<ServerThread> servers,
     std::size_t runs, std::function<void()> changed)
     : m_queue(std::move(queue))
     , m_bundle(std::move(bundle))
     , m_servers(std::move(servers))
     , m_changed(std::move(changed))
-    , m_log(std::string(kTidewellErrorDomain), "Requests")
+    , m_log(std::string(kTidewellErrorDomain), "RequestQueue")
     , m_schedule(runs)
 {
 }
 
-void Requests::add(Request request)
+void RequestQueue::add(Request request)
 {
     if (const auto error = refusal(request))
         return request.reply(TDWClientErrorResponse(*error));
@@ -119,12 +120,12 @@ void Requests::add(Request request)
     startWaiting();
 }
 
-void Requests::clientLeft(RequestSchedule::Client client)
+void RequestQueue::clientLeft(RequestSchedule::Client client)
 {
     drop(m_schedule.removeClient(client));
 }
 
-void Requests::drop(const std::vector<Ticket>& tickets)
+void RequestQueue::drop(const std::vector<Ticket>& tickets)
 {
     for (const Ticket ticket : tickets) {
         m_argumentBytes -= m_pending.at(ticket).argumentBytes;
@@ -132,7 +133,7 @@ void Requests::drop(const std::vector<Ticket>& tickets)
     }
 }
 
-void Requests::startWaiting()
+void RequestQueue::startWaiting()
 {
     while (!m_isExhausted) {
         const auto ticket = m_schedule.next();
@@ -143,7 +144,7 @@ void Requests::startWaiting()
     setTimer();
 }
 
-void Requests::start(Ticket ticket)
+void RequestQueue::start(Ticket ticket)
 {
     Pending& pending = m_pending.at(ticket);
     const Request& request = pending.request;
@@ -172,7 +173,7 @@ void Requests::start(Ticket ticket)
         });
 }
 
-void Requests::ended(Ticket ticket, Result<ServerRunOutcome> outcome)
+void RequestQueue::ended(Ticket ticket, Result<ServerRunOutcome> outcome)
 {
     Pending& pending = m_pending.at(ticket);
     pending.run.reset();
@@ -186,7 +187,7 @@ void Requests::ended(Ticket ticket, Result<ServerRunOutcome> outcome)
     answer(ticket, envelopeOf(pending.request.server, outcome));
 }
 
-void Requests::answer(Ticket ticket, const Value& envelope)
+void RequestQueue::answer(Ticket ticket, const Value& envelope)
 {
     const Pending pending = std::move(m_pending.at(ticket));
     drop({ ticket });
@@ -195,13 +196,13 @@ void Requests::answer(Ticket ticket, const Value& envelope)
     pending.request.reply(envelope);
 }
 
-void Requests::answerLate()
+void RequestQueue::answerLate()
 {
     for (const Ticket ticket : m_schedule.removeLate(Clock::now()))
         answer(ticket, TDWClientErrorResponse(serverTimeoutError()));
 }
 
-void Requests::setTimer()
+void RequestQueue::setTimer()
 {
     m_timer.cancel();
     const auto now = Clock::now();

@@ -1,4 +1,4 @@
-#include "ResourceWatch.h"
+#include "ResourceMonitor.h"
 
 #include "Platform/System/DescriptorLimit.h"
 
@@ -39,13 +39,13 @@ std::size_t residentBytes()
     return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-ResourceWatch::ResourceWatch()
+ResourceMonitor::ResourceMonitor()
 {
     // Three quarters, so that there is room left to be told of it.
     m_maximumDescriptors = descriptorLimit() / 4 * 3;
 }
 
-std::optional<std::int64_t> ResourceWatch::uptimeAtLimit()
+std::optional<std::int64_t> ResourceMonitor::uptimeAtLimit()
 {
     const auto now = Clock::now();
     if (m_hasReported || (!m_isFull && now - m_lastLook < kInterval))

@@ -9,13 +9,13 @@
 
 namespace tdw::simulator {
 
-/// The way in to the services of devices, for whoever brings connections.
-class DeviceGate {
+/// Connects the multiplexer and the virtual bus to the services of devices.
+class PortConnector {
 public:
-    DeviceGate() = default;
-    DeviceGate(const DeviceGate&) = delete;
-    DeviceGate& operator=(const DeviceGate&) = delete;
-    virtual ~DeviceGate() = default;
+    PortConnector() = default;
+    PortConnector(const PortConnector&) = delete;
+    PortConnector& operator=(const PortConnector&) = delete;
+    virtual ~PortConnector() = default;
 
     /// Whether anything listens on this port of the device.
     virtual bool accepts(const Attachment& attachment, std::uint16_t port) const = 0;

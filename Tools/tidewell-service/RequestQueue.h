@@ -21,7 +21,7 @@ namespace tdw::service {
 /// The requests that are being carried out, and those that wait their turn.
 ///
 /// Belongs to a serial queue: all functions are called there, and all replies are.
-class Requests : public std::enable_shared_from_this<Requests> {
+class RequestQueue : public std::enable_shared_from_this<RequestQueue> {
 public:
     /// How many servers run at once at most. Their work is the device's most of the time; what
     /// bounds them is the memory and the descriptors that they take.
@@ -56,8 +56,8 @@ public:
 
     /// @param runs how many servers run at once
     /// @param changed called whenever a request has ended
-    Requests(Queue queue, Bundle bundle, std::shared_ptr<ServerThread> servers, std::size_t runs,
-        std::function<void()> changed);
+    RequestQueue(Queue queue, Bundle bundle, std::shared_ptr<ServerThread> servers,
+        std::size_t runs, std::function<void()> changed);
 
     void add(Request request);
 

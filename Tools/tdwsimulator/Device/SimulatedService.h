@@ -37,12 +37,12 @@ struct ServiceReply {
 
 /// One connection's side of a device's service: given decoded requests, says the replies. Knows
 /// no socket, no framing and no TLS; faults strike around it.
-class Service {
+class SimulatedService {
 public:
-    Service() = default;
-    Service(const Service&) = delete;
-    Service& operator=(const Service&) = delete;
-    virtual ~Service() = default;
+    SimulatedService() = default;
+    SimulatedService(const SimulatedService&) = delete;
+    SimulatedService& operator=(const SimulatedService&) = delete;
+    virtual ~SimulatedService() = default;
 
     virtual ServiceReply handle(const Dictionary& request) = 0;
 
@@ -53,16 +53,14 @@ public:
     virtual Dictionary refusal(const Dictionary& request, std::string_view error) const;
 
     virtual PropertyListFormat format() const { return PropertyListFormat::Xml; }
-
-    /// Sends a message that is no reply to a request. Set before the first request.
-    std::function<void(const Value&)> push;
 };
 
 /// A service that is to listen on a port of its own.
 struct ServiceLaunch {
+    /// Also the place of its faults and log entries.
     std::string name;
     /// Set: the connection begins with TLS.
-    std::shared_ptr<const Pairing> pairing;
+    std::shared_ptr<const Pairing> pairing {};
 };
 
 /// What a service may reach beyond its own connection.
@@ -72,12 +70,15 @@ struct ServiceContext {
 
     /// Opens a port for a service, for one connection. Errors: no port is to be had.
     std::function<Result<std::uint16_t>(const ServiceLaunch&)> launch;
+
+    /// Sends a message that is no reply to a request.
+    std::function<void(const Value&)> push {};
 };
 
 /// The services that devices offer beside lockdown.
 bool isKnownService(std::string_view name);
 
-/// Makes the service for one connection, which must be a known one.
-std::unique_ptr<Service> makeService(std::string_view name, const ServiceContext& context);
+/// Makes the service for one connection, which must be lockdown or a known one.
+std::unique_ptr<SimulatedService> makeService(std::string_view name, const ServiceContext& context);
 
 } // namespace tdw::simulator
