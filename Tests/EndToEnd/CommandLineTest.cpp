@@ -217,6 +217,10 @@ TEST(CommandLine, PairsWithAPhoneThatLeavesAtTheTapAndUnpairs)
 
     EXPECT_EQ(tidewell({ "unpair", kStranger, "--json" }).output, "{\"PairingState\":5}\n");
     expectFailure({ "unpair", kStranger }, 3, HasSubstr("nothing to undo"));
+
+    // One that trusts without a question leaves before it has answered.
+    devices.control("set-trust", { { "trust", "trusts" }, { "device", kStranger } });
+    EXPECT_EQ(tidewell({ "pair", kStranger }).termination, Termination {});
 }
 
 TEST(CommandLine, PairingTellsRefusalsApart)

@@ -50,14 +50,17 @@ public:
             if (!answer)
                 break;
             const auto reason = m_conversation.needsReason(*answer) ? askForReason() : std::nullopt;
-            auto next = TDW_TRY(m_conversation.next(*answer, reason));
+            auto decided = m_conversation.next(*answer, reason);
+            if (!decided)
+                return hasTrustedAndLeft(decided.error()) ? Result<Value>(paired())
+                                                          : decided.error();
+            auto next = *decided;
             if (next == Next::Done)
                 return *answer;
             while (next == Next::LookAgain && Clock::now() < m_deadline) {
                 pause();
                 if (isPairedNow())
-                    return Value(
-                        Dictionary { { kTDWDeviceInfoPairingState, TDWDevicePairingStatePaired } });
+                    return paired();
                 if (isBack())
                     next = Next::TryAgain;
             }
@@ -135,6 +138,21 @@ private:
         return udids && *udids && std::ranges::any_of(**udids, [&](const std::string& udid) {
             return comparableUdid(udid) == comparableUdid(m_udid);
         });
+    }
+
+    /// Whether the device trusts this computer after all: one that trusts without a question may
+    /// leave before it has answered, and be back in a moment.
+    bool hasTrustedAndLeft(const Error& error)
+    {
+        if (!isDeviceNotFound(error) && !isConnectionFailure(error))
+            return false;
+        pause();
+        return isPairedNow();
+    }
+
+    static Value paired()
+    {
+        return Dictionary { { kTDWDeviceInfoPairingState, TDWDevicePairingStatePaired } };
     }
 
     /// Whether there is a pair record, with which the device opens a session.
