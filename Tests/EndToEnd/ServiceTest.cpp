@@ -31,10 +31,12 @@ namespace fs = std::filesystem;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr auto kAnswerBound = 20s;
 constexpr int kManyClients = 40;
+constexpr int kRequestsAtOnce = 16;
 constexpr std::size_t kResidentBound = std::size_t { 4 } << 30;
 #else
 constexpr auto kAnswerBound = 8s; // before the first of the other requests comes to its end
 constexpr int kManyClients = 200;
+constexpr int kRequestsAtOnce = 80;
 constexpr std::size_t kResidentBound = std::size_t { 60 } << 20;
 #endif
 
@@ -485,7 +487,7 @@ TEST_F(ServiceTest, ServesOneClientOfManyThreadsOnTheApplicationsOwnLoop)
     const auto shared = TidewellServiceClient::initWithQueue(
         CallbackQueue([&loop](std::function<void()> block) { loop.put(std::move(block)); }));
     constexpr int kThreads = 8;
-    constexpr int kRequests = 10;
+    constexpr int kRequests = kRequestsAtOnce / kThreads;
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i)
         threads.emplace_back([&] {
