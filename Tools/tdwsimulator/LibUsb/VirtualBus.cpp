@@ -297,9 +297,9 @@ bool VirtualBus::send(const UsbHeader& header, std::span<const std::uint8_t> pay
 {
     UsbHeader whole = header;
     whole.length = static_cast<std::uint32_t>(payload.size());
-    std::vector<std::uint8_t> bytes(sizeof whole + payload.size());
+    std::vector<std::uint8_t> bytes(sizeof whole);
     std::memcpy(bytes.data(), &whole, sizeof whole);
-    std::copy(payload.begin(), payload.end(), bytes.begin() + sizeof whole);
+    bytes.insert(bytes.end(), payload.begin(), payload.end());
     std::span<const std::uint8_t> rest = bytes;
     // May block, but not for long: the simulator reads whatever else it does.
     while (!rest.empty()) {
