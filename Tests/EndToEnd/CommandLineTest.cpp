@@ -221,6 +221,8 @@ TEST(CommandLine, PairsWithAPhoneThatLeavesAtTheTapAndUnpairs)
     // One that trusts without a question leaves before it has answered.
     devices.control("set-trust", { { "trust", "trusts" }, { "device", kStranger } });
     EXPECT_EQ(tidewell({ "pair", kStranger }).termination, Termination {});
+
+    EXPECT_EQ(tidewell({ "pair", kPhone }).termination, Termination {}) << "trusts, and is locked";
 }
 
 TEST(CommandLine, PairingTellsRefusalsApart)

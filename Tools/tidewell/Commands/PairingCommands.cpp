@@ -57,6 +57,9 @@ public:
             auto next = *decided;
             if (next == Next::Done)
                 return *answer;
+            // One that trusts this computer already refuses to pair while it is locked.
+            if (next == Next::TryAgain && isPairedNow())
+                return paired();
             while (next == Next::LookAgain && Clock::now() < m_deadline) {
                 pause();
                 if (isPairedNow())
