@@ -320,8 +320,8 @@ void TidewellServiceClient::State::answered(const std::shared_ptr<Subscription>&
     subscription->completion(error);
 }
 
-/// Makes the connection anew, which renews the subscription. False where that was done before, or
-/// the subscription has ended.
+/// Replaces the connection, which renews the subscription. Returns false if the connection was
+/// replaced already, or the subscription has ended.
 bool TidewellServiceClient::State::repeatSubscription(
     const std::shared_ptr<Subscription>& subscription, const std::weak_ptr<Connection>& connection)
 {

@@ -277,7 +277,7 @@ void Connection::received(Message message)
 void Connection::received(Reply reply)
 {
     auto entry = m_pending.extract(reply.identifier);
-    // A reply to nothing that was asked is the other end's mistake, and harms nobody.
+    // A reply without a request is the other end's error and has no effect.
     if (entry.empty())
         return;
     if (m_pending.empty())

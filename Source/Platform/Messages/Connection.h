@@ -79,7 +79,7 @@ public:
         std::function<void(IncomingMessage)> message {};
         /// The other end is gone.
         std::function<void()> interruption {};
-        /// No other end can be had, or somebody invalidated the connection. Of this and
+        /// No other end can be had, or the connection was invalidated. Of this and
         /// `interruption`, one runs, once; all handlers are given up after it.
         std::function<void()> invalidation {};
     };
@@ -121,7 +121,7 @@ public:
 private:
     /// How a socket is had.
     struct Opener {
-        /// At once: only where somebody listens.
+        /// Without a wait, and only where a service listens.
         std::function<Result<FileHandle>()> look {};
         /// On a thread of its own, because a service has to be started first.
         std::function<Result<FileHandle>(const IsCancelled&)> start {};

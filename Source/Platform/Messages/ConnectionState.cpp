@@ -43,8 +43,8 @@ std::vector<ConnectionState::Action> ConnectionState::end(Value value)
     std::vector<Action> actions;
     if (std::exchange(m_value, value) == Value::Open)
         actions.push_back(Action::Close);
-    // The report first: whoever learns that a message has failed may ask again at once, and is to
-    // find that this connection is no more.
+    // The report comes first: the handler of a failed message may send the next one at once, and
+    // that must not use this connection.
     actions.push_back(
         value == Value::Interrupted ? Action::ReportInterruption : Action::ReportInvalidation);
     actions.push_back(Action::FailWaiting);

@@ -44,9 +44,9 @@ public:
         Send,
         /// The message of the event is refused: the connection has ended.
         Refuse,
-        /// Connect if somebody listens.
+        /// Connect where a service listens.
         Look,
-        /// Connect, and start the service where nobody listens.
+        /// Connect, and start the service where none listens.
         Open,
         SendKept,
         Close,

@@ -20,8 +20,8 @@ struct Message {
 
     Array arguments;
 
-    /// Where the sender wants to be told what is done for it, as `traceAddress` has it; optional,
-    /// and passed over by whoever does not know it.
+    /// Where the steps of the request are sent, in the form of `traceAddress`. Empty: nowhere. A
+    /// receiver of an older version ignores it.
     std::string trace {};
 
     bool operator==(const Message&) const = default;

@@ -11,7 +11,7 @@
 
 namespace tdw {
 
-/// A service of this user: what it is called, and what to start where nobody answers to the name.
+/// A service of this user: its name, and what to start where none listens.
 struct ServiceIdentity {
     /// The name of its socket, without the suffix.
     std::string name;
@@ -32,7 +32,7 @@ Result<std::filesystem::path> serviceSocketPath(const ServiceIdentity& service);
 
 inline constexpr const char* kServiceLaunchArgument = "--launch";
 
-/// What to do where nobody listens.
+/// What to do where no service listens.
 enum class StartPolicy { Start, Fail };
 
 /// How long a service may take until it can be reached.

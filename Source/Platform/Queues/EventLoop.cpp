@@ -45,7 +45,7 @@ public:
 
     void markDue() { m_isWaiting = false; }
 
-    /// To be called by somebody who keeps the entry: the handler may destroy the source.
+    /// The caller keeps the entry alive: the handler may destroy the source.
     void callHandler() const { m_handler(); }
 
 private:

@@ -14,8 +14,7 @@ namespace tdw {
 /// own.
 inline constexpr const char* kTraceVariable = "TIDEWELL_TRACE";
 
-/// One step of a request, as whoever collects a trace is told of it: once when it begins, and once
-/// more when it has ended.
+/// One step of a request. It is sent twice: when the step begins, and when it has ended.
 struct TraceEvent {
     using Clock = std::chrono::steady_clock;
 
