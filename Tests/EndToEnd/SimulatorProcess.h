@@ -80,6 +80,8 @@ public:
     {
         if (!m_process)
             return;
+        if (const auto ended = m_process->waitUntilExit(std::chrono::seconds(0)))
+            ADD_FAILURE() << "the simulator has ended by itself, status " << ended->status;
         m_process->sendSignal(SIGTERM);
         (void)m_process->waitUntilExit(std::chrono::seconds(10));
     }

@@ -7,6 +7,8 @@
 #include <libimobiledevice/sbservices.h>
 #include <plist/plist.h>
 
+#include <future>
+
 using namespace tdw;
 using namespace std::chrono_literals;
 using namespace matchers;
@@ -173,6 +175,19 @@ TEST_F(SimulatorTest, UnplugsADeviceInTheMiddleOfARequestAndGivesItANewIdentifie
         simulator.control({ "attach", "device=00008130" }).output, HasSubstr(R"("deviceID":5)"))
         << "the beginning is enough";
     EXPECT_THAT(simulator.control({ "attach", "device=000081" }).output, HasSubstr("000081"));
+
+    // It leaves between the answer that accepts the port of a service and the connection to it.
+    const SimulatorProcess other;
+    other.control({ "inject-fault", "at=mux", "request=Connect", "nth=2", "fault=delay",
+        "milliseconds=500" });
+    auto request = std::async(std::launch::async, [&] {
+        return other.run({ TIDEWELL_BUILD_DIR "/bin/tidewell", "--direct", "companions", kPhone });
+    });
+    other.control(
+        { "wait", "request=Connect", "device=" + kPhone, "count=3", "milliseconds=5000" });
+    other.control({ "detach", "device=" + kPhone });
+    EXPECT_THAT(request.get().output, HasSubstr("was disconnected"));
+    EXPECT_EQ(other.run({ "idevice_id", "-l" }).output, kTablet + "\n" + kGuest + "\n");
 }
 
 TEST_F(SimulatorTest, ServesWatchesWallpapersAndWirelessSettingsToTheLibrary)

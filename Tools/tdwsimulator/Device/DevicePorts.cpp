@@ -45,6 +45,12 @@ bool DevicePorts::accepts(const Attachment& attachment, std::uint16_t port) cons
 void DevicePorts::connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
     std::uint16_t port, std::span<const std::byte> bytes)
 {
+    // A delay may lie between the answer that accepts a port and the connection to it.
+    const auto present = m_simulation.attachment(*attachment.device, attachment.type);
+    if (!present || present->number != attachment.number || !accepts(attachment, port)) {
+        channel->close();
+        return;
+    }
     ServiceContext context { .simulation = m_simulation,
         .attachment = attachment,
         .launch = [this, attachment](const ServiceLaunch& wanted) {

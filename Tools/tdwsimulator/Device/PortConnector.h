@@ -20,7 +20,8 @@ public:
     /// Whether anything listens on this port of the device.
     virtual bool accepts(const Attachment& attachment, std::uint16_t port) const = 0;
 
-    /// Connects a channel to the service on this port, which must be an accepted one.
+    /// Connects a channel to the service on this port. Closes the channel where the device has left
+    /// or the port is taken by now.
     /// @param bytes what the client has sent already
     virtual void connect(const std::shared_ptr<Channel>& channel, const Attachment& attachment,
         std::uint16_t port, std::span<const std::byte> bytes)
