@@ -82,7 +82,8 @@ Error currentException()
             (void)TDWSerializeErrorResponse(error);
     } catch (...) {
         constexpr std::string_view kMessage = "[ERROR] The server cannot even say why it ends.\n";
-        (void)::write(STDERR_FILENO, kMessage.data(), kMessage.size());
+        if (::write(STDERR_FILENO, kMessage.data(), kMessage.size()) < 0) { /* Nor even that. */
+        }
     }
     _exit(EXIT_FAILURE);
 }

@@ -30,6 +30,22 @@ TEST(Message, SurvivesTheWire)
         << "an error is no property-list value";
 }
 
+TEST(Message, SaysItsProtocolAndIsUnderstoodWhateverTheOtherEndSpeaks)
+{
+    const Message message { "status", 7, {} };
+    for (const Data& frame : { *encodeMessage(message), *encodeReply({ 7, Array {} }) })
+        EXPECT_EQ(decodePropertyList(payloadOf(frame))->intAt("protocol"), 1);
+
+    // A first release, a later one with keys of its own, and one that makes no sense.
+    Dictionary received { { "selector", "status" }, { "id", 7 }, { "arguments", Array {} } };
+    EXPECT_EQ(std::get<Message>(*decodeMessage(*encodeBinaryPropertyList(received))), message);
+    for (const Value& protocol : { Value(99), Value("new") }) {
+        received.set("protocol", protocol);
+        received.set("later", Dictionary { { "key", 1 } });
+        EXPECT_EQ(std::get<Message>(*decodeMessage(*encodeBinaryPropertyList(received))), message);
+    }
+}
+
 TEST(Message, IsRefusedWithAReasonWhenItMakesNoSense)
 {
     const Array none;

@@ -69,7 +69,8 @@ void becomeBackgroundProcess()
     if (::chdir("/") != 0) { /* Then it keeps a directory busy, which harms nobody else. */
     }
     constexpr char kReady = '\n';
-    (void)::write(STDOUT_FILENO, &kReady, 1);
+    if (::write(STDOUT_FILENO, &kReady, 1) < 0) { /* Then nobody waits for it any more. */
+    }
     const FileHandle null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     for (const int stream : { STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO })
         (void)::dup2(null.descriptor(), stream);

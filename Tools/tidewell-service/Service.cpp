@@ -103,7 +103,9 @@ Result<void> Service::monitorPath(const std::filesystem::path& path)
         { .event =
                 [this] {
                     std::array<std::byte, 4096> ignored {};
-                    (void)::read(m_directoryWatch.descriptor(), ignored.data(), ignored.size());
+                    if (::read(m_directoryWatch.descriptor(), ignored.data(), ignored.size()) < 0) {
+                        // The directory is looked at all the same.
+                    }
                     m_canBeFound = m_canBeFound && m_listeners.front().canBeFound();
                     somethingChanged();
                 },

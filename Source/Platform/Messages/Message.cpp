@@ -4,17 +4,19 @@
 #include "Platform/Values/PropertyList.h"
 
 #include <optional>
+#include <utility>
 
 namespace tdw {
 
 namespace {
 
 // A message is { selector, id, arguments } and perhaps { trace }, a reply { reply, values } or {
-// reply, error }.
+// reply, error }. All have { protocol }, which those of the first releases lack.
 constexpr std::string_view kSelectorKey = "selector";
 constexpr std::string_view kIdentifierKey = "id";
 constexpr std::string_view kArgumentsKey = "arguments";
 constexpr std::string_view kTraceKey = "trace";
+constexpr std::string_view kProtocolKey = "protocol";
 constexpr std::string_view kReplyKey = "reply";
 constexpr std::string_view kValuesKey = "values";
 constexpr std::string_view kErrorKey = "error";
@@ -23,8 +25,9 @@ constexpr std::string_view kDomainKey = "domain";
 constexpr std::string_view kCodeKey = "code";
 constexpr std::string_view kReasonKey = "reason";
 
-Result<Data> encode(const Dictionary& dictionary)
+Result<Data> encode(Dictionary dictionary)
 {
+    dictionary.set(kProtocolKey, kProtocolVersion);
     return encodeFrame(TDW_TRY(encodeBinaryPropertyList(dictionary)));
 }
 
@@ -70,7 +73,7 @@ Result<Data> encodeMessage(const Message& message)
         { kIdentifierKey, message.identifier }, { kArgumentsKey, message.arguments } };
     if (!message.trace.empty())
         dictionary.set(kTraceKey, message.trace);
-    return encode(dictionary);
+    return encode(std::move(dictionary));
 }
 
 Result<Data> encodeReply(const Reply& reply)
@@ -83,7 +86,7 @@ Result<Data> encodeReply(const Reply& reply)
     } else {
         dictionary.set(kValuesKey, std::get<Array>(reply.content));
     }
-    return encode(dictionary);
+    return encode(std::move(dictionary));
 }
 
 Result<std::variant<Message, Reply>> decodeMessage(std::span<const std::byte> payload)

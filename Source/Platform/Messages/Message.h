@@ -10,6 +10,11 @@
 
 namespace tdw {
 
+/// Which version of the protocol we speak: each message and each reply says it. Keys that a
+/// receiver does not know it ignores, so that this grows only where something known gets another
+/// meaning.
+inline constexpr std::uint64_t kProtocolVersion = 1;
+
 /// A request to the other end of a connection.
 struct Message {
     /// What is asked for: the full name of the operation.
