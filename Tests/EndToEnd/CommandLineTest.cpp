@@ -2,6 +2,8 @@
 #include "Support/TemporaryDirectory.h"
 #include "Support/Testing.h"
 
+#include <set>
+
 using namespace tdw;
 using namespace std::chrono_literals;
 using namespace matchers;
@@ -51,6 +53,58 @@ TEST(CommandLine, ListsDevicesForPeopleAndForPrograms)
     EXPECT_THAT(none.standardError, StartsWith("No device can be reached"));
     EXPECT_EQ(none.termination, Termination {});
     EXPECT_EQ(tidewell({ "list", "--json" }).output, "{\"Devices\":[]}\n");
+}
+
+TEST(CommandLine, WritesNoJsonKeyThatTheManualLacks)
+{
+    const Household devices;
+    const TemporaryDirectory directory;
+    std::string output;
+    for (std::vector<std::string> words : std::vector<std::vector<std::string>> { { "list" },
+             { "info", kPhone }, { "info", kLockedTablet }, { "battery", kPhone },
+             { "battery", kLockedTablet }, { "companions", kPhone }, { "wifi", kPhone, "off" },
+             { "wallpaper", kPhone, "-o", directory.path() / "lock.png" }, { "doctor" },
+             { "unpair", kPhone }, { "service", "status" }, { "service", "stop" } }) {
+        words.emplace_back("--json");
+        output += tidewell(std::move(words)).output;
+    }
+    const std::string page = contentsOf(TIDEWELL_SOURCE_DIR "/Tools/tidewell/tidewell-json.5");
+    std::set<std::string> missing;
+    std::size_t found = 0;
+    for (std::size_t end = 0; (end = output.find("\":", end + 1)) != std::string::npos; ++found) {
+        const std::size_t start = output.rfind('"', end - 1) + 1;
+        const std::string key = output.substr(start, end - start);
+        // The stages of a request are values rather than keys.
+        const std::size_t object = output.rfind('{', start);
+        if (!output.substr(0, object).ends_with("\"Milliseconds\":")
+            && page.find("\n.TP\n.B " + key + "\n") == std::string::npos)
+            missing.insert(key);
+    }
+    EXPECT_THAT(missing, testing::IsEmpty());
+    EXPECT_GT(found, 100U);
+}
+
+TEST(CommandLine, HasToolsWhoseEveryOptionIsInTheirManuals)
+{
+    const std::pair<std::vector<std::string>, const char*> tools[] = {
+        { { kBuild / "bin/tdwsimulator", "run" }, "tdwsimulator/tdwsimulator.1" },
+        { { kBuild / "bin/tdwsimulator", "serve" }, "tdwsimulator/tdwsimulator.1" },
+        { { kBuild / "bin/tdwsimulator", "control" }, "tdwsimulator/tdwsimulator.1" },
+        { { kBuild / "bin/tdwsimulator", "record" }, "tdwsimulator/tdwsimulator.1" },
+        { { kBuild / "libexec/tidewell/tidewell-service" }, "tidewell-service/tidewell-service.8" },
+    };
+    for (auto [command, page] : tools) {
+        std::string manual = contentsOf(TIDEWELL_SOURCE_DIR "/Tools/" + std::string(page));
+        std::erase(manual, '\\');
+        command.emplace_back("--help");
+        const std::string help = runCommandBounded(command).output;
+        for (std::size_t at = 0; (at = help.find("--", at)) != std::string::npos; at += 2) {
+            const auto end = help.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at);
+            const std::string option = help.substr(at, end - at);
+            EXPECT_THAT(manual, HasSubstr(option)) << page;
+        }
+        EXPECT_THAT(help, HasSubstr("--help"));
+    }
 }
 
 TEST(CommandLine, SaysWhatIsWrongWithTheMultiplexer)
