@@ -21,6 +21,7 @@ inline constexpr bool kIsDebian12 = TIDEWELL_DEVICE_LIBRARY_GENERATION == 12;
 inline constexpr int kReadAtTheEnd = kIsDebian12 ? -5 : -256;
 inline constexpr int kRegistryAtTheEnd = kIsDebian12 ? -4 : -256;
 inline constexpr int kNoPairRecord = kIsDebian12 ? -21 : -2;
+inline constexpr int kUnknownOverTheNetwork = kIsDebian12 ? -13 : -2;
 
 inline std::string udidOf(std::size_t row)
 {

@@ -190,7 +190,7 @@ TEST(DeviceServers, EndWithTheErrorOfTheStepThatFailed)
         { "not there", R"("connections": [])", kBattery, open, -3 },
         { "forgot this host", forgetful, kInfo, connect(-21), -21 },
         { "unknown to it over the network", kUnpaired + R"("trusts", )" + kNetwork, kInfo,
-            connect(-13), -13 },
+            connect(kUnknownOverTheNetwork), kUnknownOverTheNetwork },
         { "locked", kLocked, kBattery, connect(-17), -17 },
         { "locked", kLocked, kConfig, connect(-17), -17 },
         { "goes", faulty(R"("drop", "request": "StartSession")"), kInfo, connect(-3), -3 },

@@ -18,7 +18,9 @@ constexpr std::int64_t kLostMode = -37;
 constexpr std::int64_t kManaged = -38;
 constexpr std::int64_t kManagedWithChallenge = -39;
 
-// Codes of a pairing that the device accepted and this computer could not keep.
+// Codes of a pairing that the device accepted and this computer could not keep. Later libraries
+// than Debian 12's say that there is no record in the one for a wrong configuration.
+constexpr std::int64_t kWrongConfiguration = -2;
 constexpr std::int64_t kMissingHostID = -20;
 constexpr std::int64_t kRecordNotSaved = -30;
 
@@ -81,7 +83,7 @@ Result<PairingConversation::Next> PairingConversation::next(
 
 Result<PairingConversation::Next> PairingConversation::afterFailure(const Error& error)
 {
-    if (isLockdown(error, { kMissingHostID, kRecordNotSaved }))
+    if (isLockdown(error, { kWrongConfiguration, kMissingHostID, kRecordNotSaved }))
         return commandLineError({ .status = ExitStatus::Failure,
             .reason = "The device trusts this computer, but usbmuxd cannot write its records.",
             .advice = "Look at the directory of its records, /var/lib/lockdown: it needs room, and "

@@ -38,13 +38,13 @@ std::string textFrom(const Library& library, const char* function, const char* o
 Result<DeviceLibraries> loadedDeviceLibraries()
 {
     const Library devices = TDW_TRY(load("libimobiledevice-1.0.so.6"));
-    const Library multiplexer = TDW_TRY(load("libusbmuxd-2.0.so.6"));
     DeviceLibraries libraries;
     if (::dlsym(devices.get(), "idevice_strerror"))
         libraries.generation = 14;
     else if (::dlsym(devices.get(), "idevice_events_subscribe"))
         libraries.generation = 13;
-    const std::string multiplexerVersion = textFrom(multiplexer, "libusbmuxd_version", "2.0");
+    // libusbmuxd is found as what libimobiledevice needs: its own number differs between releases.
+    const std::string multiplexerVersion = textFrom(devices, "libusbmuxd_version", "2.0");
     libraries.text = "libimobiledevice " + textFrom(devices, "libimobiledevice_version", "1.3.0")
         + ", libusbmuxd " + multiplexerVersion;
     if (libraries.generation == 12)
