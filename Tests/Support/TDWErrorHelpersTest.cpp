@@ -3,6 +3,7 @@
 #include "CapturedStream.h"
 #include "Interfaces/TDWResponse.h"
 #include "Support/TDWErrorKinds.h"
+#include "Support/TDWErrorMessages.h"
 #include "Support/Testing.h"
 
 #include <set>
@@ -81,6 +82,20 @@ TEST(TDWErrorHelpers, ExplainsCodesInWords)
                            .find(kLocalizedFailureReasonErrorKey)
                            ->debugDescription());
     EXPECT_EQ(reasons.size(), 40U) << "every code of the dense range has words of its own";
+}
+
+TEST(TDWErrorHelpers, HasNoReasonThatTheTroubleshootingPageLacks)
+{
+    const std::string page = contentsOf(TIDEWELL_SOURCE_DIR "/Docs/troubleshooting.md");
+    for (const auto reasons : { &_TDWMapDeviceError, &_TDWMapLockdownError,
+             &_TDWMapCompanionProxyError, &_TDWMapSBServicesError }) {
+        for (std::int32_t code = -300; code <= 0; ++code) {
+            const Dictionary information = reasons(code);
+            const std::string* reason = information.stringAt(kLocalizedFailureReasonErrorKey);
+            ASSERT_TRUE(reason);
+            EXPECT_NE(page.find("\n| " + *reason + " |"), std::string::npos) << *reason;
+        }
+    }
 }
 
 TEST(TDWErrorHelpers, UsesTheDetailOnceAndOnlyWhereItSaysSomething)
