@@ -31,8 +31,8 @@ public:
     /// are destroyed there. Each may be null. An exception that leaves one ends the process.
     struct Handlers {
         /// A device has come, has gone, or has been paired. The first events are the devices that
-        /// are there already. Not every multiplexer reports pairings: that of Debian 13 and later
-        /// does not, and the monitor does not poll devices for it.
+        /// are there already. A pairing is told once, within seconds also where the multiplexer
+        /// does not report it (that of Debian 13 and later).
         std::function<void(const DeviceEvent& event)> event {};
 
         /// Called with the reason as soon as the monitor cannot know which devices are there: no

@@ -1,17 +1,12 @@
 #include "Server/DeviceSession.h"
 
 #include "Platform/System/Trace.h"
-#include "Platform/Values/PropertyList.h"
 #include "Platform/Values/PropertyListNode.h"
+#include "Server/PairRecord.h"
 #include "Server/TDWDeviceID_Private.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/TDWErrorHelpers.h"
 #include "Support/TraceSteps.h"
-
-#include <usbmuxd.h>
-
-#include <cstdint>
-#include <span>
 
 namespace tdw {
 
@@ -61,13 +56,9 @@ bool DeviceSession::hasPairRecord() const
     if (idevice_get_udid(m_device.get(), out(udid)) != IDEVICE_E_SUCCESS)
         return false;
     TraceStep step(kRecordStep, m_udid);
-    LibraryText record;
-    std::uint32_t size = 0;
-    if (step.ended(usbmuxd_read_pair_record(udid.get(), out(record), &size)) != 0)
-        return false;
-    const auto content
-        = decodePropertyList(std::as_bytes(std::span<const char>(record.get(), size)));
-    return content && content->stringAt("HostID");
+    const bool isFound = tdw::hasPairRecord(udid.get()).value_or(false);
+    (void)step.ended(isFound ? 0 : 1);
+    return isFound;
 }
 
 std::optional<Value> DeviceSession::identity() const

@@ -5,8 +5,10 @@
 #include "Platform/Queues/EventSource.h"
 #include "Platform/System/FileHandle.h"
 #include "Server/DeviceEvents.h"
+#include "Server/PairRecord.h"
 #include "Server/ReaderHangupWatch.h"
 #include "Server/TDWServerImplementation.h"
+#include "Server/UnreportedPairings.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"
 
@@ -14,6 +16,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -21,6 +24,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -36,6 +40,11 @@ constexpr int kHighestPriority = -20;
 /// How long what is under way may take when the server is to end.
 constexpr auto kEndingDelay = 250ms;
 
+/// Pair records are looked for as soon as a device comes, and then after pauses that grow.
+constexpr std::chrono::milliseconds kShortestLookPause = 1s;
+constexpr std::chrono::milliseconds kLookPauseGrowth = 100ms;
+constexpr std::chrono::milliseconds kLongestLookPause = 10s;
+
 /// The process-wide state.
 struct EventsServer {
     tdw::DeviceEvents subscription;
@@ -47,6 +56,16 @@ struct EventsServer {
 
     /// Subscribes, and then waits for the reader's end.
     const Queue eventsQueue = Queue::serial("TDWEvents");
+
+    /// Looks for pair records, which may have to wait for the multiplexer.
+    const Queue pairingsQueue = Queue::serial("TDWPairings");
+
+    /// Keeps the lines of the library's thread and of the looks in order, and guards what follows.
+    std::mutex lock;
+    tdw::UnreportedPairings pairings;
+    bool isSubscribed = false;
+    tdw::WorkItem nextLook;
+    std::chrono::milliseconds lookPause {};
 };
 
 /// Made on first use: no other server is to pay for it.
@@ -78,8 +97,53 @@ void raisePriority()
         tdw::reportWarning("setpriority failed with code " + std::to_string(code));
 }
 
+void write(const tdw::DeviceEvent& event)
+{
+    const std::string line = tdw::deviceEventText(event) + '\n';
+    const auto written = tdw::writeToDescriptor(STDOUT_FILENO, std::as_bytes(std::span(line)));
+    if (written)
+        return;
+    if (written.error().code() == EPIPE)
+        endProcess(EXIT_SUCCESS);
+    tdw::reportError("Cannot deliver an event: " + written.error().failureReason());
+    endProcess(EXIT_FAILURE);
+}
+
+void lookForPairings();
+
+/// The lock is held.
+void planLook(EventsServer& server)
+{
+    if (!server.isSubscribed || server.pairings.looks().empty())
+        return;
+    server.nextLook.cancel();
+    server.nextLook = tdw::WorkItem(&lookForPairings);
+    server.pairingsQueue.after(server.lookPause, server.nextLook);
+    server.lookPause
+        = std::clamp(server.lookPause + kLookPauseGrowth, kShortestLookPause, kLongestLookPause);
+}
+
+void lookForPairings()
+{
+    EventsServer& server = eventsServer();
+    std::unique_lock lock(server.lock);
+    for (const auto& look : server.pairings.looks()) {
+        lock.unlock();
+        const auto hasRecord = tdw::hasPairRecord(look.udid.c_str());
+        lock.lock();
+        const auto event = hasRecord ? server.pairings.looked(look, *hasRecord) : std::nullopt;
+        if (event && !server.isTerminating)
+            write(*event);
+    }
+    planLook(server);
+}
+
 void subscribe()
 {
+    {
+        const std::lock_guard lock(eventsServer().lock);
+        eventsServer().isSubscribed = true;
+    }
     const idevice_error_t code = eventsServer().subscription.subscribe(&_TDWEventsServerCallback);
     if (code != IDEVICE_E_SUCCESS)
         fail(TDWErrorCreate("idevice_events_subscribe", code));
@@ -159,15 +223,17 @@ void _TDWEventsServerCallback(const idevice_event_t* event, void* /*userData*/)
     // A line end in it would make the rest a line of its own.
     if (!event->udid || std::strchr(event->udid, '\n'))
         return tdw::reportWarning("No usable UDID for device");
-    const std::string line = std::to_string(event->event) + ',' + std::to_string(event->conn_type)
-        + ',' + event->udid + '\n';
-    const auto written = tdw::writeToDescriptor(STDOUT_FILENO, std::as_bytes(std::span(line)));
-    if (written)
+    const tdw::DeviceEvent received { static_cast<tdw::DeviceEvent::Type>(event->event),
+        { static_cast<int>(event->conn_type), event->udid } };
+    EventsServer& server = eventsServer();
+    const std::lock_guard lock(server.lock);
+    if (!server.pairings.received(received))
         return;
-    if (written.error().code() == EPIPE)
-        endProcess(EXIT_SUCCESS);
-    tdw::reportError("Cannot deliver an event: " + written.error().failureReason());
-    endProcess(EXIT_FAILURE);
+    write(received);
+    if (received.type == tdw::DeviceEvent::Type::Attached) {
+        server.lookPause = {};
+        planLook(server);
+    }
 }
 
 const Queue& getSignalQueue()

@@ -13,6 +13,9 @@ extern "C" {
 /// come (type 1), go (2) and are paired (3), over USB (connection 1) or the network (2), for as
 /// long as it lives. Devices that are there already come first.
 ///
+/// Where the multiplexer does not report a pairing, the server finds the pair record: it looks for
+/// the records of attached devices that are not paired, after pauses of 1 to 10 seconds.
+///
 /// SIGINT, SIGTERM and SIGABRT end it with status 0 within a moment, and so does the end of
 /// the reader of its standard output. A failed subscription ends it with its error envelope on both
 /// standard error, where a streaming host finds it, and standard output.

@@ -21,12 +21,13 @@ constexpr auto kBound = 30s;
 constexpr const char* kEndOfStream = "(end)";
 
 constexpr const char* kPhone = "00008130-00FACADE0001001C";
-constexpr const char* kTablet = "f1d0000000000000000000000000000000000001";
+const std::string kTablet = "f1d0000000000000000000000000000000000001";
 
 /// A phone on the cable, and a tablet that is nowhere yet and has never been paired.
-std::string scenario(const std::string& faults = "")
+std::string scenario(const std::string& faults = "", const std::string& multiplexer = "debian12")
 {
-    return R"({ "devices": [ { "udid": ")" + std::string(kPhone) + R"(" },
+    return R"({ "multiplexer": ")" + multiplexer + R"(", "devices": [ { "udid": ")"
+        + std::string(kPhone) + R"(" },
         { "udid": ")"
         + kTablet + R"(", "connections": [], "state": "unpaired" } ],
         "faults": [)"
@@ -93,7 +94,7 @@ int occurrences(const std::string& text, const std::string& part)
     return count;
 }
 
-std::string line(int type, int connection, const char* udid)
+std::string line(int type, int connection, const std::string& udid)
 {
     return std::to_string(type) + "," + std::to_string(connection) + "," + udid;
 }
@@ -102,19 +103,33 @@ std::string line(int type, int connection, const char* udid)
 
 TEST(EventsServer, ReportsDevicesAsTheyComeAndGoAndArePaired)
 {
-    const SimulatedDevices devices(scenario());
-    EventStream events;
-    EXPECT_EQ(events.next(), line(1, 1, kPhone));
-    devices.detach(kPhone);
-    EXPECT_EQ(events.next(), line(2, 1, kPhone));
-    devices.attach(kPhone, "network");
-    EXPECT_EQ(events.next(), line(1, 2, kPhone));
-    devices.attach(kTablet);
-    EXPECT_EQ(events.next(), line(1, 1, kTablet));
-    EXPECT_EQ(SimulatedDevices::run("tdw_pairing", { "pair", kTablet }).status, 0);
-    EXPECT_EQ(events.next(), line(3, 1, kTablet));
-    devices.detach(kPhone);
-    EXPECT_EQ(events.next(), line(2, 2, kPhone));
+    for (const std::string multiplexer : { "debian12", "debian13" }) {
+        const SimulatedDevices devices(scenario("", multiplexer));
+        const auto waitFor = [&](const std::string& members) {
+            devices.control(R"({"command":"wait","at":"mux",)" + members + "}");
+        };
+        EventStream events;
+        EXPECT_EQ(events.next(), line(1, 1, kPhone));
+        devices.detach(kPhone);
+        EXPECT_EQ(events.next(), line(2, 1, kPhone));
+        devices.attach(kPhone, "network");
+        EXPECT_EQ(events.next(), line(1, 2, kPhone));
+        devices.attach(kTablet);
+        EXPECT_EQ(events.next(), line(1, 1, kTablet));
+        waitFor(R"("request":"ReadBUID")"); // It has been asked why there is no record.
+        EXPECT_EQ(SimulatedDevices::run("tdw_pairing", { "pair", kTablet }).status, 0);
+        EXPECT_EQ(events.next(), line(3, 1, kTablet)) << multiplexer;
+        // Told once, though the record is looked for again.
+        const std::string reading = R"("request":"ReadPairRecord","device":")" + kTablet + '"';
+        const int count = occurrences(devices.log(R"("at":"mux",)" + reading), R"("request":"Rea)");
+        devices.detach(kTablet);
+        devices.attach(kTablet);
+        waitFor(reading + R"(,"count":)" + std::to_string(count + 1));
+        devices.detach(kPhone);
+        EXPECT_EQ(events.next(), line(2, 1, kTablet)) << multiplexer;
+        EXPECT_EQ(events.next(), line(1, 1, kTablet));
+        EXPECT_EQ(events.next(), line(2, 2, kPhone));
+    }
 }
 
 TEST(EventsServer, EndsInOrderOnASignal)
