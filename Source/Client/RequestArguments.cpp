@@ -57,6 +57,8 @@ struct ArgumentLists {
             arguments.emplace_back(kTDWDeviceInfoServerNeverPairFlag);
         if (query.diagnoses)
             arguments.emplace_back(kTDWDeviceInfoServerDiagnoseFlag);
+        if (query.publicOnly)
+            arguments.emplace_back(kTDWDeviceInfoServerPublicOnlyFlag);
         return arguments;
     }
 

@@ -26,6 +26,8 @@ struct DeviceInfoQuery {
     bool mayPair = true;
     /// Looks into what may be wrong, as `kTDWDeviceInfoServerDiagnoseFlag` says.
     bool diagnoses = false;
+    /// Reads only what the device tells every host, as `kTDWDeviceInfoServerPublicOnlyFlag` says.
+    bool publicOnly = false;
 };
 
 /// The state of a device's battery.

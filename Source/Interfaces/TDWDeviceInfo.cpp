@@ -27,6 +27,7 @@ const std::string_view kTDWDeviceInfoPairingState = "PairingState";
 const std::string_view kTDWDeviceInfoServerIncludeCompanionIdentifiersFlag
     = "--include-companion-identifiers";
 const std::string_view kTDWDeviceInfoServerNeverPairFlag = "--never-pair";
+const std::string_view kTDWDeviceInfoServerPublicOnlyFlag = "--public-only";
 const std::string_view kTDWDeviceInfoServerDiagnoseFlag = "--diagnose";
 
 const std::string_view kTDWDeviceInfoDiagnosis = "Diagnosis";

@@ -64,6 +64,11 @@ TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerIncludeCompanionIde
 /// device without trust may be: state "not paired", and a warning with the code -29.
 TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerNeverPairFlag;
 
+/// The argument that makes the device info server read only what a device tells every host, its
+/// name among it. There is no handshake, which is what a request costs most; the payload has no
+/// pairing state. Over the network a device tells nothing that way.
+TDW_EXPORT extern const std::string_view kTDWDeviceInfoServerPublicOnlyFlag;
+
 /// The argument that makes the device info server look into what may be wrong: it asks the device
 /// one question before it relies on its trust, and afterwards for what stands below. The payload
 /// gets the key `kTDWDeviceInfoDiagnosis` where the device trusts this host.

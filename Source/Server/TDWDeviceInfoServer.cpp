@@ -61,6 +61,14 @@ public:
         return m_session.connect(tdw::Handshake::No);
     }
 
+    /// What the device tells every host.
+    Result<void> readPublicValues()
+    {
+        TDW_TRY(m_session.connect(tdw::Handshake::No));
+        readIdentity();
+        return {};
+    }
+
     /// One question without trust, so that a trace tells a silent device from a silent handshake.
     Result<void> query()
     {
@@ -132,6 +140,8 @@ public:
                 TDWCreateErrorResponseDictionary(TDWErrorCreate("lockdownd_start_service", code)));
         m_payload.set(kTDWDeviceInfoDiagnosis, std::move(diagnosis));
     }
+
+    ServerReply publicReply() { return { std::move(m_payload), m_session.identity() }; }
 
     ServerReply reply()
     {
@@ -207,6 +217,10 @@ Result<ServerReply> gather(tdw::DeviceSession& session, int argumentCount, char*
     const char* udid = TDW_TRY(tdw::requiredUdid(argumentCount, arguments));
     DeviceInfo info(session);
     TDW_TRY(info.open(udid, TDWParseDeviceOptionsFromArguments(argumentCount, arguments)));
+    if (isGiven(kTDWDeviceInfoServerPublicOnlyFlag, argumentCount, arguments)) {
+        TDW_TRY(info.readPublicValues());
+        return info.publicReply();
+    }
     const bool diagnoses = isGiven(kTDWDeviceInfoServerDiagnoseFlag, argumentCount, arguments);
     if (diagnoses)
         TDW_TRY(info.query());

@@ -19,7 +19,8 @@ Result<void> printDevices(const CommandContext& context)
 {
     const auto payload = TDW_TRY(requestDeviceList(context.requests));
     const auto devices = TDW_TRY(parseDeviceList(payload));
-    const auto names = requestNames(context.requests, devices, { kNamePatience, kNamePatience });
+    const auto names = requestNames(
+        context.requests, devices, { .shortest = kNamePatience, .longest = kNamePatience });
     std::string lines;
     for (const ListedDevice& device : devices) {
         lines += withControlCharactersEscaped(device.udid);

@@ -23,7 +23,7 @@ class NameLookups : public std::enable_shared_from_this<NameLookups> {
 public:
     NameLookups(DeviceRequests& requests, std::vector<ListedDevice> devices, NamePatience patience)
         : m_requests(requests)
-        , m_patience(patience)
+        , m_patience(std::move(patience))
         , m_devices(std::move(devices))
         , m_lookups(m_devices.size())
     {
@@ -50,7 +50,7 @@ private:
     {
         ++m_running;
         m_lookups[index].start = EventLoop::Clock::now();
-        waitFor(index, m_patience.shortest);
+        waitFor(index, m_isFound ? m_patience.shortestAfterMatch : m_patience.shortest);
         m_requests.multiplexer().findPairRecord(m_devices[index].udid,
             [self = shared_from_this(), index](const Result<bool>& isPaired) {
                 if (isPaired && *isPaired)
@@ -76,8 +76,18 @@ private:
     {
         if (!m_slowest)
             return m_patience.longest;
-        return std::clamp<EventLoop::Clock::duration>(
-            4 * *m_slowest, m_patience.shortest, m_patience.longest);
+        return std::clamp<EventLoop::Clock::duration>(4 * *m_slowest,
+            m_isFound ? m_patience.shortestAfterMatch : m_patience.shortest, m_patience.longest);
+    }
+
+    void found()
+    {
+        if (std::exchange(m_isFound, true))
+            return;
+        for (std::size_t i = 0; i < m_next; ++i) {
+            if (!m_lookups[i].isSettled)
+                waitFor(i, m_patience.shortestAfterMatch);
+        }
     }
 
     void ask(std::size_t index)
@@ -89,7 +99,8 @@ private:
                                                                         : ConnectionType::Network;
         m_requests.send(DeviceInfoQuery { .udid = device.udid,
                             .connectionType = static_cast<std::uint64_t>(connection),
-                            .mayPair = false },
+                            .mayPair = false,
+                            .publicOnly = connection == ConnectionType::Usb },
             [self = shared_from_this(), index](
                 const Result<Value>& info) { self->answered(index, info); });
     }
@@ -100,11 +111,15 @@ private:
             return;
         if (!info && isServerTimeout(info.error()))
             return settleSilent(index);
-        if (const std::string* name = info ? info->stringAt(kTDWDeviceInfoDeviceName) : nullptr)
-            names.named.push_back({ m_devices[index], *name });
         m_slowest = std::max(m_slowest.value_or(EventLoop::Clock::duration::zero()),
             EventLoop::Clock::now() - m_lookups[index].start);
         settle(index);
+        const std::string* name = info ? info->stringAt(kTDWDeviceInfoDeviceName) : nullptr;
+        if (!name)
+            return;
+        names.named.push_back({ m_devices[index], *name });
+        if (isName(m_patience.wanted, *name))
+            found();
     }
 
     void settleSilent(std::size_t index)
@@ -128,6 +143,7 @@ private:
     std::optional<EventLoop::Clock::duration> m_slowest;
     const std::vector<ListedDevice> m_devices;
     std::vector<Lookup> m_lookups;
+    bool m_isFound = false;
     std::size_t m_next = 0;
     std::size_t m_running = 0;
 };
@@ -160,7 +176,7 @@ Error noAnswer(const std::string& text, const std::vector<ListedDevice>& silent)
 DeviceNames requestNames(
     DeviceRequests& requests, const std::vector<ListedDevice>& devices, NamePatience patience)
 {
-    const auto lookups = std::make_shared<NameLookups>(requests, devices, patience);
+    const auto lookups = std::make_shared<NameLookups>(requests, devices, std::move(patience));
     lookups->goOn();
     requests.loop().runUntil([&] { return lookups->isDone(); });
     return lookups->names;
@@ -175,7 +191,7 @@ Result<ListedDevice> findDevice(DeviceRequests& requests, const std::string& tex
         return *device;
     if (isWholeUdid(text))
         return noDevice(text, devices);
-    const auto names = requestNames(requests, devices);
+    const auto names = requestNames(requests, devices, { .wanted = text });
     if (const auto device = TDW_TRY(selectByName(text, names.named)))
         return *device;
     return names.silent.empty() ? noDevice(text, devices) : noAnswer(text, names.silent);

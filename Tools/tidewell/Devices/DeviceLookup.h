@@ -23,6 +23,10 @@ struct DeviceNames {
 struct NamePatience {
     std::chrono::milliseconds shortest { 2000 };
     std::chrono::milliseconds longest { 6000 };
+    /// A name that is looked for. Once it has come, the shortest time is `shortestAfterMatch`:
+    /// those that are still asked could only be other devices of that name.
+    std::string wanted {};
+    std::chrono::milliseconds shortestAfterMatch { 500 };
 };
 
 /// Asks devices for their names, many at once, and waits for each a bounded time. Only devices that

@@ -104,15 +104,19 @@ Result<std::optional<ListedDevice>> selectByUdid(
     return found;
 }
 
+bool isName(std::string_view text, std::string_view name)
+{
+    return comparableName(name) == comparableName(text);
+}
+
 Result<std::optional<ListedDevice>> selectByName(
     std::string_view text, const std::vector<NamedDevice>& devices)
 {
-    const auto wanted = comparableName(text);
     std::optional<ListedDevice> found;
     std::string candidates;
     std::size_t count = 0;
     for (const auto& [device, name] : devices) {
-        if (comparableName(name) != wanted)
+        if (!isName(text, name))
             continue;
         found = device;
         candidates.append(device.udid).append("  ").append(name) += '\n';

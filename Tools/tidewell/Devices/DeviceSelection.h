@@ -34,8 +34,12 @@ bool isWholeUdid(std::string_view text);
 Result<std::optional<ListedDevice>> selectByUdid(
     std::string_view text, const std::vector<ListedDevice>& devices);
 
-/// The device that is called `text`. A straight apostrophe stands for a typographic one too, which
-/// devices put into their names and keyboards lack; ASCII letters match in either case.
+/// Whether `text` means the device called `name`. A straight apostrophe stands for a typographic
+/// one too, which devices put into their names and keyboards lack; ASCII letters match in either
+/// case.
+bool isName(std::string_view text, std::string_view name);
+
+/// The device that is called `text`.
 /// @return and errors as above
 Result<std::optional<ListedDevice>> selectByName(
     std::string_view text, const std::vector<NamedDevice>& devices);
