@@ -44,6 +44,26 @@ TEST(Completion, BashOffersCommandsOptionsChoicesAndDevices)
     EXPECT_EQ(bashOffers("tidewell wallpaper 00AB-1 -o /etc/os-rel", 4), "/etc/os-release\n");
 }
 
+TEST(Completion, FishOffersOptionsBeforeACommandAndWordsAfterAnOptionsValue)
+{
+    if (!std::filesystem::exists("/usr/bin/fish"))
+        GTEST_SKIP() << "fish is not installed";
+    const std::pair<std::string, std::string> rows[] = {
+        { "tidewell --js", "--json\tWrite one JSON object instead of text\n" },
+        { "tidewell --connection usb li", "list\tList the devices that can be reached now\n" },
+        { "tidewell list --hom", "" },
+        { "tidewell wallpaper --hom", "--home\tGet the wallpaper of the home screen\n" },
+        { "tidewell wallpaper -o x 00", "00AB-1\tA\n" },
+        { "tidewell wallpaper 00AB-1 00", "" },
+    };
+    for (const auto& [words, offered] : rows) {
+        const auto run = runOn("function timeout; printf '00AB-1\\tA\\n'; end\n"
+                + completionScript("fish") + "complete -C '" + words + "'\n",
+            { "fish", "--no-config" });
+        EXPECT_EQ(run.output, offered) << words;
+    }
+}
+
 TEST(Completion, EveryScriptIsOneThatItsShellCanRead)
 {
     int found = 0;

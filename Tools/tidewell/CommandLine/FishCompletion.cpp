@@ -11,10 +11,29 @@ function __tidewell_devices
     @DEVICES@
 end
 
-# Whether the command is the one given, and this many of its words are complete.
+# The words before the cursor, without options and their values.
+function __tidewell_words
+    set -l isValue 0
+    for word in (commandline -opc)
+        if test $isValue -eq 1
+            set isValue 0
+        else if contains -- $word @VALUED@
+            set isValue 1
+        else if not string match -q -- '-*' $word
+            echo $word
+        end
+    end
+end
+
+# Whether the command is the one given; nothing stands for no command.
+function __tidewell_in
+    set -l words (__tidewell_words)
+    test "$words[2]" = "$argv[1]"
+end
+
+# The same, and whether this many of its words are complete.
 function __tidewell_at
-    set -l words (string match --invert -- '-*' (commandline -opc))
-    test "$words[2]" = "$argv[1]"; and test (count $words) -eq (math 2 + $argv[2])
+    __tidewell_in $argv[1]; and test (count (__tidewell_words)) -eq (math 2 + $argv[2])
 end
 
 complete -c tidewell -f
@@ -30,7 +49,8 @@ std::string described(std::string_view help)
     return " -d " + singleQuoted(help);
 }
 
-std::string optionLine(const Command& command, const Option& option)
+/// @param command the name of one; empty where none has been given yet
+std::string optionLine(std::string_view command, const Option& option)
 {
     std::string rest = "-l " + std::string(option.name.substr(2));
     if (!option.shortName.empty())
@@ -39,8 +59,7 @@ std::string optionLine(const Command& command, const Option& option)
         rest += " -r -F";
     else if (option.valueKind != ValueKind::None)
         rest += " -x -a '" + choiceNames(option.choices) + "'";
-    return line(
-        "__fish_seen_subcommand_from " + std::string(command.name), rest + described(option.help));
+    return line("__tidewell_in \"" + std::string(command) + "\"", rest + described(option.help));
 }
 
 std::string wordLine(const Command& command, std::size_t position)
@@ -69,18 +88,25 @@ std::string wordLine(const Command& command, std::size_t position)
 std::string fishCompletion()
 {
     std::string lines;
+    std::string valued;
+    for (const Option& option : optionTable()) {
+        lines += optionLine("", option);
+        if (option.valueKind != ValueKind::None)
+            valued.append(" ").append(option.name).append(" ").append(option.shortName);
+    }
     for (const Command& command : commandTable()) {
         lines += line(
-            "__fish_use_subcommand", "-a " + std::string(command.name) + described(command.help));
+            "__tidewell_in \"\"", "-a " + std::string(command.name) + described(command.help));
         for (const Option& option : optionTable()) {
             if (takesOption(command, option))
-                lines += optionLine(command, option);
+                lines += optionLine(command.name, option);
         }
         for (std::size_t i = 0; i < command.words.size(); ++i)
             lines += wordLine(command, i);
     }
-    return filled(
-        kFishFrame, { { "@DEVICES@", std::string(kDeviceCandidates) }, { "@LINES@", lines } });
+    return filled(kFishFrame,
+        { { "@DEVICES@", std::string(kDeviceCandidates) }, { "@VALUED@", valued },
+            { "@LINES@", lines } });
 }
 
 } // namespace tdw::cli
