@@ -30,6 +30,15 @@ void acceptTrust(const SimulatedDevices& devices, const std::string& device)
     devices.control("answer-trust", { { "answer", "accept" }, { "device", device } });
 }
 
+/// Whether a process waits for something.
+bool sleeps(pid_t process)
+{
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    return stat.find(") S ") != std::string::npos;
+}
+
 std::string requestsTo(const SimulatedDevices& devices, const std::string& device)
 {
     return devices.control("log", { { "at", "lockdown" }, { "device", device } });
@@ -305,21 +314,63 @@ TEST(CommandLine, PairingTellsRefusalsApart)
         tidewell({ "pair", kPhone }).standardError, HasSubstr("usbmuxd cannot write its records"));
 }
 
-TEST(CommandLine, PairingCanBeInterruptedAndEndsInTimeWhateverTheDeviceDoes)
+TEST(CommandLine, PairingEndsInTimeWhateverTheDeviceDoes)
 {
     const Household devices;
-    RunningTool pairing({ "pair", kStranger });
-    waitFor(devices, "Pair", kStranger);
-    pairing.process->sendSignal(SIGINT);
-    const auto interrupted = pairing.finish();
-    EXPECT_EQ(interrupted.termination, (Termination { SIGINT, true }));
-    EXPECT_THAT(interrupted.output, HasSubstr("Interrupted"));
-
     devices.inject(R"("at":"lockdown","request":"Pair","fault":"hang")");
     const auto start = std::chrono::steady_clock::now();
     expectFailure(
         { "pair", kStranger, "--timeout", "1" }, 4, HasSubstr("has not answered within 1 s"));
     EXPECT_LT(std::chrono::steady_clock::now() - start, 15s) << "not by the server's clock of 20 s";
+}
+
+TEST(CommandLine, EveryCommandEndsAtOnceOnCtrlCWhateverHangs)
+{
+    const Household devices;
+    const std::string file = devices.directory() / "written";
+    using Commands = std::vector<std::vector<std::string>>;
+    // A place of the simulator, or the service.
+    const std::pair<std::string, Commands> places[] = {
+        { "mux",
+            { { "list" }, { "list", "--direct" }, { "info", "Robin's iPhone" }, { "pair", kPhone },
+                { "events" }, { "watch" }, { "doctor" }, { "report", "-o", file } } },
+        { "lockdown",
+            { { "info", kPhone }, { "info", kPhone, "--direct" }, { "info", "Robin's iPhone" },
+                { "battery", kPhone }, { "companions", kPhone },
+                { "wallpaper", kPhone, "-o", file }, { "pair", kStranger }, { "unpair", kPhone },
+                { "wifi", kPhone, "on" }, { "buddy", kPhone, "x" }, { "watch" },
+                { "doctor", kPhone }, { "report", "-o", file } } },
+        { "service",
+            { { "list" }, { "info", kPhone }, { "events" }, { "watch" }, { "doctor" },
+                { "service", "status" }, { "service", "stop" } } },
+    };
+    for (const auto& [place, commands] : places) {
+        ASSERT_EQ(tidewell({ "list" }).termination, Termination {});
+        const pid_t service = PrivateRuntime::servicePid();
+        const std::string site = R"("at":")" + (place == "service" ? "mux" : place) + '"';
+        if (place == "service")
+            kill(service, SIGSTOP);
+        else
+            devices.inject(site + R"(,"fault":"hang")");
+        for (const auto& words : commands) {
+            const std::string log = devices.log(site);
+            const auto last = std::stoull(log.substr(log.rfind(R"("last":)") + 7));
+            RunningTool tool(words);
+            if (place == "service")
+                EXPECT_TRUE(becomesTrue([&] { return sleeps(tool.process->identifier()); }));
+            else
+                devices.control(
+                    R"({"command":"wait",)" + site + R"(,"after":)" + std::to_string(last) + "}");
+            const auto signalled = std::chrono::steady_clock::now();
+            tool.process->sendSignal(SIGINT);
+            const auto run = tool.finish();
+            const auto taken = std::chrono::steady_clock::now() - signalled;
+            EXPECT_LT(taken, 2s) << place << ": " << testing::PrintToString(words) << run.output;
+        }
+        kill(service, SIGCONT);
+        devices.clearFaults();
+    }
+    EXPECT_FALSE(std::filesystem::exists(file));
 }
 
 TEST(CommandLine, ChangesSettingsOverTheCable)
