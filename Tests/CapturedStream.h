@@ -22,9 +22,7 @@ public:
     std::string text()
     {
         lseek(m_file.descriptor(), 0, SEEK_SET);
-        const auto bytes = m_file.readToEnd();
-        return bytes ? std::string(reinterpret_cast<const char*>(bytes->data()), bytes->size())
-                     : std::string();
+        return textOf(*m_file.readToEnd());
     }
 
 private:

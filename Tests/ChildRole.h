@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string_view>
 #include <vector>
 
@@ -13,17 +14,16 @@ public:
     using Body = int (*)(int count, char** arguments);
 
     /// @param names no other role of the same executable has them; they do not begin with a dash
-    ChildRole(std::vector<std::string_view> names, Body body);
-    ~ChildRole() = default;
-    ChildRole(const ChildRole&) = delete;
-    ChildRole& operator=(const ChildRole&) = delete;
+    ChildRole(const std::vector<std::string_view>& names, Body body)
+    {
+        for (const std::string_view name : names)
+            all().emplace(name, body);
+    }
 
-    /// The body of the role that the first argument names, or null.
-    static Body named(std::string_view name);
-
-private:
-    const std::vector<std::string_view> m_names;
-    const Body m_body;
-    const ChildRole* const m_next;
-    static const ChildRole* s_first;
+    /// The roles by their names.
+    static std::map<std::string_view, Body>& all()
+    {
+        static std::map<std::string_view, Body> roles;
+        return roles;
+    }
 };

@@ -1,37 +1,21 @@
 #pragma once
 
 #include "Platform/System/Bundle.h"
-#include "Platform/System/FileHandle.h"
-#include "Platform/System/Process.h"
+#include "Platform/Values/Value.h"
 #include "ProcessResources.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/Testing.h"
 
-#include <sys/file.h>
+/// The envelope of an answer of so many bytes.
+tdw::Value envelopeOf(std::size_t payloadBytes);
 
-/// Writes a text to a standard stream, as a server of the tests does.
-inline void print(int descriptor, std::string_view text)
-{
-    (void)tdw::writeToDescriptor(descriptor, std::as_bytes(std::span(text)));
-}
+std::string xmlOf(const tdw::Value& envelope);
 
-/// A descendant of a server of the tests, which does `job`, keeps both pipes open, and holds a lock
-/// until its end.
-inline void leaveGrandchildBehind(const char* job, const char* lockFile, bool inAGroupOfItsOwn)
-{
-    const int lock = open(lockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    flock(lock, LOCK_EX);
-    tdw::LaunchOptions options;
-    options.executable = "/proc/self/exe";
-    options.programName = "tdw_child";
-    options.arguments = { job };
-    options.standardInput = lock; // an open lock file is what carries the lock into the grandchild
-    options.ownProcessGroup = inAGroupOfItsOwn;
-    // Left behind means that nobody waits for it, its parent included.
-    static auto grandchild = tdw::Process::launch(options);
-}
+/// More than a pipe holds.
+inline constexpr std::size_t kFlood = std::size_t { 8 } << 20;
 
-/// A directory of executables, with this test's own binary in it under the name "tdw_child".
+/// A directory of executables, with this test's own binary in it under the name "tdw_child": its
+/// first argument is what it does.
 class FakeServers {
 public:
     FakeServers() { add("tdw_child"); }
@@ -61,7 +45,7 @@ protected:
     static void TearDownTestSuite() { s_servers.reset(); }
 
     void SetUp() override { m_before = ProcessResources::now(); }
-    void TearDown() override { EXPECT_EQ(ProcessResources::settling(m_before), m_before); }
+    void TearDown() override { EXPECT_TRUE(ProcessResources::settleWithin(m_before)); }
 
     inline static std::unique_ptr<FakeServers> s_servers;
     ProcessResources m_before;

@@ -14,55 +14,9 @@
 using namespace tdw;
 using namespace matchers;
 
-// This binary is also the server that the tests run, under the name "tdw_child".
-
 namespace {
 
 const Error kServersError = Error("org.example", -7, "the server's own reason");
-
-std::string xmlOf(const Value& envelope)
-{
-    return textOf(*encodeXmlPropertyList(envelope));
-}
-
-int runAsServer(int count, char** words)
-{
-    const std::string_view job = words[1];
-    const std::vector<std::string> arguments(words + 2, words + count);
-    int status = 0;
-    if (job == "stream say") {
-        print(STDOUT_FILENO, arguments[0]);
-        print(STDERR_FILENO, arguments[1]);
-        status = std::stoi(arguments[2]);
-    } else if (job == "stream flood") {
-        print(STDERR_FILENO, std::string(std::size_t { 8 } << 20, '\n') + arguments[0]);
-        status = 1;
-    } else if (job == "stream count") {
-        std::string lines;
-        for (int i = 0; i < std::stoi(arguments[0]); ++i)
-            lines += std::to_string(i) + '\n';
-        print(STDOUT_FILENO, lines + "last");
-    } else if (job == "stream grandchild") {
-        leaveGrandchildBehind(
-            "stream wait for the reader", arguments[0].c_str(), arguments[1] == "own group");
-        print(STDOUT_FILENO, "line\nrest");
-    } else if (job == "stream close") {
-        close(STDOUT_FILENO);
-        print(STDERR_FILENO, "closed");
-        pause();
-    } else if (job == "stream hang") {
-        print(STDOUT_FILENO, "ready\n");
-        pause();
-    } else if (job == "stream wait for the reader") {
-        pollfd entry { STDOUT_FILENO, 0, 0 };
-        (void)poll(&entry, 1, -1);
-    }
-    _exit(status);
-}
-
-const ChildRole kServer({ "stream say", "stream flood", "stream count", "stream grandchild",
-                            "stream close", "stream hang", "stream wait for the reader" },
-    runAsServer);
 
 class TDWStreamingInvocation : public FakeServersTest {
 protected:
@@ -110,62 +64,46 @@ Error unexpectedEnd(int status)
 
 } // namespace
 
-TEST_F(TDWStreamingInvocation, CompletesWithTheErrorThatStandardErrorHolds)
+TEST_F(TDWStreamingInvocation, CompletesWithTheErrorThatTheServerHasWritten)
 {
+    using enum EventStreamOptions::Envelope;
     const std::string failure = xmlOf(TDWClientErrorResponse(kServersError));
-    const std::string answer = xmlOf(Dictionary { { "response", "fine" } });
-    const std::string warnings = "WARN: <one>\n[libusbmuxd] two\n";
+    const std::string half = failure.substr(0, failure.size() / 2);
+    const std::string words = "WARN: <one>\n[libusbmuxd] two\n";
+    const std::string events = "1,1,PHONE\n" + words;
     const struct {
         std::vector<std::string> arguments;
         std::optional<Error> error;
+        Run::Envelope envelope = OnStandardError;
     } cases[] = {
-        { { "stream say", "", failure, "0" }, std::nullopt },
-        { { "stream say", "", failure, "7" }, kServersError },
-        { { "stream say", "", warnings + failure, "7" }, kServersError },
-        { { "stream say", "", warnings + failure + warnings, "7" }, kServersError },
-        { { "stream say", "", failure.substr(0, failure.size() / 2), "7" }, unexpectedEnd(7) },
-        { { "stream say", failure, "words\n", "7" }, unexpectedEnd(7) },
-        { { "stream say", "", answer, "7" }, std::nullopt },
-        { { "stream flood", failure }, kServersError },
+        { { "say", "", failure, "0" }, std::nullopt },
+        { { "say", "", failure, "7" }, kServersError },
+        { { "say", "", words + failure + words, "7" }, kServersError },
+        { { "say", "", half, "7" }, unexpectedEnd(7) },
+        { { "say", failure, "words\n", "7" }, unexpectedEnd(7) },
+        { { "say", "", xmlOf(envelopeOf(1)), "7" }, std::nullopt },
+        { { "flood", failure }, kServersError },
+        { { "say", failure, "", "7" }, kServersError, OnEitherStream },
+        { { "say", events + failure + "bye\n", "", "7" }, kServersError, OnEitherStream },
+        { { "say", events, words + failure, "7" }, kServersError, OnEitherStream },
+        { { "say", failure, failure, "7" }, kServersError, OnEitherStream },
+        { { "say", half, "", "7" }, unexpectedEnd(7), OnEitherStream },
+        { { "say", events, words, "7" }, unexpectedEnd(7), OnEitherStream },
     };
     for (const auto& row : cases) {
-        Run run(row.arguments);
+        Run run(row.arguments, row.envelope);
         ASSERT_TRUE(run.completions.reaches(1));
         EXPECT_EQ(run.error, row.error) << testing::PrintToString(row.arguments).substr(0, 300);
     }
-    Run unnamed({ "stream say", "", "ignored", "123" });
+    Run unnamed({ "say", "", "ignored", "123" });
     ASSERT_TRUE(unnamed.completions.reaches(1));
     EXPECT_THAT(unnamed.error->failureReason(), HasSubstr("Server name is not valid: tdw_child"));
-}
-
-TEST_F(TDWStreamingInvocation, FindsTheErrorOfAnEventsServerHoweverItIsWritten)
-{
-    const std::string failure = xmlOf(TDWClientErrorResponse(kServersError));
-    const struct {
-        const char* situation;
-        std::string output;
-        std::string standardError;
-        std::optional<Error> error;
-    } rows[] = {
-        { "on standard output", failure, "", kServersError },
-        { "among events and words", "1,1,PHONE\nWARN: x\n" + failure + "bye\n", "", kServersError },
-        { "on standard error behind words", "1,1,PHONE\n", "WARN: x\n" + failure, kServersError },
-        { "on both", failure, failure, kServersError },
-        { "cut", failure.substr(0, failure.size() / 2), "", unexpectedEnd(7) },
-        { "nowhere", "1,1,PHONE\n", "WARN: x\n", unexpectedEnd(7) },
-    };
-    for (const auto& row : rows) {
-        Run run(
-            { "stream say", row.output, row.standardError, "7" }, Run::Envelope::OnEitherStream);
-        ASSERT_TRUE(run.completions.reaches(1)) << row.situation;
-        EXPECT_EQ(run.error, row.error) << row.situation;
-    }
 }
 
 TEST_F(TDWStreamingInvocation, DeliversEveryLineBeforeTheCompletion)
 {
     constexpr int kLines = 200'000;
-    Run run({ "stream count", std::to_string(kLines) });
+    Run run({ "count", std::to_string(kLines) });
     ASSERT_TRUE(run.completions.reaches(1));
     ASSERT_EQ(run.lines.size(), kLines + 1);
     EXPECT_EQ(run.lines[kLines - 1], std::to_string(kLines - 1));
@@ -174,7 +112,7 @@ TEST_F(TDWStreamingInvocation, DeliversEveryLineBeforeTheCompletion)
 
 TEST_F(TDWStreamingInvocation, DeliversLinesWhileTheServerRunsAndPassesSignalsOn)
 {
-    Run run({ "stream hang" });
+    Run run({ "hang" });
     ASSERT_TRUE(run.delivered.reaches(1));
     EXPECT_EQ(run.completions.value(), 0);
     EXPECT_EQ(getpgid(run.handle->identifier()), run.handle->identifier());
@@ -182,12 +120,12 @@ TEST_F(TDWStreamingInvocation, DeliversLinesWhileTheServerRunsAndPassesSignalsOn
     ASSERT_TRUE(run.completions.reaches(1));
     EXPECT_EQ(run.error->failureReason(), unexpectedEnd(SIGTERM).failureReason());
     EXPECT_THAT(run.error->debugDescription(), HasSubstr("killed by signal 15 (SIGTERM)"));
-    run.handle->sendSignal(SIGKILL); // whoever has the identifier now is not meant
+    run.handle->sendSignal(SIGKILL); // another process may have the identifier now
 }
 
 TEST_F(TDWStreamingInvocation, GoesOnWithoutAnOwnerAndWithoutStandardOutput)
 {
-    Run run({ "stream close" });
+    Run run({ "close" });
     const pid_t server = run.handle->identifier();
     run.handle.reset();
     EXPECT_EQ(kill(server, 0), 0);
@@ -200,7 +138,7 @@ TEST_F(TDWStreamingInvocation, EndsWithTheServerThoughADescendantKeepsThePipesOp
 {
     for (const std::string group : { "same group", "own group" }) {
         const std::string lock = s_servers->path("lock of " + group);
-        Run run({ "stream grandchild", lock, group });
+        Run run({ "grandchild", lock, group, "line\nrest" });
         ASSERT_TRUE(run.completions.reaches(1));
         EXPECT_THAT(run.lines, ElementsAre("line", "rest"));
         EXPECT_EQ(run.error, std::nullopt);
@@ -210,7 +148,7 @@ TEST_F(TDWStreamingInvocation, EndsWithTheServerThoughADescendantKeepsThePipesOp
     }
 }
 
-TEST_F(TDWStreamingInvocation, SaysWhatCannotBeStartedAndCallsNobody)
+TEST_F(TDWStreamingInvocation, SaysWhatCannotBeStartedAndCallsNoHandler)
 {
     const auto mustNotBeCalled = [](const auto&) {
         ADD_FAILURE();
@@ -227,13 +165,9 @@ TEST_F(TDWStreamingInvocation, SaysWhatCannotBeStartedAndCallsNobody)
     const auto broken = invoke("tdw_broken");
     ASSERT_TRUE(broken);
     EXPECT_EQ(broken->domain(), kPosixErrorDomain);
-}
 
-TEST_F(TDWStreamingInvocation, NeedsNoHandlers)
-{
-    const Queue wait = Queue::serial("wait");
-    EXPECT_EQ(
-        TDWInvokeStreamingServer("tdw_child", s_servers->bundle(), { "stream say", "x\n", "", "1" },
-            wait, Queue::serial("callback"), nullptr, nullptr),
-        std::nullopt);
+    EXPECT_EQ(TDWInvokeStreamingServer("tdw_child", s_servers->bundle(), { "say", "x\n", "", "1" },
+                  Queue::serial("wait"), Queue::serial("callback"), nullptr, nullptr),
+        std::nullopt)
+        << "no handlers are needed";
 }

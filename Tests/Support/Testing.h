@@ -25,6 +25,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -65,7 +66,7 @@ inline std::string contentsOf(const std::filesystem::path& file)
     return { std::istreambuf_iterator(stream), {} };
 }
 
-/// Waits for something that tells nobody when it happens, within a bound that no working system
+/// Waits for something that cannot be waited for otherwise, within a bound that no working system
 /// needs.
 /// @return whether it happened
 bool becomesTrue(const auto& condition, std::chrono::seconds bound = std::chrono::seconds(60))
