@@ -4,12 +4,6 @@
 
 using namespace tdw;
 
-TEST(Bundle, IsFoundFromWhereThisProgramIs)
-{
-    std::filesystem::create_directories(TIDEWELL_BUILD_DIR "/libexec/tidewell");
-    EXPECT_EQ(Bundle::mainBundle().auxiliaryDirectory(), TIDEWELL_BUILD_DIR "/libexec/tidewell");
-}
-
 TEST(Bundle, NamesNothingOutsideItsDirectory)
 {
     const Bundle bundle("/x");

@@ -41,7 +41,7 @@ TEST(ConnectionState, DoesWhatEachEventAsksFor)
         { "a notice starts nothing and ends nothing",
             { { Notice, "keep, look" }, { NotOpened, "fail" }, { Message, "keep, open" },
                 { Opened, "send kept" } } },
-        { "a notice where somebody listens",
+        { "a notice where a service listens",
             { { Notice, "keep, look" }, { Opened, "send kept" }, { Message, "send" } } },
         { "the owner ends it before anything was sent",
             { { Invalidated, "invalidation, fail" }, { Message, "refuse" } } },

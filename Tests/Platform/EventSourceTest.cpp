@@ -37,50 +37,6 @@ struct Watched {
 
 } // namespace
 
-TEST(ReadSource, ReportsBytesAsLongAsThereAreAnyAndTheEndOfFile)
-{
-    auto pipe = Pipe::create();
-    const int reader = pipe->reader.descriptor();
-    std::string text;
-    Watched watched;
-    std::optional<ReadSource> source;
-    const Queue queue = Queue::concurrent("reading");
-    source = *ReadSource::create(reader, queue, watched.handlers([&] {
-        char letter = 0;
-        if (::read(reader, &letter, 1) == 1)
-            text += letter;
-        else
-            source->cancel();
-    }));
-    ASSERT_TRUE(pipe->writer.write(std::as_bytes(std::span("abc", 3))));
-    EXPECT_EQ(watched.events.value(), 0) << "suspended";
-    source->resume();
-    ASSERT_TRUE(watched.events.reaches(3));
-    EXPECT_EQ(::fcntl(reader, F_GETFL) & O_NONBLOCK, 0) << "the descriptor's mode is not ours";
-    pipe->writer.close();
-    ASSERT_TRUE(watched.cancels.reaches(1));
-    EXPECT_EQ(text, "abc");
-    EXPECT_EQ(watched.events.value(), 4);
-}
-
-TEST(ReadSource, ReadsARegularFileToItsEnd)
-{
-    const FileHandle file(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
-    off_t total = 0;
-    Watched watched;
-    std::optional<ReadSource> source;
-    source = *ReadSource::create(file.descriptor(), Queue::global(), watched.handlers([&] {
-        std::array<char, 65536> buffer {};
-        const ssize_t count = ::read(file.descriptor(), buffer.data(), buffer.size());
-        total += count;
-        if (count <= 0)
-            source->cancel();
-    }));
-    source->resume();
-    ASSERT_TRUE(watched.cancels.reaches(1));
-    EXPECT_EQ(total, ::lseek(file.descriptor(), 0, SEEK_END));
-}
-
 TEST(ReadSource, IsCancelledExactlyOnceInWhateverStateItIs)
 {
     auto pipe = Pipe::create();
@@ -88,32 +44,22 @@ TEST(ReadSource, IsCancelledExactlyOnceInWhateverStateItIs)
     auto empty = Pipe::create();
     Watched suspended;
     Watched waiting;
-    Watched handling;
-    Counter destroyed;
     {
         const Queue queue = Queue::serial("cancel");
         auto first
             = *ReadSource::create(pipe->reader.descriptor(), queue, suspended.handlers([] {}));
         auto second
             = *ReadSource::create(empty->reader.descriptor(), queue, waiting.handlers([] {}));
-        std::optional<ReadSource> third
-            = *ReadSource::create(pipe->reader.descriptor(), queue, handling.handlers([&] {
-                  third.reset();
-                  destroyed.add();
-              }));
         first.cancel();
         first.cancel();
         first.resume();
         EXPECT_TRUE(first.isCancelled());
         second.resume();
         second.cancel();
-        third->resume();
-        EXPECT_TRUE(destroyed.reaches(1));
     }
-    EXPECT_TRUE(waiting.cancels.reaches(1) && handling.cancels.reaches(1));
-    EXPECT_EQ(suspended.cancels.value() + waiting.cancels.value() + handling.cancels.value(), 3);
+    EXPECT_TRUE(waiting.cancels.reaches(1));
+    EXPECT_EQ(suspended.cancels.value() + waiting.cancels.value(), 2);
     EXPECT_EQ(suspended.events.value() + waiting.events.value(), 0);
-    EXPECT_EQ(handling.events.value(), 1);
 }
 
 TEST(ReadSource, KeepsItsHandlersInOrderWhenDestroyedAtAnyMoment)
@@ -134,14 +80,6 @@ TEST(ReadSource, KeepsItsHandlersInOrderWhenDestroyedAtAnyMoment)
         source = Error::posix(ECANCELED, "destroyed");
         ASSERT_TRUE(watched.cancels.reaches(1));
     }
-}
-
-TEST(ReadSource, RefusesWhatIsNoDescriptor)
-{
-    Watched watched;
-    auto source = ReadSource::create(-1, Queue::global(), watched.handlers([] {}));
-    ASSERT_FALSE(source);
-    EXPECT_EQ(source.error(), Error::posix(EBADF, "Cannot watch descriptor -1"));
 }
 
 TEST(SignalSource, EverySourceOfASignalSeesItAndTheLastRestoresTheDefault)

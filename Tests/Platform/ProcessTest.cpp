@@ -50,28 +50,17 @@ int runAsChild(int, char** arguments)
         return ::raise(std::atoi(arguments[2]));
     if (job == "descriptors")
         return std::printf("%s", openDescriptors().c_str()) < 0;
-    if (job == "name")
-        return std::printf("%s %s %s", arguments[0], std::getenv("SET"), std::getenv("KEPT")) < 0;
     if (job == "signals")
         return inheritedSignals();
     if (job == "streams") {
         char letter = 0;
         return ::read(0, &letter, 1) != 1 || ::write(1, &letter, 1) != 1 || ::write(2, "e", 1) != 1;
     }
-    if (job == "grandchild") {
-        // It keeps standard output open, so the pipe shows how long it lives.
-        auto grandchild = Process::launch({ .executable = kSelf, .arguments = { "hang" } });
-        (void)!::write(1, "!", 1);
-        if (arguments[2] == std::string_view("leave"))
-            ::_exit(0); // without the destructor, which would end the grandchild
-    }
     ::alarm(30); // where a test fails to end it
     return ::pause();
 }
 
-const ChildRole kRoles(
-    { "exit", "die", "descriptors", "name", "signals", "streams", "grandchild", "hang" },
-    runAsChild);
+const ChildRole kRoles({ "exit", "die", "descriptors", "signals", "streams", "hang" }, runAsChild);
 
 Process start(std::vector<std::string> arguments)
 {
@@ -107,16 +96,6 @@ TEST(Process, ReportsTheExitStatusOrTheSignal)
     EXPECT_EQ(process.waitUntilExit(), (Termination { 15, true }));
     EXPECT_TRUE(isGone(process.identifier()));
     EXPECT_EQ(process.waitUntilExit(1ms), (Termination { 15, true })) << "asked again";
-}
-
-TEST(Process, GivesTheChildItsNameAndEnvironment)
-{
-    ::setenv("KEPT", "kept", 1);
-    ::setenv("SET", "old", 1);
-    EXPECT_EQ(outputOf({ .programName = "tdw_list",
-                  .arguments = { "name" },
-                  .environment = { { "SET", "new" } } }),
-        "tdw_list new kept");
 }
 
 TEST(Process, LeaksNoDescriptorIntoTheChild)
@@ -209,24 +188,4 @@ TEST(Process, AssignmentAndDestructionKillAndReapAChildStillRunning)
     }
     EXPECT_TRUE(isGone(second));
     EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST(Process, TheWholeGroupEndsWithTheChild)
-{
-    for (const std::string manner : { "leave", "be killed" }) {
-        auto pipe = Pipe::create();
-        auto process = Process::launch({ .executable = kSelf,
-            .arguments = { "grandchild", manner },
-            .standardOutput = pipe->writer.descriptor(),
-            .ownProcessGroup = true });
-        ASSERT_TRUE(process) << process.error().debugDescription();
-        pipe->writer.close();
-        char started = 0;
-        ASSERT_EQ(::read(pipe->reader.descriptor(), &started, 1), 1);
-        if (manner == "be killed")
-            process->sendSignal(SIGKILL);
-        EXPECT_NE(process->waitUntilExit(10s), std::nullopt);
-        pollfd end { pipe->reader.descriptor(), 0, 0 };
-        EXPECT_EQ(::poll(&end, 1, 10'000), 1) << "the grandchild still holds the pipe";
-    }
 }

@@ -41,33 +41,6 @@ TEST(Dictionary, KeepsTheOrderOfFirstSettingWhateverItsSize)
     }
 }
 
-TEST(Dictionary, GivesWhatStandsUnderAKeyInItsOwnTypeOnly)
-{
-    const Dictionary dictionary { { "text", "a" }, { "number", 7 }, { "truth", true },
-        { "real", 0.5 }, { "data", Data(3) }, { "list", Array { 1 } },
-        { "inner", Dictionary { { "text", "b" } } } };
-    const auto typesFound = [](const auto& holder, std::string_view key) {
-        std::string found;
-        found += holder.stringAt(key) ? "s" : "";
-        found += holder.intAt(key) ? "i" : "";
-        found += holder.boolAt(key) ? "b" : "";
-        found += holder.realAt(key) ? "r" : "";
-        found += holder.dataAt(key) ? "d" : "";
-        found += holder.arrayAt(key) ? "a" : "";
-        found += holder.dictionaryAt(key) ? "D" : "";
-        return found;
-    };
-    const std::pair<const char*, const char*> rows[]
-        = { { "text", "s" }, { "number", "i" }, { "truth", "b" }, { "real", "r" }, { "data", "d" },
-              { "list", "a" }, { "inner", "D" }, { "missing", "" } };
-    for (const auto& [key, types] : rows) {
-        EXPECT_EQ(typesFound(dictionary, key), types) << key;
-        EXPECT_EQ(typesFound(Value(dictionary), key), types) << key;
-        EXPECT_EQ(typesFound(Value("no dictionary"), key), "") << key;
-    }
-    EXPECT_EQ(*dictionary.dictionaryAt("inner")->stringAt("text"), "b");
-}
-
 TEST(Dictionary, IsEqualInAnyOrder)
 {
     EXPECT_EQ((Dictionary { { "a", 1 }, { "b", 2 } }), (Dictionary { { "b", 2 }, { "a", 1 } }));
@@ -89,15 +62,6 @@ TEST(Value, DescribesHostileContentOnOneBoundedLine)
     EXPECT_EQ(text.find("\u202E"), std::string::npos);
     EXPECT_TRUE(isValidUtf8(text));
     EXPECT_NE(text.find(R"("escape": "\u001b[2J\r\n\u202e")"), std::string::npos) << text;
-}
-
-TEST(Error, DescribesDomainCodeAndUserInfo)
-{
-    const Error error = Error::posix(2, "Cannot open \"/x\"");
-    EXPECT_EQ(error.failureReason(), "Cannot open \"/x\": No such file or directory");
-    EXPECT_EQ(error.debugDescription(),
-        "Error Domain=NSPOSIXErrorDomain Code=2 UserInfo={\"NSLocalizedFailureReason\": \"Cannot "
-        "open \"/x\": No such file or directory\"}");
 }
 
 TEST(Text, FindsEveryKindOfInvalidUtf8)

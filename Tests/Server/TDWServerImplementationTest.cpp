@@ -1,9 +1,7 @@
 #include "Server/TDWServerImplementation.h"
 
 #include "CapturedStream.h"
-#include "Platform/Handle.h"
 #include "Platform/Values/PropertyListNode.h"
-#include "Server/ServerMain.h"
 #include "Server/TDWServerLockdown.h"
 #include "Support/TDWErrorHelpers.h"
 #include "Support/Testing.h"
@@ -12,36 +10,19 @@
 #include <sys/resource.h>
 
 #include <cerrno>
-#include <ostream>
 #include <system_error>
 
 TEST(TDWServerImplementation, ReadsTheConnectionTypeAsALooseNumber)
 {
-    const struct {
-        const char* text;
-        int options;
-    } cases[] = { { "1", 2 }, { "2", 4 }, { " +2", 4 }, { "2nd", 4 }, { "0", 6 }, { "3", 6 },
-        { "-1", 6 }, { "", 6 }, { "usb", 6 }, { "4294967297", 6 }, { "1.9", 2 } };
-    for (const auto& row : cases) {
-        const char* arguments[] = { "tdw_info", "udid", row.text };
-        EXPECT_EQ(TDWParseDeviceOptionsFromArguments(3, const_cast<char**>(arguments)), row.options)
-            << row.text;
+    const std::pair<const char*, int> cases[]
+        = { { "1", 2 }, { "2", 4 }, { " +2", 4 }, { "2nd", 4 }, { "0", 6 }, { "3", 6 }, { "-1", 6 },
+              { "", 6 }, { "usb", 6 }, { "4294967297", 6 }, { "1.9", 2 } };
+    for (const auto& [text, options] : cases) {
+        const char* arguments[] = { "tdw_info", "udid", text };
+        EXPECT_EQ(TDWParseDeviceOptionsFromArguments(3, const_cast<char**>(arguments)), options)
+            << text;
         EXPECT_EQ(TDWParseDeviceOptionsFromArguments(2, const_cast<char**>(arguments)), 6);
     }
-}
-
-TEST(TDWServerImplementation, MapsLockdownCodesToPairingStates)
-{
-    const struct {
-        int code;
-        TDWDevicePairingState state;
-    } cases[] = { { -17, TDWDevicePairingStateLocked }, { -35, TDWDevicePairingStateLocked },
-        { -37, TDWDevicePairingStateLocked }, { -19, TDWDevicePairingStatePending },
-        { -18, TDWDevicePairingStateDenied }, { -29, TDWDevicePairingStateNotPaired },
-        { -31, TDWDevicePairingStateNotPaired }, { -38, TDWDevicePairingStateNotPaired },
-        { -39, TDWDevicePairingStateNotPaired }, { 0, TDWDevicePairingStateNotPaired } };
-    for (const auto& row : cases)
-        EXPECT_EQ(TDWDevicePairingStateFromLockdownErrorCode(row.code), row.state) << row.code;
 }
 
 TEST(TDWServerLockdown, LeavesNothingOldBehindAFailedConversion)
@@ -77,26 +58,9 @@ struct ServerProcess {
     const char* output;
 };
 
-void PrintTo(const ServerProcess& process, std::ostream* stream)
-{
-    *stream << process.situation;
-}
-
-using SlowClient = tdw::Handle<int, [](int*) {
-    pause();
-}>;
-
-const std::string kAnswer = "^<.xml.*<key>response</key>.*</plist>\n$";
 const std::string kTooMany = "^<.xml.*Too many open files.*</plist>\n$";
 
 const ServerProcess kProcesses[] = {
-    { "its interval is over",
-        [] {
-            TDWServerSetTimeoutInterval(0.1);
-            TDWServerInitialize();
-            pause();
-        },
-        testing::ExitedWithCode(1), "^<.xml.*Server timeout[.].*</plist>\n$" },
     { "stopped in time",
         [] {
             TDWServerStopTimeoutClock(); // before any start
@@ -129,17 +93,6 @@ const ServerProcess kProcesses[] = {
         testing::KilledBySignal(SIGALRM),
         "^.ERROR. .Source/Server/TDWServerImplementation.cpp:[0-9]+. Invoked timeout clock start "
         "function more than once in the lifetime of the process!\n$" },
-    { "what it opened is never freed",
-        [] {
-            TDWServerInitialize();
-            alarm(10);
-            int client = 0;
-            _exit(tdw::answerRequest([&](tdw::DeviceSession& session) {
-                session.keep(SlowClient(&client));
-                return tdw::Result(tdw::ServerReply { .content = tdw::Dictionary(), .status = 7 });
-            }));
-        },
-        testing::ExitedWithCode(7), kAnswer.c_str() },
     { "an exception on another thread",
         [] {
             TDWServerInitialize();
@@ -158,20 +111,18 @@ const ServerProcess kProcesses[] = {
 
 } // namespace
 
-class ServerProcessDeathTest : public testing::TestWithParam<ServerProcess> { };
-
-TEST_P(ServerProcessDeathTest, Ends)
+TEST(ServerProcessDeathTest, EndsAsItIsTo)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EXIT(
-        {
-            dup2(STDERR_FILENO, STDOUT_FILENO);
-            GetParam().work();
-        },
-        GetParam().ending, GetParam().output)
-        << GetParam().situation;
-    EXPECT_LE(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    for (const ServerProcess& process : kProcesses) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EXIT(
+            {
+                dup2(STDERR_FILENO, STDOUT_FILENO);
+                process.work();
+            },
+            process.ending, process.output)
+            << process.situation;
+        EXPECT_LE(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(, ServerProcessDeathTest, testing::ValuesIn(kProcesses));
