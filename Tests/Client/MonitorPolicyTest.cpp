@@ -58,31 +58,6 @@ private:
 
 } // namespace
 
-TEST(MonitorPolicy, ItsEventsAddUpToWhatIsThereAcrossServices)
-{
-    Policy policy;
-    EXPECT_EQ(policy.start(), "subscribe");
-    EXPECT_EQ(policy.subscribed(), "list");
-    EXPECT_EQ(policy.hear("1,1,stays"), "1,1,stays");
-    EXPECT_EQ(policy.hear("1,1,goes"), "1,1,goes");
-    EXPECT_EQ(policy.list(Devices { { 1, "stays" }, { 1, "goes" } }), "known");
-    EXPECT_EQ(policy.hear("3,1,stays"), "3,1,stays");
-
-    policy.now += 5s;
-    EXPECT_EQ(policy.fail(kGone), "disconnect, outage 4097, wait 100");
-    EXPECT_EQ(policy.fail(kGone), "") << "told once";
-    EXPECT_EQ(policy.wait(), "subscribe");
-    EXPECT_EQ(policy.fail(kGone), "disconnect, wait 200");
-    EXPECT_EQ(policy.wait(), "subscribe");
-    EXPECT_EQ(policy.subscribed(), "list");
-    EXPECT_EQ(policy.hear("1,1,stays"), "");
-    EXPECT_EQ(policy.hear("1,2,comes"), "1,2,comes") << "one has not been seen again yet";
-    EXPECT_EQ(policy.list(Devices { { 1, "stays" }, { 2, "comes" } }), "2,1,goes, known");
-
-    policy.now += 10s;
-    EXPECT_EQ(policy.fail(kGone), "disconnect, outage 4097, wait 100") << "it lived long enough";
-}
-
 TEST(MonitorPolicy, KnowsWhenItCannotKnow)
 {
     Policy policy;
