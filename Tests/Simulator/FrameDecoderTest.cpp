@@ -39,21 +39,6 @@ TEST(MuxFrameDecoder, FindsTheSameFramesHoweverTheBytesArrive)
     }
 }
 
-TEST(PropertyListFrameDecoder, ReadsWhatItEncodesInBothFormatsAndKeepsTheRest)
-{
-    const Value message = Dictionary { { "Request", "QueryType" } };
-    for (const auto format : { PropertyListFormat::Xml, PropertyListFormat::Binary }) {
-        PropertyListFrameDecoder decoder;
-        const Data frame = *encodePropertyListFrame(message, format);
-        decoder.append(std::span(frame).first(frame.size() - 1));
-        EXPECT_EQ(*decoder.next(), std::nullopt);
-        decoder.append(std::span(frame).last(1));
-        decoder.append(bytes({ 22, 3 }));
-        EXPECT_EQ(*decoder.next(), message);
-        EXPECT_EQ(decoder.takeRest(), bytes({ 22, 3 }));
-    }
-}
-
 TEST(PropertyListFrameDecoder, RefusesWhatIsTooLongOrNoPropertyList)
 {
     for (const Data& stream : { bytes({ 0x7f, 255, 255, 255 }), bytes({ 0, 0x10, 0, 1 }),

@@ -78,12 +78,7 @@ TEST(PairingStore, RefusesRecordsWhoseCertificatesDoNotBelongTogether)
     withoutHost.remove("HostID");
     Dictionary withoutRoot = record;
     withoutRoot.remove("RootCertificate");
-    struct Row {
-        Dictionary record;
-        std::optional<std::string_view> expected;
-        std::string_view title;
-    };
-    const Row rows[] = {
+    const std::tuple<Dictionary, std::optional<std::string_view>, std::string_view> rows[] = {
         { record, std::nullopt, "as it is" },
         { withoutHost, "MissingHostID", "without HostID" },
         { withoutRoot, "InvalidPairRecord", "without root certificate" },
@@ -97,9 +92,9 @@ TEST(PairingStore, RefusesRecordsWhoseCertificatesDoNotBelongTogether)
               issueCertificate({ *stranger, *stranger, Use::Authority })),
             "InvalidPairRecord", "another root" },
     };
-    for (const Row& row : rows) {
+    for (const auto& [changed, expected, title] : rows) {
         PairingStore store(keys);
-        EXPECT_EQ(store.add(row.record), row.expected) << row.title;
+        EXPECT_EQ(store.add(changed), expected) << title;
     }
 }
 

@@ -7,6 +7,7 @@
 
 using namespace tdw;
 using namespace tdw::simulator;
+using namespace matchers;
 
 namespace {
 
@@ -99,11 +100,6 @@ std::string base64Of(const std::string& text, std::size_t before)
     return encoded.substr(0, static_cast<std::size_t>(length)).substr(first, end - first);
 }
 
-const Json& deviceIn(const Json& scenario)
-{
-    return scenario["devices"][0];
-}
-
 } // namespace
 
 TEST(Recording, HoldsNoSecretInWhateverSpelling)
@@ -134,7 +130,7 @@ TEST(Recording, KeepsShapesAndPutsTheSameForTheSame)
 {
     Replacement replacement;
     const Json scenario = recordedScenario({ secretiveDevice() }, replacement);
-    const Json& device = deviceIn(scenario);
+    const Json& device = scenario["devices"][0];
     const Json& values = device["lockdown"];
     const auto udid = device["udid"].get<std::string>();
     const auto mac = values["WiFiAddress"].get<std::string>();
@@ -146,19 +142,17 @@ TEST(Recording, KeepsShapesAndPutsTheSameForTheSame)
     EXPECT_EQ(number, std::stoull(udid.substr(9), nullptr, 16));
     EXPECT_EQ(std::to_string(number).size(), 17U);
 
-    std::string upper = mac;
-    upper.erase(std::remove(upper.begin(), upper.end(), ':'), upper.end());
-    std::transform(upper.begin(), upper.end(), upper.begin(), toupper);
-    EXPECT_EQ(upper.size(), 12U);
-    const auto longer = values["Longer"].get<std::string>();
-    EXPECT_NE(longer.find(udid), std::string::npos);
-    EXPECT_NE(longer.find(std::to_string(number)), std::string::npos);
-    EXPECT_NE(longer.find(upper), std::string::npos);
+    // As hexadecimal digits without colons, in capital letters and in small ones.
+    std::string digits = mac;
+    std::erase(digits, ':');
+    EXPECT_EQ(digits.size(), 12U);
+    std::string capitals = digits;
+    std::transform(capitals.begin(), capitals.end(), capitals.begin(), toupper);
+    EXPECT_THAT(values["Longer"].get<std::string>(),
+        AllOf(HasSubstr(udid), HasSubstr(std::to_string(number)), HasSubstr(capitals)));
     const auto data = values["AsData"]["$hex"].get<std::string>();
     EXPECT_EQ(data.size(), 2 * (1 + kUdid.size() + 12));
-    EXPECT_NE(data.find(hexOf(udid, "%02x")), std::string::npos);
-    std::transform(upper.begin(), upper.end(), upper.begin(), tolower);
-    EXPECT_NE(data.find(upper), std::string::npos);
+    EXPECT_THAT(data, AllOf(HasSubstr(hexOf(udid, "%02x")), HasSubstr(digits)));
     EXPECT_TRUE(values["Bonjour"].get<std::string>().starts_with(mac + "@"));
 
     const auto phone = values["PhoneNumber"].get<std::string>();
@@ -171,5 +165,5 @@ TEST(Recording, KeepsShapesAndPutsTheSameForTheSame)
     EXPECT_EQ(values["IsSupervised"], false);
     // The same again is something else: nothing is computed from what it stands for.
     Replacement another;
-    EXPECT_NE(deviceIn(recordedScenario({ secretiveDevice() }, another))["udid"], udid);
+    EXPECT_NE(recordedScenario({ secretiveDevice() }, another)["devices"][0]["udid"], udid);
 }

@@ -18,11 +18,7 @@ std::string withDevice(const std::string& more)
 
 TEST(Scenario, SaysWhereItIsWrongAndWhatStandsThere)
 {
-    struct Row {
-        std::string text;
-        std::string expected;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         { "{\n \"devices\": [,]}", "line 2, column" },
         { "[]", "the document: [] is not an object" },
         { std::string(200, '['), "nesting deeper" },
@@ -54,22 +50,11 @@ TEST(Scenario, SaysWhereItIsWrongAndWhatStandsThere)
             R"(devices[0].faults[0].request: "StartSesion" is not one of QueryType, GetValue)" },
         { withDevice(R"(}, {"udid": "00008130-00FACADE0001001C")"), "is there twice" },
     };
-    for (const Row& row : rows) {
-        const auto scenario = scenarioFromText(row.text, ".");
-        ASSERT_FALSE(scenario) << row.text;
-        EXPECT_THAT(scenario.error().failureReason(), HasSubstr(row.expected));
+    for (const auto& [text, expected] : rows) {
+        const auto scenario = scenarioFromText(text, ".");
+        ASSERT_FALSE(scenario) << text;
+        EXPECT_THAT(scenario.error().failureReason(), HasSubstr(expected));
     }
-}
-
-TEST(Scenario, PutsLockdownValuesOverTheDefaults)
-{
-    const auto scenario = scenarioFromText(
-        withDevice(R"(, "lockdown": {"DeviceName": "Mine", "TimeZone": null})"), ".");
-    ASSERT_TRUE(scenario) << scenario.error().failureReason();
-    const Dictionary& values = scenario->devices[0].domains.at("");
-    EXPECT_EQ(*values.stringAt("DeviceName"), "Mine");
-    EXPECT_TRUE(values.contains("ProductVersion"));
-    EXPECT_FALSE(values.contains("TimeZone"));
 }
 
 TEST(Scenario, KeepsTheTypesOfRecordedValues)

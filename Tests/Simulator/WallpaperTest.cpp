@@ -11,8 +11,6 @@ using namespace tdw::simulator;
 
 namespace {
 
-const WallpaperSubject kPhone { "udid", "iPhone" };
-
 /// The size of a picture that can be decoded to its last pixel; nothing for any other.
 std::pair<unsigned, unsigned> decodedSize(const Data& bytes)
 {
@@ -31,11 +29,7 @@ std::pair<unsigned, unsigned> decodedSize(const Data& bytes)
 
 TEST(Wallpaper, HasTheWidthThatIsAskedForAndTheShapeOfTheDevice)
 {
-    const struct {
-        const char* deviceClass;
-        double width;
-        std::pair<unsigned, unsigned> size;
-    } rows[] = {
+    const std::tuple<const char*, double, std::pair<unsigned, unsigned>> rows[] = {
         { "iPhone", 390, { 390, 845 } },
         { "iPad", 300, { 300, 400 } },
         { "iPhone", 320.5, { 321, 695 } },
@@ -50,12 +44,4 @@ TEST(Wallpaper, HasTheWidthThatIsAskedForAndTheShapeOfTheDevice)
             decodedSize(drawWallpaper({ "udid", deviceClass }, WallpaperPlace::LockScreen, width)),
             size)
             << deviceClass << " " << width;
-}
-
-TEST(Wallpaper, TellsDevicesAndScreensApart)
-{
-    const auto lock = drawWallpaper(kPhone, WallpaperPlace::LockScreen, 390);
-    EXPECT_NE(lock, drawWallpaper(kPhone, WallpaperPlace::HomeScreen, 390));
-    EXPECT_NE(
-        lock, drawWallpaper({ "other", kPhone.deviceClass }, WallpaperPlace::LockScreen, 390));
 }
