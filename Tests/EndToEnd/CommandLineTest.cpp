@@ -285,7 +285,11 @@ TEST(CommandLine, PairsWithAPhoneThatLeavesAtTheTapAndUnpairs)
     devices.control("set-trust", { { "trust", "trusts" }, { "device", kStranger } });
     EXPECT_EQ(tidewell({ "pair", kStranger }).termination, Termination {});
 
-    EXPECT_EQ(tidewell({ "pair", kPhone }).termination, Termination {}) << "trusts, and is locked";
+    for (const char* trust : { "after-first-unlock", "managed" }) {
+        devices.control("set-trust", { { "trust", trust }, { "device", kPhone } });
+        EXPECT_EQ(tidewell({ "pair", kPhone }).termination, Termination {})
+            << "trusts already, and refuses to pair: " << trust;
+    }
 }
 
 TEST(CommandLine, PairingTellsRefusalsApart)

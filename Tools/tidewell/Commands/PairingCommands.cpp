@@ -52,8 +52,7 @@ public:
             const auto reason = m_conversation.needsReason(*answer) ? askForReason() : std::nullopt;
             auto decided = m_conversation.next(*answer, reason);
             if (!decided)
-                return hasTrustedAndLeft(decided.error()) ? Result<Value>(paired())
-                                                          : decided.error();
+                return trustsAfter(decided.error()) ? Result<Value>(paired()) : decided.error();
             auto next = *decided;
             if (next == Next::Done)
                 return *answer;
@@ -101,7 +100,8 @@ private:
 
     void pause()
     {
-        m_progress.show(m_conversation.instruction(), remainingTime());
+        if (!m_conversation.instruction().empty())
+            m_progress.show(m_conversation.instruction(), remainingTime());
         wait([] { return false; }, Clock::now() + kPause);
     }
 
@@ -143,13 +143,15 @@ private:
         });
     }
 
-    /// Whether the device trusts this computer after all: one that trusts without a question may
-    /// leave before it has answered, and be back in a moment.
-    bool hasTrustedAndLeft(const Error& error)
+    /// Whether the device trusts this computer all the same: one that trusts without a question may
+    /// leave before it has answered, and be back in a moment; a managed one that trusts it already
+    /// refuses to pair anew.
+    bool trustsAfter(const Error& error)
     {
-        if (!isDeviceNotFound(error) && !isConnectionFailure(error))
+        if (isDeviceNotFound(error) || isConnectionFailure(error))
+            pause();
+        else if (exitStatusOf(error) != ExitStatus::NotTrusted)
             return false;
-        pause();
         return isPairedNow();
     }
 
@@ -180,13 +182,12 @@ private:
     Error timeout() const
     {
         const auto seconds = std::to_string(m_timeout.count());
-        const bool isUserAwaited = !m_conversation.instruction().empty();
+        const bool isInstructed = !m_conversation.instruction().empty();
         return commandLineError({ .status = ExitStatus::TimedOut,
-            .reason = (isUserAwaited ? "The device's user has not answered within "
-                                     : "The device has not answered within ")
-                + seconds + " s.",
-            .advice = isUserAwaited ? std::string(m_conversation.instruction())
-                                    : "Unlock the device, reconnect it, and try again." });
+            .reason = isInstructed ? "The device was still waiting after " + seconds + " s."
+                                   : "The device has not answered within " + seconds + " s.",
+            .advice = isInstructed ? std::string(m_conversation.instruction())
+                                   : "Unlock the device, reconnect it, and try again." });
     }
 
     static constexpr std::array kSignals { SIGINT, SIGTERM };
