@@ -58,7 +58,7 @@ Result<void> launchInBackground()
     Process service = TDW_TRY(Process::launch(launch));
     readiness.writer.close();
     if (!waitForByte(readiness.reader, kReadinessBound))
-        return Error::posix(ETIMEDOUT, "The service does not come up");
+        return Error::posix(ETIMEDOUT, "The service does not start in time");
     // The service is to outlive this process, and the handle would end it.
     std::_Exit(EXIT_SUCCESS);
 }

@@ -39,8 +39,8 @@ constexpr const char* kHelp
       "       tidewell-service --on-demand [--idle SECONDS]\n"
       "       tidewell-service --launch\n"
       "\n"
-      "Runs the requests of Tidewell's clients. There is no need to start it by hand:\n"
-      "clients do, and so does systemd where its socket unit is enabled.\n"
+      "Runs the requests of Tidewell's clients. Clients start it by themselves,\n"
+      "and so does systemd where its socket unit is enabled.\n"
       "\n"
       "  --foreground    Stay in the foreground, the default where it is started by hand\n"
       "  --verbose       Log each client, request and events server to standard error\n"
@@ -49,8 +49,8 @@ constexpr const char* kHelp
       "                  background, and end when there is no client\n"
       "  --idle SECONDS  Stay that long without a client, instead of 60 seconds, or for\n"
       "                  ever where it was started by hand\n"
-      "  --help          Explain the options\n"
-      "  --version       Tell the version\n";
+      "  --help          Show the options\n"
+      "  --version       Show the version\n";
 
 struct Arguments {
     enum class Action { Serve, Launch, Help, Version, Refuse };

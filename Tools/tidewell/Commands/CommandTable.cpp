@@ -71,7 +71,7 @@ constexpr Command kCommands[] = {
         "Only the multiplexer is asked, no device.", &listCommand },
     { "info", kDeviceWords, kInfoOptions, "Show what is known about a device",
         "Less is known about a device that does not trust this computer. Only \"pair\" makes it "
-        "ask its user.",
+        "ask for trust.",
         &infoCommand },
     { "battery", kDeviceWords, kRequestOptions, "Show the battery level of a device",
         "The device must trust this computer. It is reached over USB or the network, whichever "
@@ -87,7 +87,7 @@ constexpr Command kCommands[] = {
         "terminal, if that can show pictures.",
         &wallpaperCommand },
     { "pair", kDeviceWords, kPairOptions, "Make a device trust this computer",
-        "The device must be connected with a cable. It asks its user, and the command waits for "
+        "The device must be connected with a cable. It shows a question, and the command waits for "
         "the answer.",
         &pairCommand },
     { "unpair", kDeviceWords, kRequestOptions, "Make a device forget this computer",
@@ -113,10 +113,10 @@ constexpr Command kCommands[] = {
         &serviceCommand },
     { "doctor", kDoctorWords, kJsonOptions, "Find out what is wrong, and what mends it",
         "Looks at the USB bus, usbmuxd, the device libraries, the service and every device, or the "
-        "one that is given. No device is made to ask its user. The exit status is 1 where a check "
+        "one that is given. No device is made to ask for trust. The exit status is 1 where a check "
         "fails.",
         &doctorCommand, true },
-    { "report", {}, kReportOptions, "Write a file with what somebody needs to help",
+    { "report", {}, kReportOptions, "Write a file that tells others what is wrong",
         "Holds what \"doctor\" says, versions, the last hour of the service's journal and the steps "
         "of one request for information. Identifiers, names and addresses are replaced by false "
         "ones. What the file holds is shown before it is written.",

@@ -39,7 +39,7 @@ Error refused(const std::string& reason, const std::string& advice, const std::o
 Error refusal(const std::optional<Error>& why)
 {
     if (why && isLockdown(*why, { kLostMode }))
-        return refused("The device is in lost mode.", "Its owner must end that first.", why);
+        return refused("The device is in lost mode.", "End that in Find My first.", why);
     if (why && isLockdown(*why, { kManaged, kManagedWithChallenge }))
         return refused(
             "The device is managed, and its management forbids connections to computers.",

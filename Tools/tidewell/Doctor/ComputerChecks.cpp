@@ -233,7 +233,7 @@ Finding checkBus(const std::filesystem::path& sysfs, const MultiplexerCheck& mul
 {
     Finding finding { .check = "bus" };
     if (!isOwnUsbBus(isMultiplexerFromEnvironment)) {
-        finding.text = "not looked at: USBMUXD_SOCKET_ADDRESS names a multiplexer that has another";
+        finding.text = "not looked at: USBMUXD_SOCKET_ADDRESS names another multiplexer";
         return finding;
     }
     const auto directory = sysfs / "bus/usb/devices";

@@ -166,13 +166,13 @@ private:
         if (const Value* locked = diagnosis->find(kTDWDiagnosisLocked);
             locked && locked->asBoolean())
             add("lock", Health::Ok,
-                *locked->asBoolean() ? "is locked now, which hinders nothing" : "is unlocked");
+                *locked->asBoolean() ? "is locked now, and answers all the same" : "is unlocked");
         addFirstUnlock(diagnosis->find(kTDWDiagnosisServiceError));
-        add("lost-mode", Health::Ok, "refuses nothing because of it");
+        add("lost-mode", Health::Ok, "no sign of it");
         const Value* managed = diagnosis->find(kTDWDiagnosisManaged);
         const bool isManaged = managed && managed->asBoolean().value_or(false);
         add("managed", Health::Ok,
-            isManaged ? "an organisation manages it, and lets this computer in" : "not managed");
+            isManaged ? "an organisation manages it, and allows this computer" : "not managed");
         addValues(info);
     }
 
@@ -240,7 +240,7 @@ private:
         case Managed:
         case ManagedChallenge:
             return refuse("managed", Health::Warning,
-                "an organisation manages it, and does not let this computer in");
+                "an organisation manages it, and does not allow this computer");
         default:
             return refuse("trust", Health::Failure, found->failureReason());
         }

@@ -49,10 +49,10 @@ Result<DeviceLibraries> loadedDeviceLibraries()
         + ", libusbmuxd " + multiplexerVersion;
     if (libraries.generation == 12)
         libraries.knownFaults.emplace_back(
-            "its pauses of 100 ms in each handshake are taken out by Tidewell");
+            "Tidewell removes its pauses of 100 ms in each handshake");
     if (multiplexerVersion.starts_with("2.1.0"))
         libraries.knownFaults.emplace_back(
-            "its endless sending to a device that has gone is mended by Tidewell");
+            "Tidewell ends its endless sending to a device that has gone");
     return libraries;
 }
 

@@ -47,7 +47,7 @@ constexpr KnownAdvice kLockdownAdvice[] = {
     { -34, "Unlock the device once; a restriction set on it may also forbid this." },
     { -35, kUnlock },
     { -36, "Connect the device with a cable and try again." },
-    { -37, "The device is in lost mode: its owner must end that first." },
+    { -37, "The device is in lost mode. End that in Find My first." },
     { -38, kManaged },
     { -39, kManaged },
 };

@@ -46,7 +46,7 @@ Explanation explain(const MultiplexerReport& report, const MultiplexerSurroundin
         return { "does not exist: usbmuxd is not running.", adviceToStart(report, surroundings) };
     case MultiplexerState::NotPermitted:
         return { "may not be opened by this user.",
-            "usbmuxd lets every user in by default; the permissions of its socket have changed." };
+            "By default every user may open the socket of usbmuxd. Its permissions have changed." };
     case MultiplexerState::NotListening:
         return { "is not listened on: usbmuxd is not running.",
             adviceToStart(report, surroundings) };
