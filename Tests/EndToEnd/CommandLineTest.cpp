@@ -119,18 +119,15 @@ TEST(CommandLine, HasToolsWhoseEveryOptionIsInTheirManuals)
 TEST(CommandLine, SaysWhatIsWrongWithTheMultiplexer)
 {
     const Household devices;
-    const struct {
-        const char* fault;
-        const char* words;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         { "absent", "is not listened on: usbmuxd is not running" },
         { "drop", "answers, but not as usbmuxd does" },
         { "no-serial-number", "its list of devices cannot be read" },
     };
-    for (const auto& row : rows) {
-        devices.control("inject-fault", { { "at", "mux" }, { "fault", row.fault } });
+    for (const auto& [fault, words] : rows) {
+        devices.control("inject-fault", { { "at", "mux" }, { "fault", fault } });
         const auto run = expectFailure({ "list", "--json" }, 5,
-            AllOf(StartsWith("tidewell: Cannot list the devices: "), HasSubstr(row.words)));
+            AllOf(StartsWith("tidewell: Cannot list the devices: "), HasSubstr(words)));
         EXPECT_THAT(run.output, StartsWith(R"({"error":{"domain":")"));
         devices.clearFaults();
     }
@@ -150,19 +147,6 @@ TEST(CommandLine, OutputThatCannotBeWrittenIsAFailure)
     const auto unread = RunningTool({ "list" }, pipe.writer.descriptor()).finish();
     EXPECT_EQ(unread.standardError, "");
     EXPECT_EQ(unread.termination, (Termination { SIGPIPE, true }));
-}
-
-TEST(CommandLine, FindsADeviceByItsNameWithoutAskingUnpairedOnes)
-{
-    const Household devices;
-    const auto run = tidewell({ "info", "robin's iphone" });
-    EXPECT_THAT(run.output,
-        AllOf(StartsWith("Name               Robin’s iPhone\n"), HasSubstr(kPhone),
-            HasSubstr(" 76 %\n"), HasSubstr("Pairing            paired\n")));
-    EXPECT_EQ(run.standardError, "");
-
-    expectFailure({ "info", "Sam's iPhone" }, 2, HasSubstr("No device matches \"Sam's iPhone\""));
-    EXPECT_THAT(requestsTo(devices, kStranger), HasSubstr(R"("entries":[])"));
 }
 
 TEST(CommandLine, ADeviceThatDoesNotTrustIsToldApart)
@@ -198,9 +182,18 @@ TEST(CommandLine, AnUnknownPhoneOnTheNetworkIsToBeConnectedFirst)
     }
 }
 
-TEST(CommandLine, OnlyPairMakesADeviceAskItsUser)
+TEST(CommandLine, FindsADeviceByItsNameAndOnlyPairMakesOneAskItsUser)
 {
     const Household devices;
+    const auto run = tidewell({ "info", "robin's iphone" });
+    EXPECT_THAT(run.output,
+        AllOf(StartsWith("Name               Robin’s iPhone\n"), HasSubstr(kPhone),
+            HasSubstr(" 76 %\n"), HasSubstr("Pairing            paired\n")));
+    EXPECT_EQ(run.standardError, "");
+
+    expectFailure({ "info", "Sam's iPhone" }, 2, HasSubstr("No device matches \"Sam's iPhone\""));
+    EXPECT_THAT(requestsTo(devices, kStranger), HasSubstr(R"("entries":[])"));
+
     for (const auto& words : { std::vector<std::string> { "battery", kStranger },
              { "companions", kStranger }, { "wallpaper", kStranger, "-o", "-" },
              { "wifi", kStranger, "on" }, { "buddy", kStranger, "x" } }) {
@@ -238,11 +231,18 @@ TEST(CommandLine, ADeviceOnTheCableThatUsbmuxdDoesNotShowIsNamed)
 {
     const Household devices;
     const TemporaryDirectory sysfs;
-    const auto device = sysfs.path() / "bus/usb/devices/1-1";
-    std::filesystem::create_directories(device);
-    std::ofstream(device / "idVendor") << "05ac\n";
-    std::ofstream(device / "idProduct") << "12a8\n";
-    std::ofstream(device / "serial") << "000081400000000000000001\n";
+    const std::string longSerial = std::string(40, 'f') + std::string(1, '\0') + "rest";
+    const std::array<std::string, 3> bus[] = { { "05ac", "12a8", "000081400000000000000001" },
+        { "05ac", "12ab", longSerial }, { "05ac", "12a8", "0000813000FACADE0010001C" },
+        { "05ac", "0221", "keyboard" }, { "18d1", "12a8", "other" }, { "05ac", "12a8", "" } };
+    for (const auto& [vendor, product, serial] : bus) {
+        const auto device = sysfs.path() / "bus/usb/devices" / (product + serial.substr(0, 24));
+        std::filesystem::create_directories(device);
+        std::ofstream(device / "idVendor") << vendor << "\n";
+        std::ofstream(device / "idProduct") << product << "\n";
+        if (!serial.empty())
+            std::ofstream(device / "serial") << serial << "\n";
+    }
     setenv("SYSFS_PATH", sysfs.path().c_str(), 1);
     const auto run = tidewell({ "list" });
     unsetenv("SYSFS_PATH");
@@ -250,7 +250,8 @@ TEST(CommandLine, ADeviceOnTheCableThatUsbmuxdDoesNotShowIsNamed)
     EXPECT_THAT(run.output, HasSubstr(kPhone));
     EXPECT_THAT(run.standardError,
         AllOf(HasSubstr("usbmuxd does not show it: \"00008140-0000000000000001\""),
-            HasSubstr("restart usbmuxd")));
+            HasSubstr("show it: \"" + std::string(40, 'f') + '"'), HasSubstr("restart usbmuxd"),
+            Not(HasSubstr(kPhone)), Not(HasSubstr("keyboard")), Not(HasSubstr("other"))));
 }
 
 TEST(CommandLine, FewDescriptorsOrLittleMemoryAreAnErrorLikeAnyOther)
@@ -295,19 +296,15 @@ TEST(CommandLine, PairsWithAPhoneThatLeavesAtTheTapAndUnpairs)
 TEST(CommandLine, PairingTellsRefusalsApart)
 {
     const Household devices;
-    const struct {
-        const char* trust;
-        const char* words;
-        const char* code;
-    } rows[] = {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
         { "find-my", "in lost mode", R"("code":-37)" },
         { "managed", "is managed", R"("code":-38)" },
         { "denies", "tapped Don't Trust", R"("code":3)" },
     };
-    for (const auto& row : rows) {
-        devices.control("set-trust", { { "trust", row.trust }, { "device", kStranger } });
-        const auto run = expectFailure({ "pair", kStranger, "--json" }, 3, HasSubstr(row.words));
-        EXPECT_THAT(run.output, HasSubstr(row.code));
+    for (const auto& [trust, words, code] : rows) {
+        devices.control("set-trust", { { "trust", trust }, { "device", kStranger } });
+        const auto run = expectFailure({ "pair", kStranger, "--json" }, 3, HasSubstr(words));
+        EXPECT_THAT(run.output, HasSubstr(code));
     }
     // It trusts this computer, and a file is in the way of the records.
     const auto records = devices.directory() / "lib" / "lockdown";
@@ -397,16 +394,14 @@ TEST(CommandLine, ChangesSettingsOverTheCable)
 TEST(CommandLine, AnIncompleteInstallationSaysWhatIsMissing)
 {
     const Household devices;
-    const auto program = installedTool(devices.directory(), "libexec/tidewell/tidewell-service");
-    for (const char* road : { "--json", "--direct" }) {
-        expectFailure({ "list", road }, 6, HasSubstr("Cannot start \"tdw_list\""), program);
-    }
-}
+    const auto serverless
+        = installedTool(devices.directory() / "serverless", "libexec/tidewell/tidewell-service");
+    for (const char* road : { "--json", "--direct" })
+        expectFailure({ "list", road }, 6, HasSubstr("Cannot start \"tdw_list\""), serverless);
 
-TEST(CommandLine, AServiceThatCannotBeReachedIsToldApart)
-{
-    const Household devices;
-    const auto program = installedTool(devices.directory(), "libexec/tidewell/tdw_list");
+    EXPECT_EQ(tidewell({ "service", "stop" }).termination, Termination {});
+    const auto program
+        = installedTool(devices.directory() / "serviceless", "libexec/tidewell/tdw_list");
     const auto run = expectFailure({ "list", "--json" }, 8,
         AllOf(HasSubstr("The service of Tidewell cannot be reached"), HasSubstr("tidewell-service"),
             HasSubstr("With --direct the request works")),

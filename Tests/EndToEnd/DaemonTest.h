@@ -16,8 +16,8 @@ protected:
             GTEST_SKIP() << daemon() << " is not installed";
         start();
         if (!m_simulator->isRunning()) {
-            const auto why = runCommandBounded(
-                { simulatorExecutable(), "run", "--daemon", daemon(), "--", "true" });
+            const auto why
+                = runCommandBounded({ kSimulator, "run", "--daemon", daemon(), "--", "true" });
             GTEST_SKIP() << why.output;
         }
     }
@@ -39,7 +39,7 @@ protected:
             scenario, std::vector<std::string> { "--daemon", daemon() });
     }
 
-    CommandOutcome control(std::vector<std::string> words) const
+    ToolRun control(std::vector<std::string> words) const
     {
         return m_simulator->control(std::move(words));
     }
@@ -62,7 +62,7 @@ protected:
         return TIDEWELL_BUILD_DIR "/libexec/tidewell/" + name;
     }
 
-    CommandOutcome server(std::string name, std::vector<std::string> arguments = {}) const
+    ToolRun server(std::string name, std::vector<std::string> arguments = {}) const
     {
         arguments.insert(arguments.begin(), serverPath(name));
         return m_simulator->run(std::move(arguments));

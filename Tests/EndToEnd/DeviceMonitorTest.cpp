@@ -18,36 +18,12 @@ constexpr const char* kTablet = "00008130-00FACADE0002001C";
 constexpr const char* kScenario
     = R"({"devices": [{"udid": "00008130-00FACADE0001001C"}, {"udid": "00008130-00FACADE0002001C", "connections": []}]})";
 
-/// Simulated devices behind an address that stays when the simulator goes.
-class Multiplexer {
-public:
-    explicit Multiplexer(std::filesystem::path address)
-        : m_address(std::move(address))
-    {
-        start();
-    }
-
-    void start()
-    {
-        m_devices.emplace(kScenario);
-        std::filesystem::remove(m_address);
-        std::filesystem::create_symlink(m_devices->directory() / "usbmuxd", m_address);
-        setenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + m_address.string()).c_str(), 1);
-    }
-    void stop() { m_devices.reset(); }
-    const SimulatedDevices& devices() const { return *m_devices; }
-
-private:
-    const std::filesystem::path m_address;
-    std::optional<SimulatedDevices> m_devices;
-};
-
 } // namespace
 
 TEST(DeviceMonitor, AddsUpToWhatIsThereWhateverEndsAndComesBack)
 {
-    PrivateRuntime runtime;
-    Multiplexer multiplexer(runtime.path() / "multiplexer");
+    const PrivateRuntime runtime;
+    const SimulatedDevices devices(kScenario);
     const Queue queue = Queue::serial("callbacks");
     Mailbox<std::string> calls;
     std::optional<DeviceMonitor> monitor = DeviceMonitor::start(queue,
@@ -73,20 +49,20 @@ TEST(DeviceMonitor, AddsUpToWhatIsThereWhateverEndsAndComesBack)
     const pid_t service = PrivateRuntime::servicePid();
     ASSERT_GT(service, 0);
     kill(service, SIGKILL);
-    multiplexer.devices().detach(kPhone);
-    multiplexer.devices().attach(kTablet);
+    devices.detach(kPhone);
+    devices.attach(kTablet);
     EXPECT_THAT(take(1), ElementsAre("outage"));
     EXPECT_THAT(take(3), UnorderedElementsAre("2 phone", "1 tablet", "known"));
     EXPECT_THAT(monitor->devices(), ElementsAre(DevicePath { 1, kTablet }));
 
-    multiplexer.stop();
+    devices.inject(R"("at":"mux","fault":"absent")");
     EXPECT_THAT(take(2), ElementsAre("2 tablet", "outage"));
-    multiplexer.start();
-    EXPECT_THAT(take(2), UnorderedElementsAre("1 phone", "known"));
+    devices.clearFaults();
+    EXPECT_THAT(take(2), UnorderedElementsAre("1 tablet", "known"));
 
     // Neither a call nor a service once it is gone.
     monitor.reset();
-    multiplexer.devices().detach(kPhone);
+    devices.detach(kTablet);
     Mailbox<bool> isOver;
     queue.async([&] { isOver.put(true); });
     (void)isOver.take();

@@ -1,20 +1,10 @@
 #include "EndToEnd/RunningTool.h"
 #include "Platform/Values/PropertyList.h"
 #include "Support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-
-#include <fcntl.h>
-
-#include <fstream>
-#include <sstream>
+#include "Support/Testing.h"
 
 using namespace tdw;
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
+using namespace matchers;
 
 namespace {
 
@@ -24,52 +14,36 @@ std::string scenario(const std::string& device, const std::string& faults = {})
         + "]}";
 }
 
-std::string lockdownFault(const char* request, const char* fault)
-{
-    return std::string(R"({"at":"lockdown","request":")") + request + R"(","fault":")" + fault
-        + R"("})";
-}
-
-std::string contentOf(const std::filesystem::path& file)
-{
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-}
-
 } // namespace
 
 TEST(Doctor, SaysWhatIsWrongInEachState)
 {
-    const struct {
-        std::string scenario;
-        int status;
-        const char* line; ///< one that is no "ok"; empty: there is none
-    } rows[] = {
+    const std::tuple<std::string, int, const char*> rows[] = {
         { scenario(""), 0, "" },
         { scenario(R"(,"state":"unpaired","trust":"asks")"), 0, "warning  Pairing record    none" },
         { scenario(R"(,"trust":"locked")"), 0, "warning  Lock              is locked, and" },
         { scenario(R"(,"trust":"escrow-locked")"), 0, "warning  Lock              has not been" },
         { scenario(R"(,"trust":"before-first-unlock")"), 0, "warning  First unlock      has not" },
         { scenario(R"(,"trust":"forgot-host")"), 1, "failure  Trust             Invalid host ID" },
-        { scenario("", lockdownFault("QueryType", "drop")), 1, "failure  Reachable" },
+        { scenario("", R"({"at":"lockdown","request":"QueryType","fault":"drop"})"), 1,
+            "failure  Reachable" },
         { scenario("", R"({"at":"tls","fault":"drop"})"), 1, "failure  Trust" },
-        { scenario("", lockdownFault("StartSession", "detach")), 1,
+        { scenario("", R"({"at":"lockdown","request":"StartSession","fault":"detach"})"), 1,
             "failure  Reachable         is not listed any more" },
         { scenario("", R"({"at":"mux","fault":"absent"})"), 1, "failure  Multiplexer" },
         { scenario("", R"({"at":"mux","fault":"no-serial-number"})"), 1, "failure  Multiplexer" },
     };
-    for (const auto& row : rows) {
-        const Household devices(row.scenario);
+    for (const auto& [scenario, status, line] : rows) {
+        const Household devices(scenario);
         const auto run = tidewell({ "doctor" });
-        EXPECT_EQ(run.termination.status, row.status) << row.scenario << run.output;
-        if (*row.line == '\0')
+        EXPECT_EQ(run.termination.status, status) << scenario << run.output;
+        if (*line == '\0')
             EXPECT_THAT(run.output, AllOf(Not(HasSubstr("warning")), Not(HasSubstr("failure"))));
         else
-            EXPECT_THAT(run.output, HasSubstr(row.line));
+            EXPECT_THAT(run.output, HasSubstr(line));
         EXPECT_THAT(devices.control(R"({"command":"log","at":"lockdown","request":"Pair"})"),
             HasSubstr(R"("entries":[])"))
-            << "a device was made to ask its user: " << row.scenario;
+            << "a device was made to ask its user: " << scenario;
     }
 }
 
@@ -82,7 +56,7 @@ TEST(Doctor, AnswersProgramsOnceAndFindsTheDeviceThatIsMeant)
         AllOf(StartsWith(R"({"Status":"ok","Checks":[{"Check":"bus","Status":"ok")"),
             HasSubstr(R"("Check":"times","Device":")" + kPhone), HasSubstr(R"("handshake":)"),
             Not(HasSubstr(kStranger))));
-    const auto none = tidewell({ "doctor", "nobody", "--json" });
+    const auto none = tidewell({ "doctor", "unknown", "--json" });
     EXPECT_EQ(none.termination.status, 1);
     EXPECT_EQ(std::count(none.output.begin(), none.output.end(), '\n'), 1);
     EXPECT_EQ(none.standardError, "tidewell: 1 check fails.\n");
@@ -129,7 +103,7 @@ TEST(Trace, ShowsTheStepsOfEveryProcessAndNoSecret)
         std::size_t secrets = 0;
         for (const auto& entry :
             std::filesystem::recursive_directory_iterator(devices.directory())) {
-            const std::string text = entry.is_regular_file() ? contentOf(entry.path()) : "";
+            const std::string text = entry.is_regular_file() ? contentsOf(entry.path()) : "";
             const auto record = decodePropertyList(std::as_bytes(std::span(text)));
             const Dictionary* fields = record ? record->asDictionary() : nullptr;
             for (std::size_t i = 0; fields && i + 20 <= text.size(); i += 20) {
@@ -153,7 +127,7 @@ TEST(Report, HoldsNoIdentifierAndIsWrittenWholeOrNotAtAll)
     const std::string file = directory.path() / "report.tar";
     const auto run = tidewell({ "report", "-o", file });
     ASSERT_EQ(run.termination.status, 0) << run.standardError;
-    const std::string archive = contentOf(file);
+    const std::string archive = contentsOf(file);
     EXPECT_EQ(archive.size() % 512, 0U);
     for (const std::string& text : { run.output, archive }) {
         for (const char* part : { "doctor.txt", "doctor.json", "versions.txt", "journal.txt",
@@ -163,7 +137,7 @@ TEST(Report, HoldsNoIdentifierAndIsWrittenWholeOrNotAtAll)
             { "FACADE", "Robin", "Sam", "Kitchen", "TWSIM", "02:00:5e", "555" })
             EXPECT_THAT(text, Not(HasSubstr(secret)));
     }
-    EXPECT_THAT(SimulatedDevices::outputOf("/bin/tar", { "-tf", file }), HasSubstr("trace.txt\n"));
+    EXPECT_THAT(runToEnd("/bin/tar", { "-tf", file }).output, HasSubstr("trace.txt\n"));
 
     EXPECT_EQ(tidewell({ "report", "-o", file }).termination.status, 1) << "it is there already";
     EXPECT_EQ(tidewell({ "report" }).termination.status, 64);
@@ -172,6 +146,6 @@ TEST(Report, HoldsNoIdentifierAndIsWrittenWholeOrNotAtAll)
     const FileHandle full(open("/dev/full", O_WRONLY | O_CLOEXEC));
     EXPECT_EQ(
         RunningTool({ "report", "-o", "-" }, full.descriptor()).finish().termination.status, 7);
-    EXPECT_EQ(contentOf(file), archive);
-    EXPECT_THAT(directory.names(), testing::ElementsAre("report.tar"));
+    EXPECT_EQ(contentsOf(file), archive);
+    EXPECT_THAT(directory.names(), ElementsAre("report.tar"));
 }

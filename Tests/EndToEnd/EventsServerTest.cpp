@@ -1,5 +1,6 @@
 #include "CapturedStream.h"
-#include "EndToEnd/SimulatedDevices.h"
+#include "EndToEnd/Processes.h"
+#include "EndToEnd/RunningTool.h"
 #include "Host/TDWStreamingInvocation.h"
 #include "Platform/Counter.h"
 #include "Server/TDWEventsServer.h"
@@ -20,14 +21,13 @@ const std::string kServers = TIDEWELL_BUILD_DIR "/libexec/tidewell";
 constexpr auto kBound = 30s;
 constexpr const char* kEndOfStream = "(end)";
 
-constexpr const char* kPhone = "00008130-00FACADE0001001C";
 const std::string kTablet = "f1d0000000000000000000000000000000000001";
 
 /// A phone on the cable, and a tablet that is nowhere yet and has never been paired.
 std::string scenario(const std::string& faults = "", const std::string& multiplexer = "debian12")
 {
-    return R"({ "multiplexer": ")" + multiplexer + R"(", "devices": [ { "udid": ")"
-        + std::string(kPhone) + R"(" },
+    return R"({ "multiplexer": ")" + multiplexer + R"(", "devices": [ { "udid": ")" + kPhone
+        + R"(" },
         { "udid": ")"
         + kTablet + R"(", "connections": [], "state": "unpaired" } ],
         "faults": [)"
@@ -35,26 +35,23 @@ std::string scenario(const std::string& faults = "", const std::string& multiple
 }
 
 /// A running events server.
-class EventStream {
-public:
-    explicit EventStream(Pipe pipe = *Pipe::create())
-        : m_reader(std::move(pipe.reader))
+struct EventStream : RunningTool {
+    explicit EventStream(Pipe output = *Pipe::create())
+        : RunningTool({}, output.writer.descriptor(), kServers + "/tdw_events")
+        , reader(std::move(output.reader))
     {
-        m_process = *Process::launch({ .executable = kServers + "/tdw_events",
-            .standardOutput = pipe.writer.descriptor(),
-            .standardError = m_standardError.descriptor() });
     }
 
     /// The next line as it arrives, or the end.
     std::string next()
     {
-        std::string line = readLine(m_reader.descriptor());
+        std::string line = ::readLine(reader.descriptor());
         return line.empty() ? kEndOfStream : line;
     }
 
     Termination end()
     {
-        const auto termination = m_process->waitUntilExit(kBound);
+        const auto termination = process->waitUntilExit(kBound);
         EXPECT_TRUE(termination) << "the server lives on";
         return termination.value_or(Termination { -1, false });
     }
@@ -62,7 +59,7 @@ public:
     /// Whether the server is past the moment from which a signal ends it in order.
     bool catches(int signalNumber) const
     {
-        std::ifstream status("/proc/" + std::to_string(m_process->identifier()) + "/status");
+        std::ifstream status(directoryOf(process->identifier()) / "status");
         for (std::string word; status >> word;) {
             if (word == "SigCgt:" && status >> word)
                 return (std::stoull(word, nullptr, 16) >> (signalNumber - 1) & 1U) != 0;
@@ -70,19 +67,7 @@ public:
         return false;
     }
 
-    std::string standardError()
-    {
-        lseek(m_standardError.descriptor(), 0, SEEK_SET);
-        return textOf(*m_standardError.readToEnd());
-    }
-
-    FileHandle& reader() { return m_reader; }
-    Process& process() { return *m_process; }
-
-private:
-    FileHandle m_reader;
-    FileHandle m_standardError { memfd_create("standard error", MFD_CLOEXEC) };
-    std::optional<Process> m_process;
+    FileHandle reader;
 };
 
 /// How often `part` stands in `text`; other lines may come between.
@@ -132,26 +117,35 @@ TEST(EventsServer, ReportsDevicesAsTheyComeAndGoAndArePaired)
     }
 }
 
+TEST(EventsServer, GoesOnAfterAMalformedRecord)
+{
+    const SimulatedDevices devices(scenario());
+    EventStream events;
+    EXPECT_EQ(events.next(), line(1, 1, kPhone));
+    devices.inject(R"("at":"mux","fault":"no-serial-number","request":"Attached","count":1)");
+    devices.attach(kTablet);
+    // The library gives the connection up, and all devices with it, and starts again.
+    EXPECT_EQ(events.next(), line(2, 1, kPhone));
+    EXPECT_THAT((std::array { events.next(), events.next() }),
+        UnorderedElementsAre(line(1, 1, kPhone), line(1, 1, kTablet)));
+}
+
 TEST(EventsServer, EndsInOrderOnASignal)
 {
     const SimulatedDevices devices(scenario());
-    const struct {
-        int number;
-        std::string message;
-    } signals[] = { { SIGINT, "Received SIGINT, terminating\n" },
-        { SIGTERM, "Received SIGTERM, terminating\n" },
-        { SIGABRT, "Received SIGABRT, terminating\n" } };
-    for (const auto& signal : signals) {
+    const std::pair<int, std::string> signals[] = { { SIGINT, "Received SIGINT, terminating" },
+        { SIGTERM, "Received SIGTERM, terminating" },
+        { SIGABRT, "Received SIGABRT, terminating" } };
+    for (const auto& [number, message] : signals) {
         EventStream events;
         EXPECT_EQ(events.next(), line(1, 1, kPhone));
         const auto start = std::chrono::steady_clock::now();
-        events.process().sendSignal(signal.number);
-        EXPECT_TRUE(
-            becomesTrue([&] { return occurrences(events.standardError(), signal.message) == 1; }));
-        events.process().sendSignal(signal.number);
+        events.process->sendSignal(number);
+        EXPECT_NE(events.lineWith(message), "");
+        events.process->sendSignal(number);
         EXPECT_EQ(events.end(), (Termination { 0, false }));
         EXPECT_THAT(std::chrono::steady_clock::now() - start, Ge(250ms));
-        EXPECT_EQ(occurrences(events.standardError(), signal.message), 2);
+        EXPECT_NE(events.lineWith(message), "");
         EXPECT_EQ(events.next(), kEndOfStream) << "the device is still there";
     }
 }
@@ -162,9 +156,9 @@ TEST(EventsServer, EndsInOrderFromTheFirstMomentOn)
     for (int i = 0; i < 4; ++i) {
         EventStream events;
         EXPECT_TRUE(becomesTrue([&] { return events.catches(SIGTERM); }));
-        events.process().sendSignal(SIGTERM);
+        events.process->sendSignal(SIGTERM);
         EXPECT_EQ(events.end(), (Termination { 0, false }));
-        EXPECT_THAT(events.standardError(), HasSubstr("Received SIGTERM, terminating\n"));
+        EXPECT_NE(events.lineWith("Received SIGTERM, terminating"), "");
     }
 }
 
@@ -190,7 +184,7 @@ TEST(EventsServer, EndsWithItsReader)
     for (Pipe& output : outputs) {
         EventStream events(std::move(output));
         EXPECT_EQ(events.next(), line(1, 1, kPhone));
-        events.reader().close();
+        events.reader.close();
         EXPECT_EQ(events.end(), (Termination { 0, false }));
     }
     Pipe unread = *Pipe::create();
@@ -210,10 +204,10 @@ TEST(EventsServer, EndsThoughItsLinesAreNotTaken)
     EventStream events(std::move(pipe));
     EXPECT_TRUE(becomesTrue([&] {
         int bytes = 0;
-        ioctl(events.reader().descriptor(), FIONREAD, &bytes);
+        ioctl(events.reader.descriptor(), FIONREAD, &bytes);
         return bytes > capacity - 100;
     }));
-    events.process().sendSignal(SIGTERM);
+    events.process->sendSignal(SIGTERM);
     EXPECT_EQ(events.end(), (Termination { 0, false }));
     std::string last;
     for (std::string next = events.next(); next != kEndOfStream; next = events.next()) {
@@ -221,19 +215,6 @@ TEST(EventsServer, EndsThoughItsLinesAreNotTaken)
         last = next;
     }
     EXPECT_NE(last, "");
-}
-
-TEST(EventsServer, GoesOnAfterAMalformedRecord)
-{
-    const SimulatedDevices devices(scenario());
-    EventStream events;
-    EXPECT_EQ(events.next(), line(1, 1, kPhone));
-    devices.inject(R"("at":"mux","fault":"no-serial-number","request":"Attached","count":1)");
-    devices.attach(kTablet);
-    // The library gives the connection up, and all devices with it, and starts again.
-    EXPECT_EQ(events.next(), line(2, 1, kPhone));
-    EXPECT_THAT((std::array { events.next(), events.next() }),
-        UnorderedElementsAre(line(1, 1, kPhone), line(1, 1, kTablet)));
 }
 
 TEST(EventsServer, TellsItsHostWhyItCannotSubscribe)
@@ -275,14 +256,11 @@ TEST(EventsServer, WritesOneLineAnEventAndNothingElse)
 {
     CapturedStream output(STDOUT_FILENO);
     const CapturedStream warnings(STDERR_FILENO);
-    const struct {
-        int type;
-        int connection;
-        const char* udid;
-    } events[] = { { 1, 0, kPhone }, { 2, 2, "odd,one" }, { 1, 1, "x\n2,1,y" }, { 1, 1, nullptr } };
-    for (const auto& row : events) {
-        const idevice_event_t event { static_cast<idevice_event_type>(row.type), row.udid,
-            static_cast<idevice_connection_type>(row.connection) };
+    const std::tuple<int, int, const char*> events[] = { { 1, 0, kPhone.c_str() },
+        { 2, 2, "odd,one" }, { 1, 1, "x\n2,1,y" }, { 1, 1, nullptr } };
+    for (const auto& [type, connection, udid] : events) {
+        const idevice_event_t event { static_cast<idevice_event_type>(type), udid,
+            static_cast<idevice_connection_type>(connection) };
         _TDWEventsServerCallback(&event, nullptr);
     }
     EXPECT_EQ(output.text(), line(1, 0, kPhone) + "\n2,2,odd,one\n");

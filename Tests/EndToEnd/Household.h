@@ -10,7 +10,7 @@ inline const std::string kLockedTablet = "00008103-00FACADE0011003A";
 inline const std::string kStranger = "00008110-00FACADE0012002E";
 inline const std::string kWatch = "00008301-00FACADE00130026";
 
-/// Simulated devices with a service of their own, which is there once somebody asks it.
+/// Simulated devices with a service of their own, which starts with the first request.
 class Household : PrivateRuntime, public SimulatedDevices {
 public:
     explicit Household(std::string_view scenario = {})

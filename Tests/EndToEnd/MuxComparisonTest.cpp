@@ -120,40 +120,54 @@ std::string described(const Words& header, const Data& payload)
     return text + value.debugDescription();
 }
 
+/// One connection to a multiplexer.
+struct MuxClient {
+    explicit MuxClient(const std::filesystem::path& socket)
+        : connection(*connectToLocalSocket(socket))
+    {
+    }
+
+    void say(const MuxMessage& message, std::uint32_t tag) const
+    {
+        const Data bytes = message.encoded(tag);
+        (void)send(connection.descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+
+    /// The next answer, "the end", or nothing where it is the last question's.
+    std::string hear() const
+    {
+        Words header {};
+        if (!readAll(connection.descriptor(), header.data(), sizeof header))
+            return "the end\n";
+        Data payload(header[0] - sizeof header);
+        if (!readAll(connection.descriptor(), payload.data(), payload.size()))
+            return "the end\n";
+        return header[3] == kLastQuestion ? "" : described(header, payload) + "\n";
+    }
+
+    const FileHandle connection;
+};
+
 /// Sends messages to a multiplexer on one connection, and a last one that is always answered;
 /// returns all answers, and whether the connection was closed before the last one's.
 std::string conversation(
     const std::filesystem::path& socket, const std::vector<MuxMessage>& messages)
 {
-    const auto connection = connectToLocalSocket(socket);
-    if (!connection)
-        return "cannot connect";
+    const MuxClient client(socket);
     std::uint32_t tag = kQuestion;
     std::string text;
-    bool isAnswered = false;
-    const auto readOne = [&] {
-        Words header {};
-        if (!readAll(connection->descriptor(), header.data(), sizeof header))
-            return false;
-        Data payload(header[0] - sizeof header);
-        if (!readAll(connection->descriptor(), payload.data(), payload.size()))
-            return false;
-        isAnswered = header[3] == kLastQuestion;
-        if (isAnswered)
-            return false;
-        text += described(header, payload) + "\n";
-        return true;
-    };
     for (const MuxMessage& message : messages) {
-        const Data bytes = message.encoded(tag++);
-        (void)send(connection->descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        client.say(message, tag++);
         for (int answer = 0; answer < message.awaited; ++answer)
-            (void)readOne();
+            text += client.hear();
     }
-    const Data last = asking("ReadBUID").encoded(kLastQuestion);
-    (void)send(connection->descriptor(), last.data(), last.size(), MSG_NOSIGNAL);
-    while (readOne()) { }
-    return text + (isAnswered ? "" : "the end\n");
+    client.say(asking("ReadBUID"), kLastQuestion);
+    for (std::string answer; !text.ends_with("the end\n"); text += answer) {
+        answer = client.hear();
+        if (answer.empty())
+            break;
+    }
+    return text;
 }
 
 } // namespace
@@ -182,10 +196,7 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
     const auto about = [](const char* type, const Value& name) {
         return asking(type, { { "PairRecordID", name } });
     };
-    const struct {
-        const char* situation;
-        std::vector<MuxMessage> messages;
-    } rows[] = {
+    const std::pair<const char*, std::vector<MuxMessage>> rows[] = {
         { "the host's identifier", { asking("ReadBUID") } },
         { "the devices", { asking("ListDevices") } },
         { "the listeners", { asking("ListListeners") } },
@@ -233,21 +244,10 @@ TEST_F(DaemonTest, TheSimulatorsOwnMultiplexerAnswersAlike)
 
     // A listener is told of a record that is saved for an attached device, and of no other.
     const auto heard = [&](const std::filesystem::path& socket) {
-        const auto listener = connectToLocalSocket(socket);
-        const Data listen = asking("Listen").encoded(kQuestion);
-        (void)send(listener->descriptor(), listen.data(), listen.size(), MSG_NOSIGNAL);
-        std::string text;
-        for (int answer = 0; answer < 3; ++answer) {
-            Words header {};
-            if (!readAll(listener->descriptor(), header.data(), sizeof header))
-                return text + "the end\n";
-            Data payload(header[0] - sizeof header);
-            (void)readAll(listener->descriptor(), payload.data(), payload.size());
-            text += described(header, payload) + "\n";
-            if (answer == 1)
-                text += conversation(socket, { savingFor(kPhone) });
-        }
-        return text;
+        const MuxClient listener(socket);
+        listener.say(asking("Listen"), kQuestion);
+        const std::string listening = listener.hear() + listener.hear();
+        return listening + conversation(socket, { savingFor(kPhone) }) + listener.hear();
     };
     EXPECT_EQ(heard(own.multiplexer()), heard(m_simulator->multiplexer()));
 

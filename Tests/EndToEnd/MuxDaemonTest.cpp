@@ -6,8 +6,6 @@
 #include "Platform/Queues/Queue.h"
 #include "Support/Testing.h"
 
-#include <future>
-
 using namespace tdw;
 using namespace matchers;
 
@@ -26,11 +24,7 @@ std::string phoneWith(const std::string& content)
 
 TEST_F(DaemonTest, EveryServerAnswersThroughIt)
 {
-    const struct {
-        std::string server;
-        std::vector<std::string> arguments;
-        std::string expected;
-    } rows[] = {
+    const std::tuple<std::string, std::vector<std::string>, std::string> rows[] = {
         { "tdw_list", {}, kPhone },
         { "tdw_info", { kPhone, "1", "--include-companion-identifiers" }, "Robin’s iPhone" },
         { "tdw_battery", { kPhone, "1" }, "<integer>76</integer>" },
@@ -50,7 +44,8 @@ TEST_F(DaemonTest, EveryServerAnswersThroughIt)
         server("tdw_pairing", { "pair", kStranger }).output, HasSubstr("<integer>1</integer>"))
         << "its user is being asked";
     if (geteuid() == 0) {
-        // With an ordinary user's rights: the socket is everybody's, the records are the daemon's.
+        // With an ordinary user's rights: every user may use the socket, the records are the
+        // daemon's.
         std::filesystem::permissions(m_simulator->directory(), std::filesystem::perms(0755));
         const std::pair<const char*, const char*> steps[]
             = { { "unpair", "<integer>5</integer>" }, { "pair", "<integer>3</integer>" } };
@@ -76,25 +71,18 @@ TEST_F(DaemonTest, ManyRequestsAtOnceNeitherFailNorAskTheUser)
     const char* wanted = std::getenv("TIDEWELL_PARALLEL_RUNS"); // NOLINT(concurrency-mt-unsafe)
     const int runs = wanted != nullptr ? std::atoi(wanted) : 64;
     constexpr int kAtOnce = 32;
-    int failures = 0;
-    std::string firstFailure;
+    Mailbox<ToolRun> failures;
     for (int done = 0; done < runs; done += kAtOnce) {
-        std::vector<std::future<CommandOutcome>> outcomes;
+        std::vector<std::jthread> threads;
         for (int i = 0; i < std::min(kAtOnce, runs - done); ++i) {
-            outcomes.push_back(std::async(std::launch::async, [this] {
-                return server("tdw_battery", { kPhone, "1" });
-            }));
-        }
-        for (auto& outcome : outcomes) {
-            const CommandOutcome result = outcome.get();
-            if (result.termination == Termination { 0, false })
-                continue;
-            ++failures;
-            if (firstFailure.empty())
-                firstFailure = result.output;
+            threads.emplace_back([&] {
+                const auto outcome = server("tdw_battery", { kPhone, "1" });
+                if (outcome.termination != Termination {})
+                    failures.put(outcome);
+            });
         }
     }
-    EXPECT_EQ(failures, 0) << "of " << runs << ", the first: " << firstFailure;
+    EXPECT_TRUE(failures.isEmpty()) << failures.take()->output;
     EXPECT_THAT(control({ "log", "at=lockdown", "request=Pair" }).output,
         Not(HasSubstr("\"request\":\"Pair\"")));
 }
@@ -157,7 +145,7 @@ TEST_F(DaemonTest, WhoFollowsDevicesIsToldWhateverTheDaemonDoes)
         (void)control({ "clear-fault" });
     };
     expectThere();
-    // Restarted while nobody asks anything.
+    // Restarted while there is no request.
     restart();
     expectAll(DeviceEvent::Type::Detached);
     expectThere();

@@ -3,6 +3,7 @@
 #include "Client/ServiceMessages.h"
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/FileHandle.h"
+#include "Support/TemporaryDirectory.h"
 #include "Support/Testing.h"
 
 #include <sys/syscall.h>
@@ -11,12 +12,7 @@
 /// it. A service that was started there ends with it.
 class PrivateRuntime {
 public:
-    PrivateRuntime()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "tidewell-runtime-XXXXXX";
-        m_directory = mkdtemp(name.data());
-        setenv("XDG_RUNTIME_DIR", m_directory.c_str(), 1);
-    }
+    PrivateRuntime() { setenv("XDG_RUNTIME_DIR", path().c_str(), 1); }
     PrivateRuntime(const PrivateRuntime&) = delete;
     PrivateRuntime& operator=(const PrivateRuntime&) = delete;
 
@@ -27,13 +23,13 @@ public:
                 ? static_cast<int>(syscall(SYS_pidfd_open, service, 0))
                 : -1);
         // The service goes when its socket does.
-        std::filesystem::remove_all(m_directory);
+        std::filesystem::remove_all(path());
         unsetenv("XDG_RUNTIME_DIR");
         pollfd end { process.descriptor(), POLLIN, 0 };
         EXPECT_TRUE(!process.isOpen() || poll(&end, 1, 10'000) == 1) << "the service lives on";
     }
 
-    const std::filesystem::path& path() const { return m_directory; }
+    const std::filesystem::path& path() const { return m_directory.path(); }
 
     /// The process of the service that runs there, or 0; the test itself where it made the socket.
     static pid_t servicePid()
@@ -48,5 +44,5 @@ public:
     }
 
 private:
-    std::filesystem::path m_directory;
+    const TemporaryDirectory m_directory;
 };

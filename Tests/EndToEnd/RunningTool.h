@@ -5,12 +5,13 @@
 #include "Platform/System/Process.h"
 #include "Support/Testing.h"
 
-/// The tool under way, with its standard error in a pipe.
+/// The tool, or another program, under way, with its standard error in a pipe.
 struct RunningTool {
-    explicit RunningTool(
-        std::vector<std::string> arguments, std::optional<int> standardOutput = std::nullopt)
+    explicit RunningTool(std::vector<std::string> arguments,
+        std::optional<int> standardOutput = std::nullopt,
+        const std::string& program = kBuild / "bin/tidewell")
     {
-        auto launched = tdw::Process::launch({ .executable = kBuild / "bin/tidewell",
+        auto launched = tdw::Process::launch({ .executable = program,
             .arguments = std::move(arguments),
             .standardOutput = standardOutput.value_or(pipe.writer.descriptor()),
             .standardError = pipe.writer.descriptor() });

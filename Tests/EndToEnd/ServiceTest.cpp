@@ -2,8 +2,7 @@
 #include "Client/TidewellServiceClient.h"
 #include "EndToEnd/PrivateRuntime.h"
 #include "EndToEnd/Processes.h"
-#include "EndToEnd/SimulatedDevices.h"
-#include "EndToEnd/ToolRun.h"
+#include "EndToEnd/RunningTool.h"
 #include "Interfaces/TDWResponse.h"
 #include "Interfaces/TidewellVersion.h"
 #include "Mailbox.h"
@@ -35,20 +34,19 @@ constexpr int kRequestsAtOnce = 16;
 constexpr std::size_t kResidentBound = std::size_t { 4 } << 30;
 #else
 constexpr auto kAnswerBound = 8s; // before the first of the other requests comes to its end
-constexpr int kManyClients = 200;
+constexpr int kManyClients = 100;
 constexpr int kRequestsAtOnce = 80;
 constexpr std::size_t kResidentBound = std::size_t { 60 } << 20;
 #endif
 
-constexpr const char* kPhone = "00008130-00FACADE0001001C";
 constexpr const char* kTablet = "00008130-00FACADE0002001C";
 constexpr const char* kTool = TIDEWELL_BUILD_DIR "/bin/tidewell";
 constexpr const char* kService = TIDEWELL_BUILD_DIR "/libexec/tidewell/tidewell-service";
-const std::string kPhoneArrives = std::string("1,1,") + kPhone;
+const std::string kPhoneArrives = "1,1," + kPhone;
 const std::string kTabletArrives = std::string("1,1,") + kTablet;
 
 /// A phone on the cable, and a tablet that is nowhere yet.
-const std::string kScenario = R"({ "devices": [ { "udid": ")" + std::string(kPhone)
+const std::string kScenario = R"({ "devices": [ { "udid": ")" + kPhone
     + R"(", "battery": {"BatteryCurrentCapacity": 80} }, { "udid": ")" + kTablet
     + R"(", "connections": [] } ] })";
 
@@ -58,11 +56,7 @@ class ServiceTest : public testing::Test {
 protected:
     ServiceTest()
         : m_devices(kScenario)
-        , m_runtime(m_devices.directory() / "runtime")
     {
-        fs::create_directory(m_runtime);
-        fs::permissions(m_runtime, fs::perms(0700));
-        setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
     }
 
     ~ServiceTest() override
@@ -72,13 +66,12 @@ protected:
         EXPECT_TRUE(becomesTrue([&] { return processes().empty(); }))
             << commandOf(processes().front());
         std::vector<std::string> left;
-        for (const auto& entry : fs::directory_iterator(m_runtime / "tidewell"))
+        for (const auto& entry : fs::directory_iterator(m_runtime.path() / "tidewell"))
             left.push_back(entry.path().extension());
         EXPECT_THAT(left, ElementsAre(".lock"));
-        unsetenv("XDG_RUNTIME_DIR");
     }
 
-    std::vector<pid_t> processes() const { return processesWith(m_runtime); }
+    std::vector<pid_t> processes() const { return processesWith(m_runtime.path()); }
 
     /// The processes that run a server.
     std::vector<pid_t> servers(const std::string& name) const
@@ -144,26 +137,24 @@ protected:
     static FileHandle connectToSocket() { return *connectToLocalSocket(socketPath()); }
     static fs::path socketPath() { return *serviceSocketPath(tidewellService()); }
 
-    /// The service from a shell that may have so many descriptors; it says when it is ready.
-    struct LimitedService {
-        explicit LimitedService(int descriptors)
-        {
-            process = *Process::launch({ .executable = "/bin/sh",
-                .arguments
-                = { "-c", "ulimit -n " + std::to_string(descriptors) + "; exec \"$0\" --on-demand",
-                    kService },
-                .standardOutput = output.writer.descriptor(),
-                .standardError = words.writer.descriptor() });
-            words.writer.close();
-        }
-
-        Pipe output = *Pipe::create();
-        Pipe words = *Pipe::create();
-        std::optional<Process> process;
-    };
+    /// The service with so many descriptors at most; it writes a byte when it is ready.
+    static RunningTool limitedService(int descriptors)
+    {
+        return RunningTool({ "-c",
+                               "ulimit -n " + std::to_string(descriptors) + "; exec "
+                                   + std::string(kService) + " --on-demand" },
+            std::nullopt, "/bin/sh");
+    }
+    static RunningTool readyLimitedService(int descriptors)
+    {
+        RunningTool service = limitedService(descriptors);
+        char byte = 0;
+        EXPECT_EQ(read(service.pipe.reader.descriptor(), &byte, 1), 1);
+        return service;
+    }
 
     const SimulatedDevices m_devices;
-    const fs::path m_runtime;
+    const PrivateRuntime m_runtime;
     const Queue m_callbacks = Queue::serial("callbacks");
     const std::shared_ptr<TidewellServiceClient> client
         = TidewellServiceClient::initWithQueue(m_callbacks);
@@ -173,15 +164,11 @@ protected:
 
 } // namespace
 
-TEST_F(ServiceTest, RefusesWhatIsNoRequest)
+TEST_F(ServiceTest, SaysWhyARequestHasNoAnswer)
 {
     ask();
     Proxy service;
-    const struct {
-        const char* server;
-        double timeout;
-        const char* reason;
-    } rows[] = {
+    const std::tuple<const char*, double, const char*> rows[] = {
         { "../libexec/tidewell/tdw_list", 10, "There is no server" },
         { "tdw_events", 10, "There is no server" },
         { "", 10, "There is no server" },
@@ -189,41 +176,17 @@ TEST_F(ServiceTest, RefusesWhatIsNoRequest)
         { "tdw_list", std::nan(""), "seconds" },
         { "tdw_test", 10, "Server executable not found for \"tdw_test\"" },
     };
-    for (const auto& row : rows) {
-        service.proxy.invokeServer(row.server, {}, row.timeout, intoMailbox());
-        EXPECT_THAT(*answers.take(), HasSubstr(row.reason)) << row.server;
+    for (const auto& [server, timeout, reason] : rows) {
+        service.proxy.invokeServer(server, {}, timeout, intoMailbox());
+        EXPECT_THAT(*answers.take(), HasSubstr(reason)) << server;
     }
-}
-
-TEST_F(ServiceTest, TellsItsStatus)
-{
-    subscribe();
     slowDown(R"("hang")");
-    Proxy service;
-    service.proxy.invokeServer("tdw_battery", { kPhone, "1" }, 10.0, [](const Value&) {});
-    Mailbox<Value> statuses;
-    service.proxy.status([&](const Value& status) { statuses.put(status); });
-    const Value status = *statuses.take();
-    const auto number = [&](const char* key) {
-        return status.asDictionary()->find(key)->asInt64();
-    };
-    EXPECT_EQ(number("pid"), serviceProcess());
-    EXPECT_LT(*number("uptime"), 60);
-    EXPECT_GT(*number("memory"), 1 << 20);
-    EXPECT_EQ(number("requests"), 1);
-    EXPECT_EQ(number("subscribers"), 1);
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread changes the environment
-    EXPECT_EQ(*status.asDictionary()->find("multiplexer"), Value(getenv("USBMUXD_SOCKET_ADDRESS")));
-    EXPECT_EQ(*status.asDictionary()->find("version"), Value(TidewellVersionString));
-}
-
-TEST_F(ServiceTest, KillsAServerThatOutlivesItsTime)
-{
-    slowDown(R"("hang")");
-    Proxy service;
     service.proxy.invokeServer("tdw_battery", { kPhone, "1" }, 0.0, intoMailbox());
     EXPECT_EQ(answers.take(), "Server timeout.");
     EXPECT_THAT(servers("tdw_battery"), IsEmpty());
+    askForBattery();
+    kill(waitForServer("tdw_battery"), SIGKILL);
+    EXPECT_EQ(answers.take(), "Server tdw_battery terminated unexpectedly with code 9");
 }
 
 TEST_F(ServiceTest, IsReachedThroughAnEndpointToo)
@@ -254,7 +217,7 @@ TEST_F(ServiceTest, IsReplacedWhenItIsKilledDuringARequest)
     killAndWait(serviceProcess());
     EXPECT_THAT(*answers.take(), HasSubstr("interrupted"));
     ask();
-    // Nobody reads what it has to say; it ends all the same.
+    // The server's output has no reader any more; it ends all the same.
     EXPECT_TRUE(becomesTrue([&] { return commandOf(server) != "tdw_battery"; }));
 }
 
@@ -302,9 +265,9 @@ TEST_F(ServiceTest, HidesTheEndsOfEventsServersWithoutAStorm)
     constexpr int kKills = 4;
     for (int i = 0; i < kKills; ++i)
         killAndWait(waitForServer("tdw_events"));
-    // What happens while nobody watches is told afterwards, and nothing else.
+    // What happens while no server watches is told afterwards, and nothing else.
     m_devices.detach(kPhone);
-    EXPECT_EQ(events.take(), std::string("2,1,") + kPhone);
+    EXPECT_EQ(events.take(), "2,1," + kPhone);
     m_devices.attach(kTablet);
     EXPECT_EQ(events.take(), kTabletArrives);
     // Each pause is twice the one before.
@@ -366,7 +329,7 @@ TEST_F(ServiceTest, OutlivesClientsThatVanishOrSendNonsense)
     EXPECT_EQ(serviceProcess(), service);
 }
 
-TEST_F(ServiceTest, ServesTwoHundredClientsAtOnce)
+TEST_F(ServiceTest, ServesManyClientsAtOnce)
 {
     std::vector<std::shared_ptr<TidewellServiceClient>> clients;
     for (int i = 0; i < kManyClients; ++i) {
@@ -420,7 +383,7 @@ TEST_F(ServiceTest, AnswersOthersWhateverOneClientAsksFor)
     busy->invalidateTerminatingService(false);
 }
 
-TEST_F(ServiceTest, StartsCleanWhoeverStartsIt)
+TEST_F(ServiceTest, StartsCleanWhateverItsStarterHas)
 {
     const auto starter = runToEnd("/bin/sh",
         { "-c",
@@ -458,15 +421,13 @@ TEST_F(ServiceTest, ServesAllWithFewDescriptorsOrSaysThatItCannot)
     GTEST_SKIP() << "a sanitizer needs more than the test leaves";
 #endif
     for (const int descriptors : { 4, 6, 8, 10 }) {
-        LimitedService service(descriptors);
-        const std::string said = textOf(*service.words.reader.readToEnd());
-        EXPECT_EQ(service.process->waitUntilExit(), (Termination { 1, false })) << descriptors;
-        EXPECT_THAT(said, Not(HasSubstr("terminate called"))) << descriptors;
-        EXPECT_THAT(said, HasSubstr("Too many open files")) << descriptors;
+        const auto run = limitedService(descriptors).finish();
+        EXPECT_EQ(run.termination, (Termination { 1, false })) << descriptors;
+        EXPECT_THAT(
+            run.output, AllOf(HasSubstr("Too many open files"), Not(HasSubstr("terminate called"))))
+            << descriptors;
     }
-    LimitedService service(64);
-    char byte = 0;
-    ASSERT_EQ(read(service.output.reader.descriptor(), &byte, 1), 1);
+    RunningTool service = readyLimitedService(64);
     std::vector<std::shared_ptr<TidewellServiceClient>> clients { client };
     for (int i = 0; i < 9; ++i)
         clients.push_back(TidewellServiceClient::initWithClient(*client));
@@ -507,7 +468,7 @@ TEST_F(ServiceTest, ServesOneClientOfManyThreadsOnTheApplicationsOwnLoop)
 TEST_F(ServiceTest, RefusesAPeerOfAnotherUser)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root can be somebody else";
+        GTEST_SKIP() << "only root can act for another user";
     ask();
     const fs::path path = socketPath();
     for (fs::path open = path; open != m_devices.directory().parent_path();
@@ -520,7 +481,7 @@ TEST_F(ServiceTest, RefusesAPeerOfAnotherUser)
         EXPECT_TRUE(socket.readToEnd()->empty()) << "closed without a word";
     }).join();
     fs::permissions(path.parent_path(), fs::perms(0700));
-    fs::permissions(m_runtime, fs::perms(0700));
+    fs::permissions(m_runtime.path(), fs::perms(0700));
 }
 
 TEST_F(ServiceTest, IsStartedOnceHoweverManyAskForIt)
@@ -540,12 +501,12 @@ TEST_F(ServiceTest, IsStartedOnceHoweverManyAskForIt)
     }
 }
 
-TEST_F(ServiceTest, LeavesWhenItsNameIsGoneOrNobodyComes)
+TEST_F(ServiceTest, LeavesWhenItsNameIsGoneOrNoClientComes)
 {
     ask();
     client->invalidateTerminatingService(false);
     EXPECT_TRUE(becomesTrue([] { return serviceProcess() != 0; })) << "it stays for a while";
-    fs::remove_all(m_runtime / "tidewell");
+    fs::remove_all(m_runtime.path() / "tidewell");
     EXPECT_TRUE(becomesTrue([&] { return processes().empty(); }));
 
     EXPECT_EQ(runToEnd(kService, { "--idle", "0" }).termination, Termination {});
@@ -553,9 +514,7 @@ TEST_F(ServiceTest, LeavesWhenItsNameIsGoneOrNobodyComes)
 
 TEST_F(ServiceTest, ReportsOnceThatItRunsOutOfDescriptors)
 {
-    LimitedService service(60);
-    char byte = 0;
-    ASSERT_EQ(read(service.output.reader.descriptor(), &byte, 1), 1);
+    RunningTool service = readyLimitedService(60);
 
     Mailbox<std::int64_t> uptimes;
     client->setServiceReachedResourceLimit(

@@ -96,9 +96,3 @@ ServerAnswer SimulatedDevices::run(const std::string& server, std::vector<std::s
     }
     return answer;
 }
-
-std::string SimulatedDevices::outputOf(
-    const std::string& program, std::vector<std::string> arguments)
-{
-    return runToEnd(program, std::move(arguments)).output;
-}

@@ -50,9 +50,6 @@ public:
     /// Runs one of the real servers to its end.
     static ServerAnswer run(const std::string& server, std::vector<std::string> arguments = {});
 
-    /// Runs any program and returns its standard output.
-    static std::string outputOf(const std::string& program, std::vector<std::string> arguments);
-
 private:
     tdw::FileHandle m_control;
 };

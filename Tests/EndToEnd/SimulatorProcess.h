@@ -1,28 +1,21 @@
 #pragma once
 
+#include "EndToEnd/ToolRun.h"
 #include "Platform/System/Process.h"
 #include "Support/TemporaryDirectory.h"
 #include "Support/Testing.h"
 
 #include <sys/mman.h>
 
-/// How a command ended, and what it printed on both streams.
-struct CommandOutcome {
-    tdw::Termination termination;
-    std::string output;
-};
-
 using CommandEnvironment = std::vector<std::pair<std::string, std::string>>;
 
-inline std::string simulatorExecutable()
-{
-    return TIDEWELL_BUILD_DIR "/bin/tdwsimulator";
-}
+inline const std::string kSimulator = kBuild / "bin/tdwsimulator";
 
-/// Runs a command, found as a shell finds it, and kills it where it takes too long.
-inline CommandOutcome runCommandBounded(std::vector<std::string> words,
+/// Runs a command, found as a shell finds it, and kills it where it takes too long. The output is
+/// that on both streams.
+inline ToolRun runCommandBounded(std::vector<std::string> words,
     const CommandEnvironment& environment = {},
-    std::chrono::seconds bound = std::chrono::seconds(60))
+    std::chrono::seconds bound = std::chrono::seconds(100))
 {
     tdw::FileHandle output(memfd_create("output", MFD_CLOEXEC));
     const tdw::FileHandle input(open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -34,14 +27,14 @@ inline CommandOutcome runCommandBounded(std::vector<std::string> words,
         .standardError = output.descriptor(),
         .ownProcessGroup = true });
     if (!process)
-        return { { -1, false }, process.error().debugDescription() };
+        return { process.error().debugDescription(), {}, { -1, false } };
     auto termination = process->waitUntilExit(bound);
     if (!termination) {
         process->sendSignal(SIGKILL);
         termination = process->waitUntilExit();
     }
     lseek(output.descriptor(), 0, SEEK_SET);
-    return { *termination, textOf(*output.readToEnd()) };
+    return { textOf(*output.readToEnd()), {}, *termination };
 }
 
 /// Simulated devices for as long as it lives.
@@ -60,7 +53,7 @@ public:
         }
         arguments.insert(arguments.end(), options.begin(), options.end());
         auto pipe = tdw::Pipe::create();
-        auto process = tdw::Process::launch({ .executable = simulatorExecutable(),
+        auto process = tdw::Process::launch({ .executable = kSimulator,
             .arguments = std::move(arguments),
             .standardOutput = pipe->writer.descriptor() });
         pipe->writer.close();
@@ -98,16 +91,15 @@ public:
             { "TDWSIMULATOR_CONTROL", directory() / "control" }, { "LC_ALL", "C.UTF-8" } };
     }
 
-    CommandOutcome run(
-        std::vector<std::string> words, std::chrono::seconds bound = std::chrono::seconds(60)) const
+    ToolRun run(std::vector<std::string> words) const
     {
-        return runCommandBounded(std::move(words), environment(), bound);
+        return runCommandBounded(std::move(words), environment());
     }
 
     /// Sends a request to the control socket; the answer is the output.
-    CommandOutcome control(std::vector<std::string> words) const
+    ToolRun control(std::vector<std::string> words) const
     {
-        words.insert(words.begin(), { simulatorExecutable(), "control" });
+        words.insert(words.begin(), { kSimulator, "control" });
         return run(std::move(words));
     }
 

@@ -1,7 +1,6 @@
 #include "SimulatorProcess.h"
 #include "Support/Testing.h"
 
-#include <libimobiledevice/companion_proxy.h>
 #include <libimobiledevice/libimobiledevice.h>
 #include <libimobiledevice/lockdown.h>
 #include <libimobiledevice/sbservices.h>
@@ -30,23 +29,13 @@ protected:
     }
 };
 
-std::string scenarioWithTrust(std::string_view trust)
-{
-    return R"({"devices": [{"udid": ")" + kPhone + R"(", "state": "unpaired", "trust": ")"
-        + std::string(trust) + "\"}]}";
-}
-
 } // namespace
 
 TEST_F(SimulatorTest, ShowsTheHouseholdToTheTools)
 {
     const SimulatorProcess simulator;
     ASSERT_TRUE(simulator.isRunning());
-    struct Row {
-        std::vector<std::string> command;
-        std::string expected;
-    };
-    const Row rows[] = {
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
         { { "idevice_id", "-l" }, kPhone + "\n" + kTablet + "\n" + kGuest + "\n" },
         { { "idevice_id", "-n" }, kPhone + "\n" },
         { { "ideviceinfo", "-u", kPhone, "-k", "UniqueChipID" }, "70591799010263068\n" },
@@ -61,9 +50,9 @@ TEST_F(SimulatorTest, ShowsTheHouseholdToTheTools)
         { { "idevicepair", "-u", kPhone, "validate" },
             "SUCCESS: Validated pairing with device " + kPhone + "\n" },
     };
-    for (const Row& row : rows) {
-        const CommandOutcome outcome = simulator.run(row.command);
-        EXPECT_EQ(outcome.output, row.expected) << testing::PrintToString(row.command);
+    for (const auto& [command, expected] : rows) {
+        const ToolRun outcome = simulator.run(command);
+        EXPECT_EQ(outcome.output, expected) << testing::PrintToString(command);
         EXPECT_EQ(outcome.termination, (Termination { 0, false }));
     }
     // Releases of the tool write real numbers in two ways.
@@ -75,122 +64,28 @@ TEST_F(SimulatorTest, ShowsTheHouseholdToTheTools)
         AllOf(HasSubstr("ProductType: iPad13,16"), Not(HasSubstr("SerialNumber"))));
 }
 
-TEST_F(SimulatorTest, AnswersPairingAsItsTrustBehaviourSays)
+TEST_F(SimulatorTest, ADeviceThatLeavesEndsItsConnectionsAndComesBackWithANewIdentifier)
 {
-    struct Row {
-        std::string trust;
-        std::string expected;
-    };
-    const Row rows[] = {
-        { "trusts", "SUCCESS: Paired with device" },
-        { "asks", "Please accept the trust dialog" },
-        { "denies", "denied the trust dialog" },
-        { "locked", "passcode is set" },
-        { "find-my", "error code -37" },
-        { "managed", "error code -38" },
-        { "managed-challenge", "error code -39" },
-        { "usb-only", "SUCCESS: Paired with device" },
-    };
-    for (const Row& row : rows) {
-        const SimulatorProcess simulator(scenarioWithTrust(row.trust));
-        EXPECT_THAT(simulator.run({ "idevicepair", "pair" }).output, HasSubstr(row.expected))
-            << row.trust;
-    }
-}
-
-TEST_F(SimulatorTest, PairsWhenTheDialogIsAcceptedAndForgetsAHostThatUnpairs)
-{
+    // It leaves between the answer that accepts the port of a service and the connection to it.
     const SimulatorProcess simulator;
-    const auto pair = [&](const std::string& verb) {
-        return simulator.run({ "idevicepair", "-u", kGuest, verb }).output;
-    };
-    EXPECT_THAT(pair("pair"), HasSubstr("Please accept the trust dialog"));
-    EXPECT_THAT(simulator.control({ "list" }).output, HasSubstr(R"("dialogShown":true)"));
-    // It leaves at the tap, and comes back.
-    simulator.control({ "answer-trust", "device=" + kGuest, "answer=accept" });
-    simulator.control({ "wait", "request=Attached", "device=" + kGuest, "count=2" });
-    EXPECT_THAT(pair("pair"), HasSubstr("SUCCESS"));
-    EXPECT_EQ(simulator.run({ "ideviceinfo", "-u", kGuest, "-k", "SerialNumber" }).output,
-        "TWSIM10003\n");
-    EXPECT_THAT(pair("unpair"), HasSubstr("SUCCESS"));
-    simulator.control({ "answer-trust", "device=" + kGuest, "answer=deny" });
-    EXPECT_THAT(pair("pair"), HasSubstr("denied the trust dialog"));
-}
-
-TEST_F(SimulatorTest, KnowsAHostNoMoreAfterForgettingIt)
-{
-    const SimulatorProcess simulator;
-    simulator.control({ "set-trust", "device=" + kPhone, "trust=forgot-host" });
-    EXPECT_THAT(simulator.run({ "ideviceinfo", "-u", kPhone }).output, HasSubstr("-21"));
-    EXPECT_THAT(simulator.run({ "idevicepair", "-u", kPhone, "pair" }).output,
-        HasSubstr("SUCCESS: Paired"));
-    EXPECT_EQ(simulator.run({ "ideviceinfo", "-u", kPhone, "-k", "SerialNumber" }).output,
-        "TWSIM10001\n");
-}
-
-TEST_F(SimulatorTest, FailsWhereFaultsAreInjectedAndRecoversAfterThem)
-{
-    const SimulatorProcess simulator;
-    const std::vector<std::string> rows[] = {
-        { "at=lockdown", "request=GetValue", "fault=drop" },
-        { "at=lockdown", "request=GetValue", "fault=truncate" },
-        { "at=lockdown", "request=GetValue", "fault=garbage" },
-        { "at=lockdown", "request=GetValue", "fault=wrong-type", "key=DeviceName" },
-        { "at=lockdown", "request=GetValue", "fault=missing-key", "key=DeviceName" },
-        { "at=lockdown", "request=GetValue", "fault=not-a-dictionary" },
-        { "at=lockdown", "request=GetValue", "fault=error", "error=GetProhibited" },
-        { "at=lockdown", "request=QueryType", "fault=close-after-reply" },
-        { "at=lockdown", "request=StartSession", "fault=error", "error=InvalidHostID" },
-        { "at=tls", "fault=drop" },
-        { "at=tls", "fault=garbage" },
-        { "at=mux", "request=Accept", "fault=drop" },
-        { "at=mux", "request=ListDevices", "fault=no-serial-number" },
-        { "at=mux", "request=Connect", "fault=truncate", "bytes=16" },
-        { "at=mux", "fault=absent" },
-    };
-    const std::vector<std::string> readName { "ideviceinfo", "-u", kPhone, "-k", "DeviceName" };
-    for (std::vector<std::string> fault : rows) {
-        const std::string title = testing::PrintToString(fault);
-        fault.insert(fault.begin(), "inject-fault");
-        EXPECT_THAT(simulator.control(fault).output, HasSubstr(R"("ok":true)")) << title;
-        // A release of the library tries what fails again and again, for ever.
-        EXPECT_THAT(simulator.run(readName, 5s).output, Not(HasSubstr("Robin"))) << title;
-        simulator.control({ "clear-fault" });
-        EXPECT_EQ(simulator.run(readName).output, "Robin’s iPhone\n") << "after " << title;
-    }
-}
-
-TEST_F(SimulatorTest, UnplugsADeviceInTheMiddleOfARequestAndGivesItANewIdentifier)
-{
-    const SimulatorProcess simulator;
-    simulator.control({ "inject-fault", "at=lockdown", "request=StartSession", "fault=detach" });
-    EXPECT_THAT(simulator.run({ "ideviceinfo", "-u", kPhone, "-k", "DeviceName" }).output,
-        Not(HasSubstr("Robin")));
-    EXPECT_THAT(
-        simulator.control({ "wait", "request=Detached", "device=" + kPhone, "milliseconds=5000" })
-            .output,
-        HasSubstr(R"("DeviceID":1)"));
+    simulator.control({ "inject-fault", "at=mux", "request=Connect", "nth=2", "fault=delay",
+        "milliseconds=3000" });
+    auto request = std::async(std::launch::async, [&] {
+        return simulator.run(
+            { TIDEWELL_BUILD_DIR "/bin/tidewell", "--direct", "companions", kPhone });
+    });
+    simulator.control(
+        { "wait", "request=Connect", "device=" + kPhone, "count=3", "milliseconds=30000" });
+    simulator.control({ "detach", "device=" + kPhone });
+    EXPECT_THAT(request.get().output, HasSubstr("was disconnected"));
     EXPECT_EQ(simulator.run({ "idevice_id", "-l" }).output, kTablet + "\n" + kGuest + "\n");
     EXPECT_THAT(
         simulator.control({ "attach", "device=00008130" }).output, HasSubstr(R"("deviceID":5)"))
         << "the beginning is enough";
     EXPECT_THAT(simulator.control({ "attach", "device=000081" }).output, HasSubstr("000081"));
-
-    // It leaves between the answer that accepts the port of a service and the connection to it.
-    const SimulatorProcess other;
-    other.control({ "inject-fault", "at=mux", "request=Connect", "nth=2", "fault=delay",
-        "milliseconds=500" });
-    auto request = std::async(std::launch::async, [&] {
-        return other.run({ TIDEWELL_BUILD_DIR "/bin/tidewell", "--direct", "companions", kPhone });
-    });
-    other.control(
-        { "wait", "request=Connect", "device=" + kPhone, "count=3", "milliseconds=5000" });
-    other.control({ "detach", "device=" + kPhone });
-    EXPECT_THAT(request.get().output, HasSubstr("was disconnected"));
-    EXPECT_EQ(other.run({ "idevice_id", "-l" }).output, kTablet + "\n" + kGuest + "\n");
 }
 
-TEST_F(SimulatorTest, ServesWatchesWallpapersAndWirelessSettingsToTheLibrary)
+TEST_F(SimulatorTest, AnswersTheLibraryWhereNoServerAsks)
 {
     // The library writes to connections that the device has closed.
     std::signal(SIGPIPE, SIG_IGN);
@@ -199,38 +94,12 @@ TEST_F(SimulatorTest, ServesWatchesWallpapersAndWirelessSettingsToTheLibrary)
         setenv(name.c_str(), value.c_str(), 1);
     idevice_t device = nullptr;
     ASSERT_EQ(idevice_new(&device, kPhone.c_str()), IDEVICE_E_SUCCESS);
-
-    const auto watchValue = [&](const char* key) {
-        companion_proxy_client_t companion = nullptr;
-        plist_t value = nullptr;
-        uint64_t number = 0;
-        companion_proxy_client_start_service(device, &companion, "test");
-        const auto code = companion_proxy_get_value_from_registry(
-            companion, "00008301-00FACADE00130026", key, &value);
-        if (value != nullptr)
-            plist_get_uint_val(value, &number);
-        plist_free(value);
-        companion_proxy_client_free(companion);
-        return std::pair(static_cast<int>(code), number);
-    };
-    // The library hands out the dictionary around the value or the value itself, by its release.
-    EXPECT_EQ(watchValue("BatteryCurrentCapacity").first, COMPANION_PROXY_E_SUCCESS);
-    EXPECT_EQ(watchValue("NoSuchKey").first, COMPANION_PROXY_E_UNSUPPORTED_KEY);
-
     lockdownd_client_t lockdown = nullptr;
     ASSERT_EQ(lockdownd_client_new_with_handshake(device, &lockdown, "test"), LOCKDOWN_E_SUCCESS);
-    const auto write = [&](const char* key) {
-        return lockdownd_set_value(
-            lockdown, "com.apple.mobile.wireless_lockdown", key, plist_new_bool(0));
-    };
-    EXPECT_EQ(write("EnableWifiConnections"), LOCKDOWN_E_SUCCESS);
-    EXPECT_EQ(write("SupportsWifi"), LOCKDOWN_E_IMMUTABLE_VALUE);
+    EXPECT_EQ(lockdownd_set_value(lockdown, "com.apple.mobile.wireless_lockdown", "SupportsWifi",
+                  plist_new_bool(0)),
+        LOCKDOWN_E_IMMUTABLE_VALUE);
     lockdownd_client_free(lockdown);
-    EXPECT_EQ(simulator
-                  .run({ "ideviceinfo", "-u", kPhone, "-q", "com.apple.mobile.wireless_lockdown",
-                      "-k", "EnableWifiConnections" })
-                  .output,
-        "false\n");
 
     // Only systems before 16 answer the command that the library has.
     simulator.control({ "set-value", "device=" + kPhone, "key=ProductVersion", R"(value="15.8")" });
@@ -249,9 +118,9 @@ TEST_F(SimulatorTest, ServesWatchesWallpapersAndWirelessSettingsToTheLibrary)
 TEST_F(SimulatorTest, RunsACommandWithDevicesAroundItAndLeavesNothingBehind)
 {
     const auto run = [](const std::string& script) {
-        return runCommandBounded({ simulatorExecutable(), "run", "--", "sh", "-c", script });
+        return runCommandBounded({ kSimulator, "run", "--", "sh", "-c", script });
     };
-    const CommandOutcome outcome = run("idevice_id -n; echo $XDG_RUNTIME_DIR; exit 7");
+    const ToolRun outcome = run("idevice_id -n; echo $XDG_RUNTIME_DIR; exit 7");
     EXPECT_EQ(outcome.termination, (Termination { 7, false }));
     EXPECT_THAT(outcome.output, HasSubstr(kPhone));
     const auto runtime = outcome.output.substr(outcome.output.find('/'));
@@ -261,7 +130,6 @@ TEST_F(SimulatorTest, RunsACommandWithDevicesAroundItAndLeavesNothingBehind)
     EXPECT_EQ(run("kill -INT $PPID; read forever < /dev/zero; exit 0").termination,
         (Termination { 128 + SIGINT, false }));
     EXPECT_THAT(
-        runCommandBounded({ simulatorExecutable(), "run", "--scenario", "/no/file", "--", "true" })
-            .output,
+        runCommandBounded({ kSimulator, "run", "--scenario", "/no/file", "--", "true" }).output,
         testing::StartsWith("tdwsimulator: Cannot read /no/file"));
 }

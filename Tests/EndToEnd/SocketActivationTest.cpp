@@ -1,11 +1,10 @@
+#include "EndToEnd/Processes.h"
 #include "EndToEnd/RunningTool.h"
 #include "Platform/Messages/ServiceStart.h"
 #include "Platform/System/LocalSocket.h"
 #include "Support/Testing.h"
 
 #include <sys/un.h>
-
-#include <iterator>
 
 using namespace tdw;
 using namespace matchers;
@@ -49,25 +48,6 @@ private:
     FileHandle m_socket;
 };
 
-/// The environments of a process's children. One that has not become another program yet still has
-/// its parent's, and one that has ended has none.
-std::vector<std::string> environmentsOfChildren(pid_t process)
-{
-    std::vector<std::string> environments;
-    for (const auto& thread :
-        fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-        std::ifstream children(thread.path() / "children");
-        for (std::string child; children >> child;) {
-            std::string environment = contentsOf("/proc/" + child + "/environ");
-            std::error_code ignored;
-            const fs::path program = fs::read_symlink("/proc/" + child + "/exe", ignored);
-            if (!environment.empty() && program.filename() == "tdwserver")
-                environments.push_back(std::move(environment));
-        }
-    }
-    return environments;
-}
-
 } // namespace
 
 TEST(SocketActivation, ServesOnTheSocketItIsGivenAndReportsReadiness)
@@ -92,10 +72,15 @@ TEST(SocketActivation, ServesOnTheSocketItIsGivenAndReportsReadiness)
         HasSubstr("\"ProcessID\":" + std::to_string(service->identifier())));
 
     RunningTool events({ "events" });
-    EXPECT_THAT(events.readLine(), HasSubstr("attached"));
+    EXPECT_THAT(events.readLine(),
+        MatchesRegex("20..-..-.. ..:..:..  attached  (USB    |network)  0000[0-9A-F-]*"));
     // Servers write no core, so that only root may read their environments.
     if (geteuid() == 0) {
-        const auto environments = environmentsOfChildren(service->identifier());
+        std::vector<std::string> environments;
+        for (const pid_t process : processesWith(getenv("XDG_RUNTIME_DIR"))) {
+            if (commandOf(process) == "tdw_events")
+                environments.push_back(contentsOf(directoryOf(process) / "environ"));
+        }
         ASSERT_THAT(environments, Not(IsEmpty()));
         for (const char* name : { "NOTIFY_SOCKET", "LISTEN_FDS", "LISTEN_PID" })
             EXPECT_THAT(environments, Each(Not(HasSubstr(name))));

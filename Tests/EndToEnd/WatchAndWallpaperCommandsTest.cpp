@@ -138,6 +138,7 @@ TEST(WallpaperCommand, WritesThePictureAndOverwritesNothingUnasked)
     EXPECT_EQ(widthOf(contentsOf(file)), 393U);
 
     EXPECT_EQ(tidewell({ "wallpaper", kPhone, "--lock", "--width=200", "-o", "-" }).output, lock);
+    EXPECT_NE(tidewell({ "wallpaper", kPhone, "--home", "--width=200", "-o", "-" }).output, lock);
 
     const std::string other = directory.path() / "other.png";
     tidewell({ "wallpaper", kPhone, "--lock", "--width=200", "-o", other });
@@ -179,25 +180,21 @@ TEST(WallpaperCommand, LeavesNothingBehindWhereItFails)
 TEST(WallpaperCommand, ShowsThePictureOnTerminalsThatCan)
 {
     const Household household;
-    const struct {
-        const char* situation;
-        std::string answer;
-        std::string picture;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::string> rows[] = {
         { "kitty", "\x1b_Gi=31;OK\x1b\\\x1b[?62c", "\x1b_Ga=T,f=100,q=2," },
         { "sixel", "\x1b[?62;4;22c", "\x1bP0;1;0q\"1;1;" },
         { "neither", "\x1b[?1;2c", "" },
         { "an answer that is none", "y\n\x1b[", "" },
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.situation);
+    for (const auto& [situation, answer, picture] : rows) {
+        SCOPED_TRACE(situation);
         TerminalSession terminal({ "wallpaper", kPhone }, 24, 80);
         terminal.readUntil("\x1b[c");
-        terminal.type(row.answer);
-        const auto output = terminal.readUntil(row.picture.empty() ? "\n" : row.picture);
-        EXPECT_EQ(output.empty(), row.picture.empty());
+        terminal.type(answer);
+        const auto output = terminal.readUntil(picture.empty() ? "\n" : picture);
+        EXPECT_EQ(output.empty(), picture.empty());
         while (!terminal.readUntil("\n").empty()) { }
-        EXPECT_EQ(terminal.finish().status, row.picture.empty() ? 64 : 0);
+        EXPECT_EQ(terminal.finish().status, picture.empty() ? 64 : 0);
         EXPECT_TRUE(terminal.isAsBefore());
     }
     // The user's key for interrupting comes as a byte while the terminal is asked.

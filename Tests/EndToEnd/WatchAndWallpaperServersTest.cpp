@@ -124,18 +124,15 @@ TEST(WallpaperServer, GivesThePreviewAndAsksForNoMoreThanItWasAsked)
 {
     const SimulatedDevices household;
     const std::string phone = "00008130-00FACADE0010001C";
-    const struct {
-        std::vector<std::string> arguments;
-        const char* request;
-    } cases[] = {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
         { { phone }, R"({"command":"getWallpaperPreviewImage","wallpaperName":"lockscreen"})" },
         { { phone, "1", "1", "320.5" },
             R"({"command":"getWallpaperPreviewImage","wallpaperName":"homescreen","widthPixels":320.5})" },
         { { phone, "1", "letters", "-5" },
             R"({"command":"getWallpaperPreviewImage","wallpaperName":"lockscreen"})" },
     };
-    for (const auto& row : cases) {
-        const auto answer = SimulatedDevices::run("tdw_wallpaper", row.arguments);
+    for (const auto& [arguments, request] : cases) {
+        const auto answer = SimulatedDevices::run("tdw_wallpaper", arguments);
         ASSERT_TRUE(answer[kTDWWallpaperImage]) << answer.output;
         const Data image = *answer[kTDWWallpaperImage]->asData();
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(image.data()), 8), "\x89PNG\r\n\x1a\n");
@@ -143,7 +140,7 @@ TEST(WallpaperServer, GivesThePreviewAndAsksForNoMoreThanItWasAsked)
         const std::string log = household.control(
             "log", { { "at", kSpringboard }, { "request", "getWallpaperPreviewImage" } });
         // The newest entry is the last; the whole message stands in it, so a further key shows.
-        EXPECT_THAT(log.substr(log.rfind("\"message\"")), HasSubstr(row.request));
+        EXPECT_THAT(log.substr(log.rfind("\"message\"")), HasSubstr(request));
     }
 }
 

@@ -1,7 +1,6 @@
 #include "EndToEnd/SimulatorProcess.h"
 #include "Support/Testing.h"
 
-using namespace std::chrono_literals;
 using namespace matchers;
 
 // What is installed, as an application uses it that has nothing else of us.
@@ -14,8 +13,6 @@ class Installation : public testing::Test {
 protected:
     void SetUp() override
     {
-        std::string name = fs::temp_directory_path() / "tidewell-installation-XXXXXX";
-        m_directory = mkdtemp(name.data());
         // A umask that leaves everything to every user.
         runWithRecord("umask 000; cmake --install . --prefix " + path("first"));
         EXPECT_THAT(run("cat " + path("first/lib/systemd/user/tidewell-service.service")),
@@ -23,17 +20,14 @@ protected:
         fs::rename(path("first"), path("moved"));
     }
 
-    void TearDown() override { fs::remove_all(m_directory); }
-
-    std::string path(const std::string& name) const { return m_directory / name; }
+    std::string path(const std::string& name) const { return m_directory.path() / name; }
 
     /// Runs a line of shell script that is to succeed; returns what it printed.
     std::string run(const std::string& script) const
     {
-        const CommandOutcome outcome = runCommandBounded({ "/bin/sh", "-ec", script },
+        const ToolRun outcome = runCommandBounded({ "/bin/sh", "-ec", script },
             { { "PKG_CONFIG_PATH", path("moved/" TIDEWELL_LIBDIR "/pkgconfig") },
-                { "LD_LIBRARY_PATH", path("moved/" TIDEWELL_LIBDIR) } },
-            100s);
+                { "LD_LIBRARY_PATH", path("moved/" TIDEWELL_LIBDIR) } });
         EXPECT_EQ(outcome.termination, tdw::Termination {}) << script << "\n" << outcome.output;
         return outcome.output;
     }
@@ -64,7 +58,7 @@ protected:
     }
 
 private:
-    fs::path m_directory;
+    const TemporaryDirectory m_directory;
 };
 
 } // namespace

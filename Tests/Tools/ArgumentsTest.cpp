@@ -25,6 +25,9 @@ TEST(Arguments, OptionsMayStandAnywhere)
         EXPECT_TRUE(arguments->has("--json"));
         EXPECT_FALSE(arguments->has("--direct"));
     }
+    for (const auto& texts :
+        { std::vector<std::string> { "completion", "--help" }, { "-h" }, { "--version" } })
+        EXPECT_TRUE(parse(texts)) << "help is given, whatever else is missing";
 }
 
 TEST(Arguments, TheLastWordMayBeOneThatIsRepeated)
@@ -49,10 +52,7 @@ TEST(Arguments, WordsAreTakenAsTheyAre)
 
 TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
 {
-    const struct {
-        std::vector<std::string> texts;
-        std::string message;
-    } rows[] = {
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
         { {}, "No command given; try 'tidewell --help'" },
         { { "lsit" }, "\"lsit\" (did you mean \"list\"?); try 'tidewell --help'" },
         { { "xyzzy" }, "Unknown command \"xyzzy\"; try 'tidewell --help'" },
@@ -75,20 +75,13 @@ TEST(Arguments, AWrongCommandLineIsQuotedInOneLineThatSaysWhatWasProbablyMeant)
         { { "completion" }, "needs more: tidewell completion bash|zsh|fish" },
         { { "completion", "tcsh" }, "\"fish\" or \"devices\", not \"tcsh\"" },
     };
-    for (const auto& row : rows) {
-        const auto arguments = parse(row.texts);
-        ASSERT_FALSE(arguments) << row.message;
+    for (const auto& [texts, message] : rows) {
+        const auto arguments = parse(texts);
+        ASSERT_FALSE(arguments) << message;
         EXPECT_EQ(exitStatusOf(arguments.error()), ExitStatus::Usage);
-        EXPECT_THAT(arguments.error().failureReason(), HasSubstr(row.message));
+        EXPECT_THAT(arguments.error().failureReason(), HasSubstr(message));
         EXPECT_THAT(arguments.error().failureReason(), Not(HasSubstr("\n")));
     }
-}
-
-TEST(Arguments, HelpIsGivenWhateverElseIsMissing)
-{
-    EXPECT_TRUE(parse({ "completion", "--help" }));
-    EXPECT_TRUE(parse({ "-h" }));
-    EXPECT_TRUE(parse({ "--version" }));
 }
 
 TEST(Help, TheOverviewNamesEveryCommandOptionAndExitStatus)

@@ -52,22 +52,18 @@ std::string textOf(const DeviceBoard& board, std::size_t columns)
 
 TEST(DeviceBoard, AsksAgainWhatFailedAndLessOftenWhatAnswers)
 {
-    const struct {
-        const char* situation;
-        Result<Value> answer;
-        std::chrono::seconds pause;
-    } rows[] = {
+    const std::tuple<const char*, Result<Value>, std::chrono::seconds> rows[] = {
         { "trusts", info(TDWDevicePairingStatePaired), 60s },
         { "shows its dialog", info(TDWDevicePairingStatePending), 5s },
         { "fails", failure(), 5s },
         { "says nothing", Value(Dictionary()), 5s },
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.situation);
+    for (const auto& [situation, answer, pause] : rows) {
+        SCOPED_TRACE(situation);
         auto board = boardWithDevice();
-        (void)board.answered(kDevice, row.answer, kStart);
-        EXPECT_EQ(board.nextDue(), kStart + row.pause);
-        EXPECT_EQ(board.nextToAsk(kStart + row.pause - 1ms), std::nullopt);
+        (void)board.answered(kDevice, answer, kStart);
+        EXPECT_EQ(board.nextDue(), kStart + pause);
+        EXPECT_EQ(board.nextToAsk(kStart + pause - 1ms), std::nullopt);
         board.received({ Type::Paired, { 1, kDevice } }, kStart + 1s);
         EXPECT_EQ(board.nextToAsk(kStart + 1s), kDevice) << "an event is a reason to ask";
     }

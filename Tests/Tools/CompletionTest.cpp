@@ -10,7 +10,7 @@ namespace {
 using namespace matchers;
 
 /// Runs a program on a script.
-CommandOutcome runOn(const std::string& script, std::vector<std::string> command)
+ToolRun runOn(const std::string& script, std::vector<std::string> command)
 {
     const TemporaryDirectory directory;
     std::ofstream(directory.path() / "script") << script;

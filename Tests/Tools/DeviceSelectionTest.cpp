@@ -26,10 +26,7 @@ std::string outcome(const Result<std::optional<ListedDevice>>& result)
 
 TEST(DeviceSelection, FindsADeviceByWhatIsEnoughOfItsUdid)
 {
-    const struct {
-        const char* text;
-        std::string outcome;
-    } rows[] = {
+    const std::pair<const char*, std::string> rows[] = {
         { "00008130-00FACADE0001001C", kDevices[0].udid },
         { "00008130-00facade0001001c", kDevices[0].udid },
         { "0000813000FACADE0001001C", kDevices[0].udid },
@@ -43,16 +40,11 @@ TEST(DeviceSelection, FindsADeviceByWhatIsEnoughOfItsUdid)
         { "-", "none" },
         { "", "none" },
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(outcome(selectByUdid(row.text, kDevices)), row.outcome) << row.text;
-}
-
-TEST(DeviceSelection, AnAmbiguousTextIsAnsweredWithTheCandidates)
-{
-    const auto result = selectByUdid("00008", kDevices);
-    ASSERT_FALSE(result);
-    EXPECT_EQ(exitStatusOf(result.error()), ExitStatus::NoDevice);
-    EXPECT_THAT(result.error().failureReason(),
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(outcome(selectByUdid(text, kDevices)), expected) << text;
+    const Error ambiguous = selectByUdid("00008", kDevices).error();
+    EXPECT_EQ(exitStatusOf(ambiguous), ExitStatus::NoDevice);
+    EXPECT_THAT(ambiguous.failureReason(),
         AllOf(HasSubstr("\"00008\""), HasSubstr(kDevices[0].udid), HasSubstr(kDevices[1].udid),
             Not(HasSubstr("f1d0"))));
 }
@@ -61,10 +53,7 @@ TEST(DeviceSelection, FindsADeviceByItsNameAsPeopleTypeIt)
 {
     const std::vector<NamedDevice> named { { kDevices[0], "Robin’s iPhone" },
         { kDevices[1], "Küche" }, { kDevices[2], "Spare" }, { kDevices[3], "spare" } };
-    const struct {
-        const char* text;
-        std::string outcome;
-    } rows[] = {
+    const std::pair<const char*, std::string> rows[] = {
         { "Robin’s iPhone", kDevices[0].udid },
         { "robin's iphone", kDevices[0].udid },
         { "Robin", "none" },
@@ -72,8 +61,8 @@ TEST(DeviceSelection, FindsADeviceByItsNameAsPeopleTypeIt)
         { "küche", kDevices[1].udid },
         { "Spare", "ambiguous" },
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(outcome(selectByName(row.text, named)), row.outcome) << row.text;
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(outcome(selectByName(text, named)), expected) << text;
 }
 
 TEST(DeviceSelection, RefusesTextThatCanBeNoDevice)

@@ -83,10 +83,7 @@ TEST(Pseudonyms, ReplaceEveryIdentifierAndNothingElse)
     names.addAnswer(Dictionary { { kTDWDeviceInfoSerialNumber, "TWSIM10001" },
         { kTDWDeviceInfoProductType, "iPhone16,1" } });
     names.addWord("robin", "user");
-    const struct {
-        const char* text;
-        const char* replaced;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         { "00008130-00FACADE0010001C.", "00000001-0000000000000000." },
         { "tidewell pair 00008130-00FACADE0010001C", "tidewell pair 00000001-0000000000000000" },
         { "0123456789abcdef0123456789abcdef01234567", "0000000200000000000000000000000000000000" },
@@ -101,8 +98,8 @@ TEST(Pseudonyms, ReplaceEveryIdentifierAndNothingElse)
         { "11:39:56.123 +0.031 1.2.3 18.5 0.1.0 (-5)",
             "11:39:56.123 +0.031 1.2.3 18.5 0.1.0 (-5)" },
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(names.replaced(row.text), row.replaced);
+    for (const auto& [text, replaced] : rows)
+        EXPECT_EQ(names.replaced(text), replaced);
 }
 
 } // namespace

@@ -41,6 +41,8 @@ TEST(ErrorText, FurtherCausesAreForThoseWhoWantEverything)
         "  Cause: Cannot find \"/x\": No such file or directory\n"
         "  Try again.\n");
     EXPECT_EQ(errorText(parallel, {}), "tidewell: Both ways failed.\n");
+    EXPECT_EQ(errorText(Error("some.domain", -7, Dictionary {}), {}),
+        "tidewell: Error -7 in \"some.domain\".\n");
     EXPECT_EQ(errorText(parallel, kVerbose),
         "tidewell: Both ways failed.\n  Cause: One.\n  Cause: Two.\n");
 }
@@ -57,18 +59,9 @@ TEST(ErrorText, WhatACrashedServerHasWrittenIsBoundedAndHarmless)
     EXPECT_LT(text.size(), 300U);
 }
 
-TEST(ErrorText, AnErrorWithoutAReasonIsNamedByItsCode)
-{
-    EXPECT_EQ(errorText(Error("some.domain", -7, Dictionary {}), {}),
-        "tidewell: Error -7 in \"some.domain\".\n");
-}
-
 TEST(ExitStatus, TellsTheKindsOfFailureApart)
 {
-    const struct {
-        Error error;
-        ExitStatus status;
-    } rows[] = {
+    const std::pair<Error, ExitStatus> rows[] = {
         { TDWErrorCreate("idevice_new_with_options", -3), ExitStatus::NoDevice },
         { TDWErrorCreate("idevice_new_with_options", -7), ExitStatus::TimedOut },
         { TDWErrorCreate("lockdownd_client_new", -19), ExitStatus::NotTrusted },
@@ -81,9 +74,9 @@ TEST(ExitStatus, TellsTheKindsOfFailureApart)
         { TDWErrorCreateWithMessage("…", 123), ExitStatus::ServerNotRun },
         { Error("elsewhere", -3, "No."), ExitStatus::Failure },
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(exitStatusOf(row.error), row.status) << row.error.debugDescription();
-        EXPECT_EQ(exitStatusOf(whileTrying("Cannot try", row.error)), row.status);
+    for (const auto& [error, status] : rows) {
+        EXPECT_EQ(exitStatusOf(error), status) << error.debugDescription();
+        EXPECT_EQ(exitStatusOf(whileTrying("Cannot try", error)), status);
     }
 }
 

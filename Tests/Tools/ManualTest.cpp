@@ -25,36 +25,26 @@ std::string withEscapedDashes(std::string_view text)
     return result;
 }
 
-TEST(Manual, DocumentsEveryCommandWithItsArguments)
+TEST(Manual, DocumentsEveryCommandOptionAndExitStatus)
 {
+    std::vector<std::string> headings;
     for (const Command& command : commandTable()) {
-        std::string heading = "\n.TP\n.B " + std::string(command.name);
+        headings.emplace_back(command.name);
         for (const Word& word : command.words)
-            heading += word.isOptional ? " [" + std::string(word.name) + "]"
-                                       : " " + std::string(word.name);
-        EXPECT_TRUE(documents(heading + "\n")) << heading;
+            headings.back() += word.isOptional ? " [" + std::string(word.name) + "]"
+                                               : " " + std::string(word.name);
     }
-}
-
-TEST(Manual, DocumentsEveryOption)
-{
     for (const Option& option : optionTable()) {
-        std::string heading = "\n.TP\n.B ";
-        if (!option.shortName.empty())
-            heading += withEscapedDashes(option.shortName) + ", ";
-        heading += withEscapedDashes(option.name);
+        headings.push_back(
+            option.shortName.empty() ? "" : withEscapedDashes(option.shortName) + ", ");
+        headings.back() += withEscapedDashes(option.name);
         if (!option.valueName.empty())
-            heading += " " + std::string(option.valueName);
-        EXPECT_TRUE(documents(heading + "\n")) << heading;
+            headings.back() += " " + std::string(option.valueName);
     }
-}
-
-TEST(Manual, DocumentsEveryExitStatusInTheSameWords)
-{
     for (const auto& [status, meaning] : exitStatusMeanings())
-        EXPECT_TRUE(documents("\n.TP\n.B " + std::to_string(static_cast<int>(status)) + "\n"
-            + std::string(meaning) + "\n"))
-            << meaning;
+        headings.push_back(std::to_string(static_cast<int>(status)) + "\n" + std::string(meaning));
+    for (const std::string& heading : headings)
+        EXPECT_TRUE(documents("\n.TP\n.B " + heading + "\n")) << heading;
 }
 
 TEST(Manual, DocumentsEveryServerWithItsBound)

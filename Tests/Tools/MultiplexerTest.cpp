@@ -2,7 +2,6 @@
 #include "Errors/Advice.h"
 #include "Multiplexer/MultiplexerClient.h"
 #include "Multiplexer/MultiplexerConversation.h"
-#include "Multiplexer/UsbBus.h"
 #include "Platform/System/LocalSocket.h"
 #include "Platform/Values/PropertyList.h"
 #include "Support/TemporaryDirectory.h"
@@ -17,10 +16,7 @@ using namespace std::chrono_literals;
 TEST(MultiplexerAddress, IsReadAsTheDeviceLibrariesReadIt)
 {
     const MultiplexerAddress usual { .path = "/var/run/usbmuxd" };
-    const struct {
-        const char* variable;
-        MultiplexerAddress address;
-    } rows[] = {
+    const std::pair<const char*, MultiplexerAddress> rows[] = {
         { nullptr, usual },
         { "", usual },
         { "UNIX:", usual },
@@ -33,9 +29,8 @@ TEST(MultiplexerAddress, IsReadAsTheDeviceLibrariesReadIt)
         { "localhost:27015", { .host = "localhost", .port = 27015, .isFromEnvironment = true } },
         { "[::1]:27015", { .host = "::1", .port = 27015, .isFromEnvironment = true } },
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(multiplexerAddress(row.variable), row.address)
-            << (row.variable ? row.variable : "");
+    for (const auto& [variable, address] : rows)
+        EXPECT_EQ(multiplexerAddress(variable), address) << (variable ? variable : "");
     EXPECT_EQ(multiplexerAddress("[::1]:27015").description(), "[::1]:27015");
 }
 
@@ -153,57 +148,15 @@ TEST(MultiplexerError, AdvisesByWhatThereIs)
     const MultiplexerReport own { { .path = "/var/run/usbmuxd" }, MultiplexerState::NotListening };
     const MultiplexerReport other { { .path = "/x", .isFromEnvironment = true },
         MultiplexerState::Absent };
-    const struct {
-        MultiplexerReport report;
-        MultiplexerSurroundings surroundings;
-        const char* advice;
-    } rows[] = {
+    const std::tuple<MultiplexerReport, MultiplexerSurroundings, const char*> rows[] = {
         { own, { .isInstalled = true, .isDeviceOnCable = false }, "Connect a device" },
         { own, { .isInstalled = true, .isDeviceOnCable = true }, "systemctl start usbmuxd" },
         { own, { .isInstalled = false, .isDeviceOnCable = true }, "apt install usbmuxd" },
         { other, { .isInstalled = false, .isDeviceOnCable = true }, "USBMUXD_SOCKET_ADDRESS" },
     };
-    for (const auto& row : rows)
-        EXPECT_THAT(adviceFor(multiplexerError(row.report, std::nullopt, row.surroundings)),
-            testing::HasSubstr(row.advice));
-}
-
-TEST(UsbBus, HasThePhonesOnTheCableAndNothingElse)
-{
-    const TemporaryDirectory sysfs;
-    const auto add = [&](const std::string& name, const std::string& vendor,
-                         const std::string& product, const std::string& serial) {
-        const auto device = sysfs.path() / "bus/usb/devices" / name;
-        std::filesystem::create_directories(device);
-        std::ofstream(device / "idVendor") << vendor << "\n";
-        std::ofstream(device / "idProduct") << product << "\n";
-        if (!serial.empty())
-            std::ofstream(device / "serial") << serial << "\n";
-    };
-    add("1-1", "05ac", "12a8", "0000813000FACADE0010001C");
-    add("1-2", "05ac", "0221", "keyboard");
-    add("1-3", "18d1", "12a8", "other");
-    add("1-4", "05ac", "12ab", std::string(40, 'f') + std::string(1, '\0') + "rest");
-    EXPECT_THAT(devicesOnUsbBus(sysfs.path()),
-        testing::UnorderedElementsAre("00008130-00FACADE0010001C", std::string(40, 'f')));
-    EXPECT_THAT(devicesOnUsbBus("/nonexistent"), testing::IsEmpty());
-    EXPECT_THAT(
-        missingFromList({ "A", "", "B" }, [](const std::string& udid) { return udid == "A"; }),
-        testing::ElementsAre("B"));
-}
-
-TEST(DeviceList, BothWaysToADeviceBecomeOneDevice)
-{
-    const auto item = [](const char* udid, int connection) {
-        return Value(Dictionary { { "UDID", udid }, { "Connection", connection } });
-    };
-    const auto devices = parseDeviceList(Dictionary {
-        { "Devices", Array { item("A", 1), item("B", 2), item("A", 2), item("C", 7) } } });
-    ASSERT_TRUE(devices);
-    ASSERT_EQ(devices->size(), 3U);
-    EXPECT_EQ(connectionNames(devices->at(0)), "USB, network");
-    EXPECT_EQ(connectionNames(devices->at(1)), "network");
-    EXPECT_EQ(connectionNames(devices->at(2)), "7");
+    for (const auto& [report, surroundings, advice] : rows)
+        EXPECT_THAT(adviceFor(multiplexerError(report, std::nullopt, surroundings)),
+            testing::HasSubstr(advice));
 }
 
 TEST(DeviceList, AMalformedListIsAnErrorAndNotAnEmptyList)

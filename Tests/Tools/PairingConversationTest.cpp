@@ -66,17 +66,12 @@ TEST(PairingConversation, EndsWithTheReasonOfTheRefusal)
         ExitStatus status;
         const char* words;
     } rows[] = {
-        { "denied", state(2), {}, ExitStatus::NotTrusted, "tapped Don't Trust" },
-        { "lost", state(3), failure(-37), ExitStatus::NotTrusted, "in lost mode" },
-        { "managed", state(0), failure(-38), ExitStatus::NotTrusted, "is managed" },
         { "managed with a challenge", state(0), failure(-39), ExitStatus::NotTrusted, "managed" },
         { "refused without a reason", state(0), {}, ExitStatus::NotTrusted, "refuses" },
         { "a state of the future", state(77), {}, ExitStatus::NotTrusted, "refuses" },
         { "not there", kGone, {}, ExitStatus::NoDevice, "not available" },
         { "no state", Value("x"), {}, ExitStatus::Failure, "no pairing state" },
         { "failed", failure(-4), {}, ExitStatus::Failure, "Pairing failed" },
-        { "record not kept", TDWErrorCreate("lockdownd_client_new_with_handshake", -20), {},
-            ExitStatus::Failure, "usbmuxd cannot write its records" },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.situation);
