@@ -1,4 +1,5 @@
 #include "Fuzz.h"
+#include "Interfaces/TDWDeviceEvent.h"
 #include "Support/LineSplitter.h"
 
 #include <algorithm>
@@ -13,6 +14,13 @@ void fuzz(std::span<const std::byte> bytes)
     bytes = bytes.subspan(1);
     tdw::LineSplitter splitter;
     std::string joined;
+    const auto take = [&joined](std::string_view line) {
+        require(line.find('\n') == std::string_view::npos);
+        joined.append(line) += '\n';
+        // A line of an events server is exactly what its event prints as, or none.
+        const auto event = tdw::parseDeviceEvent(line);
+        require(!event || tdw::deviceEventText(*event) == line);
+    };
     for (auto left = bytes; !left.empty(); left = left.subspan(std::min(piece, left.size()))) {
         splitter.append(left.first(std::min(piece, left.size())));
         // A reader may leave lines for later.
@@ -20,12 +28,11 @@ void fuzz(std::span<const std::byte> bytes)
             const auto line = splitter.next();
             if (!line)
                 break;
-            require(line->find('\n') == std::string_view::npos);
-            joined.append(*line) += '\n';
+            take(*line);
         }
     }
     while (const auto line = splitter.next())
-        joined.append(*line) += '\n';
+        take(*line);
     if (const auto rest = splitter.rest())
         joined += *rest;
     require(joined == textOf(bytes));
