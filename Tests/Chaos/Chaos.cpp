@@ -154,28 +154,44 @@ private:
             ++asked.answers;
         };
         const std::string& udid = anyDevice();
-        static constexpr const char* kNames[] = { "list", "info", "battery", "companions",
-            "companion batteries", "wireless", "pair", "wallpaper" };
-        const int kind = number(0, static_cast<int>(std::size(kNames)) - 1);
-        asked.name = kNames[kind];
-        switch (kind) {
-        case 0:
-            return client.deviceListWithCompletionHandler(done);
-        case 1:
-            return client.deviceInfoWithUDID(udid, number(0, 1) == 1, 0, done);
-        case 2:
-            return client.deviceBatteryWithUDID(udid, 0, done);
-        case 3:
-            return client.companionDevicesForDeviceWithUDID(udid, 0, {}, done);
-        case 4:
-            return client.companionBatteriesForDeviceWithUDID(udid, 0, {}, done);
-        case 5:
-            return client.setWirelessEnabled(number(0, 1) == 1, udid, done);
-        case 6:
-            return client.pairDeviceWithUDID(udid, done);
-        default:
-            return client.getWallpaperPreviewImageForDeviceWithUDID(udid, 0, 0, 200, done);
-        }
+        const bool isOn = number(0, 1) == 1;
+        const std::pair<const char*, std::function<void()>> kinds[] = {
+            { "list",
+                [&] {
+                    client.deviceListWithCompletionHandler(done);
+                } },
+            { "info",
+                [&] {
+                    client.deviceInfoWithUDID(udid, isOn, 0, done);
+                } },
+            { "battery",
+                [&] {
+                    client.deviceBatteryWithUDID(udid, 0, done);
+                } },
+            { "watches",
+                [&] {
+                    client.companionDevicesForDeviceWithUDID(udid, 0, {}, done);
+                } },
+            { "their batteries",
+                [&] {
+                    client.companionBatteriesForDeviceWithUDID(udid, 0, {}, done);
+                } },
+            { "wireless",
+                [&] {
+                    client.setWirelessEnabled(isOn, udid, done);
+                } },
+            { "pair",
+                [&] {
+                    client.pairDeviceWithUDID(udid, done);
+                } },
+            { "wallpaper",
+                [&] {
+                    client.getWallpaperPreviewImageForDeviceWithUDID(udid, 0, 0, 200, done);
+                } },
+        };
+        const auto& [name, request] = kinds[number(0, static_cast<int>(std::size(kinds)) - 1)];
+        asked.name = name;
+        request();
     }
 
     void disturb()
