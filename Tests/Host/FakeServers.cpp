@@ -23,7 +23,7 @@ void leaveGrandchildBehind(const std::string& lockFile, const std::string& group
     LaunchOptions options;
     options.executable = "/proc/self/exe";
     options.programName = "tdw_child";
-    options.arguments = { "wait for the reader" };
+    options.arguments = { group == "own group" ? "wait for the reader" : "wait for ever" };
     options.standardInput = lock; // an open lock file is what carries the lock into the grandchild
     options.ownProcessGroup = group == "own group";
     // Its parent does not wait for it either.
@@ -61,6 +61,8 @@ int runAsServer(int count, char** words)
     } else if (job == "wait for the reader") {
         pollfd entry { STDOUT_FILENO, 0, 0 };
         (void)poll(&entry, 1, -1);
+    } else if (job == "wait for ever") {
+        pause();
     } else if (job == "live on") {
         print(STDOUT_FILENO, xmlOf(envelopeOf(1)));
         close(STDOUT_FILENO);
@@ -80,8 +82,9 @@ int runAsServer(int count, char** words)
     _exit(status);
 }
 
-const ChildRole kServer({ "say", "say bytes", "envelope", "flood", "count", "grandchild",
-                            "wait for the reader", "live on", "close", "hang", "die" },
+const ChildRole kServer(
+    { "say", "say bytes", "envelope", "flood", "count", "grandchild", "wait for the reader",
+        "wait for ever", "live on", "close", "hang", "die" },
     runAsServer);
 
 } // namespace

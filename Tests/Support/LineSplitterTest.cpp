@@ -38,6 +38,7 @@ TEST(LineSplitter, CutsAtNewlinesInWhateverPiecesTheBytesArrive)
         { "a\nb\n", { "a", "b" } },
         { "a\nb", { "a", "rest:b" } },
         { "\n\n", { "", "" } },
+        { "\n\n\nx\n\n\n", { "", "", "", "x", "", "" } },
         { "x\r\n\r", { "x\r", "rest:\r" } },
         { "\0\n\xff\n"s, { "\0"s, "\xff" } },
         { longLine + "\n" + longLine + "\n\nz", { longLine, longLine, "", "rest:z" } },
