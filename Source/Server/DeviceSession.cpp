@@ -1,8 +1,8 @@
 #include "Server/DeviceSession.h"
 
 #include "Platform/System/Trace.h"
-#include "Platform/Values/PropertyListNode.h"
 #include "Server/PairRecord.h"
+#include "Server/PropertyListNode.h"
 #include "Server/TDWDeviceID_Private.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/TDWErrorHelpers.h"

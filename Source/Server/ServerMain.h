@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Platform/Queues/Queue.h"
 #include "Platform/Values/Result.h"
 #include "Platform/Values/Value.h"
 #include "Server/DeviceSession.h"
@@ -48,12 +47,5 @@ int answerRequest(const ServerJob& job);
 /// The first argument, which is the device's UDID in most servers.
 /// Errors: "Device UDID must be provided.", code 1.
 Result<const char*> requiredUdid(int argumentCount, char** arguments);
-
-/// The queue that the clock runs on; created on first use and kept for the life of the process.
-const Queue& serverClockQueue();
-
-/// From now on an exception that nothing catches ends this process with an error envelope, on
-/// whatever thread it is thrown. Part of `TDWServerInitialize`.
-void answerUncaughtExceptions();
 
 } // namespace tdw

@@ -3,7 +3,7 @@
 #include "Interfaces/TDWDeviceInfo.h"
 #include "Interfaces/TDWResponse.h"
 #include "Platform/System/Trace.h"
-#include "Platform/Values/PropertyListNode.h"
+#include "Server/PropertyListNode.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/TDWErrorHelpers.h"

@@ -1,9 +1,9 @@
 #include "Server/TDWDeviceID_Private.h"
 
 #include "Interfaces/TDWDeviceInfo.h"
-#include "Platform/Values/PropertyListNode.h"
 #include "Platform/Values/Utf8.h"
 #include "Server/DeviceHandles.h"
+#include "Server/PropertyListNode.h"
 #include "Support/Diagnostics.h"
 
 #include <cstring>

@@ -2,7 +2,7 @@
 
 #include "Interfaces/TDWResponse.h"
 #include "Platform/System/Trace.h"
-#include "Platform/Values/PropertyListNode.h"
+#include "Server/PropertyListNode.h"
 #include "Server/ServerMain.h"
 #include "Server/TDWServerImplementation.h"
 #include "Server/TDWServerLockdown.h"

@@ -2,23 +2,18 @@
 
 #include "Interfaces/StandardOutput.h"
 #include "Interfaces/TDWResponse.h"
-#include "Platform/NeverDestroyed.h"
-#include "Server/ServerMain.h"
+#include "Server/ServerProcess.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorKinds.h"
 
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <usbmuxd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <optional>
 
 double gTDWServerTimeoutInterval = 10.0;
 constinit tdw::WorkItem gTDWServerTimeoutBlock;
@@ -54,22 +49,6 @@ std::chrono::nanoseconds timeoutInterval()
     if (nanoseconds >= static_cast<double>(kLongest.count()))
         return kLongest;
     return std::chrono::nanoseconds(static_cast<std::int64_t>(nanoseconds));
-}
-
-/// A device that drops its connection while the library writes must become an error in the
-/// envelope, not the end of the process.
-void ignoreBrokenPipes()
-{
-    (void)std::signal(SIGPIPE, SIG_IGN);
-}
-
-/// A server holds the host's private key for the device, which belongs on no disk. The limit keeps
-/// the system from writing a core, the attribute keeps it from handing one to a program.
-void writeNoCore()
-{
-    const rlimit none {};
-    (void)setrlimit(RLIMIT_CORE, &none);
-    (void)prctl(PR_SET_DUMPABLE, 0);
 }
 
 } // namespace
@@ -123,24 +102,10 @@ enum idevice_options TDWParseDeviceOptionsFromArguments(int argumentCount, char*
 
 void TDWServerInitialize()
 {
-    ignoreBrokenPipes();
-    writeNoCore();
-    tdw::answerUncaughtExceptions();
+    tdw::prepareServerProcess();
     _TDWServerStartTimeoutClock();
     libusbmuxd_set_debug_level(TDWDebugLevel());
     idevice_set_debug_level(TDWDebugLevel());
     // The clock's thread, which runs by now, reads it.
     std::atomic_ref(__gTDWServerInitialized).store(true);
 }
-
-namespace tdw {
-
-const Queue& serverClockQueue()
-{
-    // Its thread is not waited for at exit: the answer is out, and the host waits for the end.
-    static const Queue& queue
-        = neverDestroyed(Queue::concurrent("TDWServerTimeout", QualityOfService::UserInitiated));
-    return queue;
-}
-
-} // namespace tdw

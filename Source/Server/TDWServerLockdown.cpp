@@ -1,8 +1,8 @@
 #include "Server/TDWServerLockdown.h"
 
 #include "Interfaces/TDWResponse.h"
-#include "Platform/Values/PropertyListNode.h"
 #include "Server/DeviceHandles.h"
+#include "Server/PropertyListNode.h"
 #include "Server/TDWServerImplementation.h"
 #include "Support/Diagnostics.h"
 #include "Support/TDWErrorHelpers.h"

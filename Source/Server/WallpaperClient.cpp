@@ -1,7 +1,7 @@
 #include "Server/WallpaperClient.h"
 
 #include "Platform/Handle.h"
-#include "Platform/Values/PropertyListNode.h"
+#include "Server/PropertyListNode.h"
 
 #include <libimobiledevice/property_list_service.h>
 #include <libimobiledevice/service.h>

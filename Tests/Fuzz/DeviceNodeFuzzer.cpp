@@ -1,6 +1,6 @@
 #include "Fuzz.h"
 #include "Platform/Values/PropertyList.h"
-#include "Platform/Values/PropertyListNode.h"
+#include "Server/PropertyListNode.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "Platform/Values/PropertyList.h"
 
-#include "Platform/Values/PropertyListNode.h"
+#include "Server/PropertyListNode.h"
 #include "Support/Testing.h"
 
 #include <cstring>

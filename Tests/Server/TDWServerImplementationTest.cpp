@@ -1,7 +1,7 @@
 #include "Server/TDWServerImplementation.h"
 
 #include "CapturedStream.h"
-#include "Platform/Values/PropertyListNode.h"
+#include "Server/PropertyListNode.h"
 #include "Server/TDWServerLockdown.h"
 #include "Support/TDWErrorHelpers.h"
 #include "Support/Testing.h"

@@ -1,8 +1,8 @@
 #include "DeviceReader.h"
 
 #include "Platform/Values/PropertyList.h"
-#include "Platform/Values/PropertyListNode.h"
 #include "Recording/Reading.h"
+#include "Server/PropertyListNode.h"
 #include "Server/TDWCompanionServer.h"
 #include "Server/TDWDeviceInfoServer.h"
 #include "Server/TDWServerLockdown.h"
