@@ -98,7 +98,7 @@ int main(int argumentCount, char** arguments)
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 600));
 
-    // How `--usb` starts the daemon, and nobody else.
+    // For `--usb` alone, which starts the daemon by it.
     std::string daemon;
     CLI::App* become = app.add_subcommand("become-daemon")->group("");
     become->add_option("DIRECTORY", directory)->required();

@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* kStandardOutput = "-";
 
-/// Nobody but its owner reads a recording until its owner gives it away.
+/// Only its owner reads a recording: it may still hold private values.
 constexpr mode_t kFileMode = 0600;
 
 /// The shortest identifier that is not in a whole file by chance.

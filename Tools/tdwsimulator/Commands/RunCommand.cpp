@@ -18,7 +18,7 @@ namespace tdw::simulator {
 
 namespace {
 
-/// A directory that nobody else may enter, gone with this object.
+/// A directory that no other user may enter, gone with this object.
 class PrivateDirectory {
 public:
     static Result<PrivateDirectory> create()

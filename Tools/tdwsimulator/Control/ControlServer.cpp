@@ -2,9 +2,7 @@
 
 #include "Device/Channel.h"
 #include "Model/SimulatorError.h"
-#include "Platform/System/LocalSocket.h"
 
-#include <asio/error.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 
@@ -122,36 +120,21 @@ ControlServer::ControlServer(
     asio::io_context& context, Simulation& simulation, ControlProtocol protocol)
     : m_simulation(simulation)
     , m_protocol(std::move(protocol))
-    , m_acceptor(context)
+    , m_listener(
+          context, [this](asio::local::stream_protocol::socket socket) { take(std::move(socket)); })
 {
 }
 
 Result<void> ControlServer::open(const std::filesystem::path& path)
 {
-    FileHandle socket = TDW_TRY(listenOnLocalSocket(path));
-    std::error_code error;
-    m_acceptor.assign(asio::local::stream_protocol(), socket.descriptor(), error);
-    if (error)
-        return Error::posix(error.value(), "Cannot listen on " + path.string());
-    (void)socket.release();
-    accept();
-    return {};
+    return m_listener.open(path);
 }
 
-void ControlServer::accept()
+void ControlServer::take(asio::local::stream_protocol::socket socket)
 {
-    m_acceptor.async_accept(
-        [this](std::error_code error, asio::local::stream_protocol::socket socket) {
-            if (error == asio::error::operation_aborted || !m_acceptor.is_open())
-                return;
-            if (!error) {
-                const auto channel = Channel::create(std::move(socket));
-                channel->handOver(
-                    std::make_shared<ControlConnection>(m_simulation, m_protocol, channel));
-                channel->start();
-            }
-            accept();
-        });
+    const auto channel = Channel::create(std::move(socket));
+    channel->handOver(std::make_shared<ControlConnection>(m_simulation, m_protocol, channel));
+    channel->start();
 }
 
 } // namespace tdw::simulator

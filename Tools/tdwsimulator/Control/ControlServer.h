@@ -1,10 +1,10 @@
 #pragma once
 
 #include "Control/ControlProtocol.h"
+#include "Device/LocalListener.h"
 #include "Platform/Values/Result.h"
 
 #include <asio/io_context.hpp>
-#include <asio/local/stream_protocol.hpp>
 
 #include <filesystem>
 
@@ -22,11 +22,11 @@ public:
     Result<void> open(const std::filesystem::path& path);
 
 private:
-    void accept();
+    void take(asio::local::stream_protocol::socket socket);
 
     Simulation& m_simulation;
     ControlProtocol m_protocol;
-    asio::local::stream_protocol::acceptor m_acceptor;
+    LocalListener m_listener;
 };
 
 } // namespace tdw::simulator

@@ -25,7 +25,7 @@ public:
 
     virtual void received(std::span<const std::byte> bytes) = 0;
 
-    /// The connection is gone, whoever ended it. Called once.
+    /// The connection is gone, ended by either side. Called once.
     virtual void ended() { }
 };
 

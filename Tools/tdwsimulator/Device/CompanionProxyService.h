@@ -4,7 +4,7 @@
 
 namespace tdw::simulator {
 
-/// The companion proxy: tells of the companions behind a phone. As on real phones one connection
+/// The companion proxy: describes the companions behind a phone. As on real phones one connection
 /// serves one command.
 class CompanionProxyService final : public SimulatedService {
 public:

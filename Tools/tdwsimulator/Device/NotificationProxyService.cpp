@@ -29,7 +29,7 @@ ServiceReply NotificationProxyService::handle(const Dictionary& request)
         return {};
     }
     if (name == "PostNotification" && notification) {
-        // What a host posts comes back to those who observe it, itself included.
+        // What a host posts comes back to every observer, itself included.
         if (!m_observed.contains(*notification))
             return {};
         return ServiceReply { .messages = { relayed(*notification) } };

@@ -14,7 +14,7 @@ namespace tdw::simulator {
 /// number, which does not count itself.
 inline constexpr std::size_t kPropertyListHeaderSize = 4;
 
-/// Longer requests than this are nobody's.
+/// Longer requests than this are rejected.
 inline constexpr std::size_t kPropertyListMaximumFrame = 1u << 20;
 
 enum class PropertyListFormat { Xml, Binary };

@@ -31,13 +31,13 @@ public:
     /// Only while open.
     void send(std::span<const std::byte> content);
 
-    /// Says goodbye.
+    /// Sends the close notification.
     void end();
 
     /// What is to be written to the peer now.
     Data takeOutput();
 
-    /// What arrived after the peer's goodbye.
+    /// What arrived after the peer's close notification.
     Data takeRest();
 
     /// Of the handshake, once it is over: "TLSv1.3".

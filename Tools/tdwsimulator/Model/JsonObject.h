@@ -12,7 +12,7 @@
 
 namespace tdw::simulator {
 
-/// Reads one JSON object key by key, and refuses the keys that nobody asked for.
+/// Reads one JSON object key by key, and refuses the keys that were not asked for.
 ///
 ///     JsonObject object = TDW_TRY(JsonObject::open(json, "devices[0]"));
 ///     const std::string udid = TDW_TRY(object.requiredString("udid"));

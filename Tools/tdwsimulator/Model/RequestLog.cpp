@@ -19,7 +19,7 @@ void RequestLog::add(const FaultSite& site)
     if (m_pending.empty())
         return;
 
-    // Waiters may wait anew or cause further entries, so they are called from a list of their own.
+    // Waiters may wait again or cause further entries, so they are called from a list of their own.
     const LogEntry entry = m_entries.back();
     std::vector<Waiter> satisfied;
     std::erase_if(m_pending, [&](Pending& pending) {

@@ -21,7 +21,7 @@ struct LogEntry {
     Dictionary message;
 };
 
-/// Which entries somebody asks for; what is not set matches all.
+/// Which entries are asked for; what is not set matches all.
 struct LogFilter {
     std::optional<std::string> at;
     std::optional<std::string> device;
@@ -32,7 +32,7 @@ struct LogFilter {
     bool matches(const LogEntry& entry) const;
 };
 
-/// What the simulator has been asked, and who waits for a request to come.
+/// The requests that the simulator has got, and the waiters for further ones.
 ///
 /// Keeps the last `kCapacity` entries. Used by the simulator's one thread.
 class RequestLog {

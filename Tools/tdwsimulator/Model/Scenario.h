@@ -68,7 +68,7 @@ inline constexpr std::string_view kTrustNames[] = { "trusts", "asks", "denies", 
     "escrow-locked", "find-my", "managed", "managed-challenge", "forgot-host", "usb-only",
     "after-first-unlock", "before-first-unlock", "forgot-host-tls" };
 
-/// A companion behind a phone, as the companion proxy tells of it.
+/// A companion behind a phone, as the companion proxy describes it.
 struct CompanionDescription {
     std::string udid;
     Dictionary values;

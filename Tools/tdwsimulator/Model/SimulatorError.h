@@ -6,7 +6,7 @@
 
 namespace tdw::simulator {
 
-/// An error with a text for people; it names the value that was wrong.
+/// An error with a sentence; it names the value that was wrong.
 inline Error simulatorError(std::string_view reason)
 {
     return Error("TDWSimulatorErrorDomain", 1, reason);

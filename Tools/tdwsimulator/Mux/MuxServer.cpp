@@ -1,9 +1,6 @@
 #include "Mux/MuxServer.h"
 
 #include "Mux/MuxConnection.h"
-#include "Platform/System/LocalSocket.h"
-
-#include <asio/error.hpp>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -26,7 +23,8 @@ MuxServer::MuxServer(asio::io_context& context, Simulation& simulation, PortConn
     , m_simulation(simulation)
     , m_ports(ports)
     , m_path(std::move(path))
-    , m_acceptor(context)
+    , m_listener(
+          context, [this](asio::local::stream_protocol::socket socket) { take(std::move(socket)); })
 {
     m_simulation.observe([this](const SimulationEvent& event) {
         if (event.kind == SimulationEvent::Kind::Attached)
@@ -42,30 +40,27 @@ MuxServer::~MuxServer()
 
 Result<void> MuxServer::open()
 {
-    if (m_acceptor.is_open())
+    if (m_listener.isOpen())
         return {};
-    FileHandle socket = TDW_TRY(listenOnLocalSocket(m_path));
+    TDW_TRY(m_listener.open(m_path));
     // As the daemon has it: for all users, and with a queue of five.
-    if (::chmod(m_path.c_str(), 0666) != 0 || ::listen(socket.descriptor(), kQueueLength) != 0)
-        return Error::posix(errno, "Cannot listen on " + m_path.string());
+    if (::chmod(m_path.c_str(), 0666) != 0
+        || ::listen(m_listener.descriptor(), kQueueLength) != 0) {
+        Error error = Error::posix(errno, "Cannot listen on " + m_path.string());
+        m_listener.close();
+        return error;
+    }
     m_simulation.renumber();
     for (const Attachment& attachment : m_simulation.attachments())
         tryRecord(attachment);
-    std::error_code error;
-    m_acceptor.assign(asio::local::stream_protocol(), socket.descriptor(), error);
-    if (error)
-        return Error::posix(error.value(), "Cannot listen on " + m_path.string());
-    (void)socket.release();
-    accept();
     return {};
 }
 
 void MuxServer::close()
 {
-    if (!m_acceptor.is_open())
+    if (!m_listener.isOpen())
         return;
-    std::error_code error;
-    m_acceptor.close(error);
+    m_listener.close();
     for (const auto& [number, client] : std::exchange(m_clients, {})) {
         if (const auto channel = client.channel.lock())
             channel->close();
@@ -80,26 +75,16 @@ Result<void> MuxServer::followFaults()
     return {};
 }
 
-void MuxServer::accept()
+void MuxServer::take(asio::local::stream_protocol::socket socket)
 {
-    m_acceptor.async_accept(
-        [this](std::error_code error, asio::local::stream_protocol::socket socket) {
-            if (error == asio::error::operation_aborted || !m_acceptor.is_open())
-                return;
-            if (!error) {
-                std::erase_if(
-                    m_clients, [](const auto& entry) { return entry.second.channel.expired(); });
-                const auto channel = Channel::create(std::move(socket));
-                const auto number = ++m_lastClient;
-                const auto connection
-                    = std::make_shared<MuxConnection>(m_simulation, m_ports, channel, number);
-                m_clients.emplace(number, Client { channel, connection });
-                channel->handOver(connection);
-                channel->start();
-                connection->applyAcceptFault();
-            }
-            accept();
-        });
+    std::erase_if(m_clients, [](const auto& entry) { return entry.second.channel.expired(); });
+    const auto channel = Channel::create(std::move(socket));
+    const auto number = ++m_lastClient;
+    const auto connection = std::make_shared<MuxConnection>(m_simulation, m_ports, channel, number);
+    m_clients.emplace(number, Client { channel, connection });
+    channel->handOver(connection);
+    channel->start();
+    connection->applyAcceptFault();
 }
 
 void MuxServer::tryRecord(const Attachment& attachment)

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Device/LocalListener.h"
 #include "Device/PortConnector.h"
 #include "Model/Simulation.h"
 #include "Platform/Values/Result.h"
 
 #include <asio/io_context.hpp>
-#include <asio/local/stream_protocol.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -45,7 +45,7 @@ private:
         std::weak_ptr<MuxConnection> connection;
     };
 
-    void accept();
+    void take(asio::local::stream_protocol::socket socket);
     void tellListeners(const SimulationEvent& event);
 
     /// What the daemon does with a device before it announces it: a session that ends in TLS costs
@@ -56,7 +56,7 @@ private:
     Simulation& m_simulation;
     PortConnector& m_ports;
     std::filesystem::path m_path;
-    asio::local::stream_protocol::acceptor m_acceptor;
+    LocalListener m_listener;
     std::map<std::uint64_t, Client> m_clients;
     std::uint64_t m_lastClient = 0;
 };

@@ -15,7 +15,7 @@ namespace tdw::simulator {
 /// too long.
 /// @param arguments none for the list of devices
 /// @param bound how long one step may take
-/// Errors: a sentence for people: what the reader says, the step that took too long, or its end
+/// Errors: a sentence: what the reader says, the step that took too long, or its end
 /// without an answer.
 Result<Dictionary> runReader(
     const std::vector<std::string>& arguments, std::chrono::milliseconds bound);

@@ -14,7 +14,7 @@ CertificateHandle certificateIn(const Dictionary& record, std::string_view key)
     return pem ? certificateFromPem(*pem) : nullptr;
 }
 
-/// The bag's content means nothing to anybody but the device that made it.
+/// The bag's content is read only by the device that made it.
 Data escrowBag()
 {
     Data bag(32);

@@ -51,7 +51,7 @@ public:
     /// @return the lockdown name of what is wrong with the record, or none
     std::optional<std::string_view> add(const Dictionary& record);
 
-    /// The pairing with a host, or null. Stays valid while somebody holds it.
+    /// The pairing with a host, or null. Stays valid while it is held.
     std::shared_ptr<const Pairing> find(std::string_view hostId) const;
 
     /// Says whether the host was known.

@@ -10,7 +10,7 @@ namespace tdw::simulator {
 
 /// What a device's user and rules say to a host that wants something: the error's name, or none.
 ///
-/// Knows no connection and no certificate; who else refuses does so after this.
+/// Knows no connection and no certificate; other refusals come after this one.
 class TrustDialog {
 public:
     TrustDialog(Trust trust, std::optional<std::uint64_t> acceptAfter)

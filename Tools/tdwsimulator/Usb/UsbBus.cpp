@@ -1,9 +1,6 @@
 #include "Usb/UsbBus.h"
 
 #include "Platform/Messages/FrameBuffer.h"
-#include "Platform/System/LocalSocket.h"
-
-#include <asio/error.hpp>
 
 #include <cstring>
 #include <utility>
@@ -66,7 +63,8 @@ UsbBus::UsbBus(asio::io_context& context, Simulation& simulation, PortConnector&
     , m_simulation(simulation)
     , m_ports(ports)
     , m_daemonCame(std::move(daemonCame))
-    , m_acceptor(context)
+    , m_listener(
+          context, [this](asio::local::stream_protocol::socket socket) { take(std::move(socket)); })
 {
     m_simulation.observe([this](const SimulationEvent& event) { follow(event); });
 }
@@ -75,34 +73,19 @@ UsbBus::~UsbBus() = default;
 
 Result<void> UsbBus::open(const std::filesystem::path& path)
 {
-    FileHandle socket = TDW_TRY(listenOnLocalSocket(path));
-    std::error_code error;
-    m_acceptor.assign(asio::local::stream_protocol(), socket.descriptor(), error);
-    if (error)
-        return Error::posix(error.value(), "Cannot listen on " + path.string());
-    (void)socket.release();
-    accept();
-    return {};
+    return m_listener.open(path);
 }
 
-void UsbBus::accept()
+void UsbBus::take(asio::local::stream_protocol::socket socket)
 {
-    m_acceptor.async_accept(
-        [this](std::error_code error, asio::local::stream_protocol::socket socket) {
-            if (error == asio::error::operation_aborted || !m_acceptor.is_open())
-                return;
-            if (!error) {
-                m_devices.clear();
-                m_channel = Channel::create(std::move(socket));
-                m_channel->handOver(std::make_shared<Link>(*this, m_channel.get()));
-                m_channel->start();
-                for (const Attachment& attachment : m_simulation.attachments())
-                    attach(attachment);
-                send(UsbHeader { .kind = UsbMessage::Ready }, {});
-                m_daemonCame();
-            }
-            accept();
-        });
+    m_devices.clear();
+    m_channel = Channel::create(std::move(socket));
+    m_channel->handOver(std::make_shared<Link>(*this, m_channel.get()));
+    m_channel->start();
+    for (const Attachment& attachment : m_simulation.attachments())
+        attach(attachment);
+    send(UsbHeader { .kind = UsbMessage::Ready }, {});
+    m_daemonCame();
 }
 
 void UsbBus::follow(const SimulationEvent& event)

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Device/LocalListener.h"
 #include "Device/PortConnector.h"
 #include "Model/Simulation.h"
 #include "Platform/Values/Result.h"
 #include "Usb/UsbDevice.h"
 
 #include <asio/io_context.hpp>
-#include <asio/local/stream_protocol.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -36,7 +36,7 @@ public:
 private:
     class Link;
 
-    void accept();
+    void take(asio::local::stream_protocol::socket socket);
     void attach(const Attachment& attachment);
     void detach(const Attachment& attachment);
     void send(UsbHeader header, std::span<const std::byte> payload);
@@ -46,7 +46,7 @@ private:
     Simulation& m_simulation;
     PortConnector& m_ports;
     std::function<void()> m_daemonCame;
-    asio::local::stream_protocol::acceptor m_acceptor;
+    LocalListener m_listener;
     /// To the stand-in, while there is one.
     std::shared_ptr<Channel> m_channel;
     /// By bus and address.

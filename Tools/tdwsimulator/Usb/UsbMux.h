@@ -12,7 +12,7 @@ namespace tdw::simulator {
 /// Names one stream: the host's port is in the upper half, the device's in the lower.
 using UsbStream = std::uint32_t;
 
-/// What a `UsbMux` needs from whoever has the pipes and the services.
+/// What a `UsbMux` needs from the owner of the pipes and the services.
 class UsbMuxHost {
 public:
     UsbMuxHost() = default;
