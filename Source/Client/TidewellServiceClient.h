@@ -45,7 +45,7 @@
 /// An exception that leaves a handler ends the process where it was thrown. All functions may be
 /// called from any thread, and in handlers.
 ///
-/// A connection that is lost is made anew by the next request, which also renews the subscription
+/// A connection that is lost is made again by the next request, which also renews the subscription
 /// to device events; until then no events come (`tdw::DeviceMonitor` renews by itself). While it is
 /// connected, the connection holds the client: an application that is done with it calls
 /// `invalidate` or `invalidateTerminatingService`.

@@ -14,8 +14,8 @@ extern "C" {
 
 /// Starts a server that writes lines for as long as it lives, such as `tdw_events`, and returns.
 ///
-/// The run belongs to nobody and goes on until the server ends by itself; descendants of the server
-/// end with it. Any thread may call this, any number of times.
+/// The run has no owner and goes on until the server ends by itself. Descendants of the server end
+/// with it. Any thread may call this, any number of times.
 /// @param serverName found in the bundle and accepted as `TDWValidateServerExecutable` does
 /// @param arguments the process's arguments after the program name
 /// @param waitQueue one of its threads is occupied until the server has ended

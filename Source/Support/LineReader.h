@@ -59,9 +59,9 @@ public:
 
     void stopReadingLines();
 
-    /// Says that nobody who matters writes any more: delivers what can be read now, the last of it
-    /// even without a newline, and ends the reading, although another process may keep the other
-    /// end open or go on writing. Returns at once; the lines come on the queue.
+    /// To be called when the server has ended: delivers what can be read now, with an unterminated
+    /// last line, and ends the reading, although another process may keep the other end open or
+    /// go on writing. Returns at once; the lines come on the queue.
     void finishReadingLines();
 
 private:

@@ -15,9 +15,9 @@ namespace tdw {
 ///         …
 ///     at the end of the stream: if (const auto line = splitter.rest()) …
 ///
-/// A line is what stands before a newline byte; a carriage return there is part of it. Whoever
-/// stops asking leaves the rest undelivered. The work is linear in the bytes, in whatever pieces
-/// they arrive and whenever they are asked for; a line may have any length.
+/// A line is what stands before a newline byte; a carriage return there is part of it. A caller
+/// that stops asking leaves the rest undelivered. The work is linear in the bytes, in whatever
+/// pieces they arrive and whenever they are asked for; a line may have any length.
 ///
 /// Not safe for use by two threads at once.
 class LineSplitter {

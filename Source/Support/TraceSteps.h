@@ -1,7 +1,7 @@
 #pragma once
 
-// The steps of a conversation with a device by which a diagnosis tells how far it came; the words
-// are those that people read.
+// The steps of a conversation with a device. A diagnosis reads from them how far it came. The words
+// are shown to the user.
 
 namespace tdw {
 

@@ -28,7 +28,7 @@ using PropertyListClient
 
 constexpr char kLabel[] = "tdwreader";
 
-/// Longer than anybody lets this process wait.
+/// Longer than any caller lets this process wait.
 constexpr std::uint32_t kReplyTimeout = 60'000;
 
 /// The first bytes of a picture, which hold its size.

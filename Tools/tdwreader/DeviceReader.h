@@ -21,7 +21,7 @@ Result<Dictionary> connectedDevices();
 ///
 /// Nothing makes the device ask its user: without a pair record there is no session, and what the
 /// device tells every host is all that is read. Each step is announced on standard error. The steps
-/// have no bound of their own: whoever starts this process ends it.
+/// have no bound of their own: the starter of this process ends it.
 class DeviceReader {
 public:
     enum class WithWallpaper { No, Yes };
@@ -31,7 +31,7 @@ public:
     {
     }
 
-    /// Errors: a sentence for people; the device cannot be reached, or is gone half-way.
+    /// Errors: a sentence; the device cannot be reached, or is gone half-way.
     Result<Dictionary> read(WithWallpaper withWallpaper);
 
 private:

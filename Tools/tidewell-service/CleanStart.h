@@ -7,7 +7,7 @@
 namespace tdw::service {
 
 /// The variables that a service which is started for a client has, and its servers after it: the
-/// few of the client's that say who the user is and where things are, and a search path of its own.
+/// few of the client's that name the user and the places of things, and a search path of its own.
 std::vector<std::pair<std::string, std::string>> cleanEnvironment();
 
 /// Gives this process, and what it starts, what a service has at a login: limits, niceness,

@@ -11,8 +11,8 @@ namespace tdw::service {
 /// Errors: it does not come up in time, or ends before that; its own words are on standard error.
 Result<void> launchInBackground();
 
-/// The started service's side of that: it leaves the session and the directory of whoever started
-/// it, says on standard output that it can be reached, and lets go of the standard streams.
+/// The started service's side of that: it leaves the session and the directory of its
+/// starter, says on standard output that it can be reached, and lets go of the standard streams.
 void becomeBackgroundProcess();
 
 /// The right to listen at a path; it ends with the handle, or with the process.

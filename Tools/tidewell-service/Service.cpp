@@ -231,7 +231,7 @@ void Service::somethingChanged()
     m_queue.after(*m_options.idleBound, m_idleTimer);
 }
 
-/// Ends the service unless somebody has come in the very last moment: those that connected before
+/// Ends the service unless a client has come in the meantime: clients that connected before
 /// the name was gone are served, and the rest start a new service.
 void Service::leave()
 {

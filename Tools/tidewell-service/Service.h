@@ -46,11 +46,11 @@ public:
     /// Errors: `kPosixErrorDomain`; the system has no descriptor left for it.
     static Result<std::shared_ptr<Service>> create(Options options);
 
-    /// Listens at a path, and goes away when the path does: nobody could find it any more.
+    /// Listens at a path, and ends when the path is gone: no client could find it.
     /// @param lock says that no other service may listen there; closed when this one does not
     Result<void> listen(const std::filesystem::path& path, FileHandle lock);
 
-    /// Listens on a socket that was set up by whoever started the service.
+    /// Listens on a socket that the starter of the service has set up.
     Result<void> adopt(FileHandle socket);
 
     /// Ends the servers, the listeners and then the process.

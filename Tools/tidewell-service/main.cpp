@@ -166,7 +166,7 @@ void setUpProcess(bool isVerbose)
     // The name that `ps` shows; it would be that of the link the service was started through.
     (void)::prctl(PR_SET_NAME, "tidewell-service");
     (void)std::signal(SIGPIPE, SIG_IGN);
-    // Whoever ignores it loses the statuses of the servers.
+    // Where it is ignored, the statuses of the servers are lost.
     (void)std::signal(SIGCHLD, SIG_DFL);
     tdw::raiseDescriptorLimit();
     // Large messages go back to the system at once.
@@ -238,7 +238,7 @@ Result<void> serve(const Arguments& arguments)
     const auto signals = TDW_TRY(endOnSignals(running));
     if (arguments.isOnDemand)
         service::becomeBackgroundProcess();
-    // Whoever wanted a service has one.
+    // A service runs, which is all that was wanted.
     if (isThereAlready)
         endProcess();
     // The variable goes, so that no server can speak for the service.

@@ -38,7 +38,7 @@ Result<Transport> transportFor(const Arguments& arguments)
     return running && hasOtherDevices(*running) ? Transport::Direct : Transport::Service;
 }
 
-/// Collects the steps where somebody wants them. Before anything else runs.
+/// Collects the steps where an option asks for them. Before anything else runs.
 std::unique_ptr<TraceListener> startTrace(
     const Arguments& arguments, const Console& console, TraceEvent::Clock::time_point start)
 {

@@ -7,7 +7,7 @@
 
 namespace tdw {
 
-/// The address of a private listener: who holds it can make a connection to what is behind it. It
+/// The address of a private listener: it is all that is needed to connect to the listener. It
 /// can be sent in a message, or written down.
 class TDW_EXPORT Endpoint {
 public:

@@ -25,11 +25,11 @@ public:
     static Result<Listener> create(
         const std::filesystem::path& path, const Queue& queue, const Log& log, Handler handler);
 
-    /// Listens at a random name in `directory`, which nobody else may enter.
+    /// Listens at a random name in `directory`, which no other user may enter.
     static Result<Listener> createPrivate(const std::filesystem::path& directory,
         const Queue& queue, const Log& log, Handler handler);
 
-    /// Listens on a socket that somebody else has set up and named.
+    /// Listens on a socket that another program has set up and named.
     static Result<Listener> adopt(
         FileHandle socket, const Queue& queue, const Log& log, Handler handler);
 

@@ -194,7 +194,7 @@ void MessageChannel::end(const Error& error)
     // Frames are read in order: where something was left over, the last one was.
     if (m_isReset)
         unread.push_back(m_lastWritten);
-    // Called last: whoever is told may give up the handlers, and itself.
+    // Called last: the handler may destroy the handlers and this channel.
     const auto ended = m_handlers.ended;
     close();
     ended(error, unread);

@@ -28,7 +28,7 @@ class WorkerPool;
 /// uses objects that are gone while a process ends, and a channel may still be at work then.
 ///
 /// Belongs to a serial queue: every function is called there, and every handler is. Lives until it
-/// is closed, by either end, whoever holds it.
+/// is closed by either end, even where nothing else holds it.
 class MessageChannel : public std::enable_shared_from_this<MessageChannel> {
 public:
     struct Handlers {

@@ -35,8 +35,8 @@ public:
 };
 
 /// Waits for an epoll instance that watches the one descriptor. Asio makes a descriptor that it
-/// waits for non-blocking, for everybody who shares it, and keeps its number beyond its closing;
-/// this way it does that to a descriptor that nobody else knows.
+/// waits for non-blocking, in every process that shares it, and keeps its number beyond its
+/// closing; this way it does that to a descriptor of its own.
 class DescriptorWaiter : public Waiter {
 public:
     DescriptorWaiter(WorkerPool& pool, FileHandle epoll)

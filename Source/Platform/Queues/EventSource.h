@@ -16,7 +16,7 @@ struct SourceHandlers {
     std::function<void()> event {};
 
     /// The source is at its end, and no longer uses what it watched. Runs exactly once, after the
-    /// last event handler, whoever ended the source. May be empty.
+    /// last event handler, for every way of ending the source. May be empty.
     std::function<void()> cancel {};
 };
 

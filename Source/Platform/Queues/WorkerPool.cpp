@@ -62,8 +62,8 @@ void WorkerPool::submitAfter(std::chrono::nanoseconds delay, std::function<void(
     const Clock::time_point now = Clock::now();
     const Clock::time_point due = now + std::min(delay, Clock::time_point::max() - now);
 
-    // The thread arms it: what Asio sets up for its first timer is no business of the caller, who
-    // may be a short-lived server that arms a clock which never fires.
+    // The pool's thread arms it: Asio's first timer is expensive, and the clock of a short-lived
+    // server usually never fires.
     const Lock lock(m_mutex);
     asio::post(m_context, [this, due, block = std::move(block)]() mutable {
         const Lock threadLock(m_mutex);

@@ -30,7 +30,7 @@ public:
     struct Options {
         std::string label {};
         QualityOfService quality = QualityOfService::Default;
-        /// Zero: no threads; somebody lends one through `runOnThisThread`.
+        /// Zero: no threads; a caller lends one through `runOnThisThread`.
         std::size_t maximumThreads = 1;
     };
 

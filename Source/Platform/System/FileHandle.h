@@ -53,10 +53,10 @@ private:
     int m_descriptor = -1;
 };
 
-/// `FileHandle::write` on a descriptor that somebody else owns (standard output, say).
+/// `FileHandle::write` on a descriptor with another owner (standard output, say).
 TDW_EXPORT Result<void> writeToDescriptor(int descriptor, std::span<const std::byte> bytes);
 
-/// `FileHandle::readToEnd` on a descriptor that somebody else owns.
+/// `FileHandle::readToEnd` on a descriptor with another owner.
 TDW_EXPORT Result<Data> readDescriptorToEnd(int descriptor);
 
 /// The two ends of a pipe, both close-on-exec.

@@ -7,12 +7,12 @@
 
 namespace tdw {
 
-/// A local stream socket that listens on `path`, for this user only. A socket that nobody listens
-/// on any more is replaced. Errors name the path: it is too long, or in use.
+/// A local stream socket that listens on `path`, for this user only. A socket without a
+/// listener is replaced. Errors name the path: it is too long, or in use.
 Result<FileHandle> listenOnLocalSocket(const std::filesystem::path& path);
 
 /// A connected one, in blocking mode. Does not wait.
-/// Errors name the path (ENOENT, ECONNREFUSED: nobody listens; EAGAIN: too many wait there
+/// Errors name the path (ENOENT, ECONNREFUSED: no listener; EAGAIN: too many wait there
 /// already).
 Result<FileHandle> connectToLocalSocket(const std::filesystem::path& path);
 

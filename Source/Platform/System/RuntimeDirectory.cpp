@@ -21,7 +21,7 @@ constexpr mode_t kOthersMask = 077;
 
 fs::path pathInEnvironment(const char* name)
 {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here changes the environment
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no code here changes the environment
     const char* value = std::getenv(name);
     fs::path path = value ? value : "";
     return path.is_absolute() ? path : fs::path();

@@ -13,7 +13,7 @@ namespace tdw {
 ///
 /// @param name the product's, as a file name
 /// Errors: `kPosixErrorDomain` and `kUntrustedPeerError`, naming the directory: it cannot be made,
-/// it is somebody else's, or others may enter it.
+/// it belongs to another user, or others may enter it.
 Result<std::filesystem::path> runtimeDirectory(std::string_view name);
 
 } // namespace tdw

@@ -52,8 +52,8 @@ void setTraceAddress(std::string path);
 ///     return step.ended(lockdownd_client_new_with_handshake(…));
 ///
 /// What is told are the words given here, and nothing of what passes between host and device.
-/// Nobody listening ends the trace of this process. A listener that is slow is waited for a bounded
-/// time. Safe for use by several threads at once.
+/// Without a listener the trace of this process ends. A listener that is slow is waited for a
+/// bounded time. Safe for use by several threads at once.
 class TraceStep {
 public:
     /// @param step a literal

@@ -57,7 +57,7 @@ struct PathDescriptor {
     }
 };
 
-/// In a sticky directory only the owner of an entry replaces it, whoever may write there.
+/// In a sticky directory only the owner of an entry replaces it, even where others may write.
 bool isSharedDirectoryOfRoot(const struct stat& status)
 {
     return S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0 && status.st_uid == 0;

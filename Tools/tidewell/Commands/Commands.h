@@ -16,7 +16,7 @@ struct CommandContext {
     const Arguments& arguments;
     DeviceRequests& requests;
     const Console& console;
-    /// What collects the steps; null where nobody wants them, or they cannot be had.
+    /// What collects the steps; null where they are not wanted or cannot be had.
     TraceListener* trace = nullptr;
 };
 
@@ -47,7 +47,7 @@ struct ListedDevice;
 /// Errors: `ExitStatus::NoDevice`, where the device cannot be reached that way
 Result<std::uint64_t> connectionTypeFor(const CommandContext& context, const ListedDevice& device);
 
-/// Ends a command that changed something: with a sentence for people, or the answer for programs.
+/// Ends a command that changed something: with a sentence, or with the answer as JSON.
 Result<void> reportDone(
     const CommandContext& context, const Value& answer, const std::string& sentence);
 

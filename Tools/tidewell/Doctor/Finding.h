@@ -11,16 +11,16 @@
 
 namespace tdw::cli {
 
-/// How a check came out. A warning waits for somebody's hand or costs nothing but comfort; a
+/// How a check came out. A warning needs an action of the user or costs comfort only; a
 /// failure keeps something from working.
 enum class Health { Ok, Warning, Failure };
 
 /// What one check has found.
 struct Finding {
-    /// The check's name for programs, such as "multiplexer"; its title for people comes from it.
+    /// The check's name for programs, such as "multiplexer"; the title that is shown comes from it.
     std::string_view check;
     Health health = Health::Ok;
-    /// One line for people.
+    /// The one line that is shown.
     std::string text {};
     /// The one thing that mends it; empty where nothing is to be done.
     std::string remedy {};

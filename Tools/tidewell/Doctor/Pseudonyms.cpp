@@ -211,7 +211,7 @@ void Pseudonyms::addSurroundings()
         addWord(host.data(), "host");
     // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread asks
     const passwd* user = ::getpwuid(::geteuid());
-    // Everybody's computer has this one.
+    // Every computer has this user.
     if (user && std::string_view(user->pw_name) != "root") {
         addWord(user->pw_name, "user");
         addName(

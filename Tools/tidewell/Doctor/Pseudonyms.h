@@ -17,7 +17,7 @@ namespace tdw::cli {
 /// numbers. Everything else has to be added first.
 class Pseudonyms {
 public:
-    /// A text that names somebody or something, wherever it stands.
+    /// A name of a user or a device, wherever it stands.
     void addName(std::string_view name);
 
     /// A word that is only replaced where it stands alone, such as the name of the user.

@@ -34,7 +34,7 @@ bool isAnswered(const Error& error);
 /// follows). Domain and code stay those of `cause`.
 Error whileTrying(std::string_view attempt, const Error& cause);
 
-/// An error with what else failed because of it, for those who want every detail.
+/// An error with what else failed because of it, shown where every detail is wanted.
 Error withCause(const Error& error, const Error& cause);
 
 /// An error and what caused it, outermost first. Errors come out of other processes, so the length

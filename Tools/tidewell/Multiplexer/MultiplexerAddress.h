@@ -15,7 +15,7 @@ struct MultiplexerAddress {
     /// Whether it comes from the environment and is not the usual one.
     bool isFromEnvironment = false;
 
-    /// As people write it.
+    /// The path, or the host and the port, for messages.
     std::string description() const;
 
     bool operator==(const MultiplexerAddress&) const = default;

@@ -103,7 +103,7 @@ struct MultiplexerSurroundings {
 };
 MultiplexerSurroundings multiplexerSurroundings();
 
-/// The error for people about a multiplexer that cannot be asked: `MultiplexerUnavailable`.
+/// The error shown for a multiplexer that cannot be asked: `MultiplexerUnavailable`.
 /// @param cause what else failed because of it
 Error multiplexerError(const MultiplexerReport& report, const std::optional<Error>& cause,
     const MultiplexerSurroundings& surroundings = multiplexerSurroundings());

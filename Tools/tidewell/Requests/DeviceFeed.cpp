@@ -36,7 +36,7 @@ public:
 private:
     void outage(const std::optional<Error>& reason)
     {
-        // The multiplexer's absence is told by those who look at it themselves.
+        // The commands report a missing multiplexer themselves.
         if (reason && isDeviceNotFound(*reason))
             return;
         const auto error

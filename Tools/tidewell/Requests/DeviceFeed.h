@@ -26,8 +26,8 @@ public:
         std::function<void(const Error& reason)> end;
     };
 
-    /// Subscribes, by the road that requests take: through the service, or to an events server of
-    /// this process's own. Errors: `ExitStatus::ServerNotRun`
+    /// Subscribes, by the same transport as requests: through the service, or to an events server
+    /// of this process's own. Errors: `ExitStatus::ServerNotRun`
     static Result<std::unique_ptr<DeviceFeed>> open(DeviceRequests& requests, Handlers handlers);
 
     DeviceFeed() = default;

@@ -88,7 +88,7 @@ void TraceListener::stop()
 {
     if (!m_thread.joinable())
         return;
-    // Other threads may still tell of something: they find nobody there.
+    // Other threads may still send steps: they find no listener.
     (void)::unlink(m_path.c_str());
     m_end.writer.close();
     m_thread.join();
@@ -119,7 +119,8 @@ bool TraceListener::take()
 {
     std::optional<TraceEvent> event;
     {
-        // Held from the socket to the list, so that nobody misses what another one has taken.
+        // Held from the socket to the list, so that no thread misses a step that another one has
+        // taken.
         const std::lock_guard lock(m_lock);
         std::array<char, 1024> datagram {};
         const ssize_t count = ::recv(m_socket.descriptor(), datagram.data(), datagram.size(), 0);

@@ -50,7 +50,7 @@ private:
     std::thread m_thread;
 };
 
-/// A step as people read it: "+0.031 handshake with 00008130-…: 14 ms" and a line end.
+/// A step as it is shown: "+0.031 handshake with 00008130-…: 14 ms" and a line end.
 /// @param start when the tool was started
 std::string traceLine(const TraceEvent& event, TraceEvent::Clock::time_point start);
 

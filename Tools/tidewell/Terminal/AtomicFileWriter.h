@@ -6,10 +6,10 @@ namespace tdw::cli {
 
 using tdw::Overwrite;
 
-/// `tdw::checkFileDestination` with an error for people: `ExitStatus::Failure`
+/// `tdw::checkFileDestination` with an error to be shown: `ExitStatus::Failure`
 Result<void> checkDestination(const std::string& path, Overwrite overwrite);
 
-/// `tdw::writeWholeFile` with an error for people: `ExitStatus::Failure`
+/// `tdw::writeWholeFile` with an error to be shown: `ExitStatus::Failure`
 Result<void> writeFileAtomically(
     const std::string& path, std::span<const std::byte> bytes, Overwrite overwrite);
 

@@ -13,7 +13,7 @@ struct Cell {
     Colour colour = Colour::None;
 };
 
-/// A table for people, aligned by what the texts take on a terminal. Whatever is put into it is
+/// A table for a terminal, aligned by what the texts take on a terminal. Whatever is put into it is
 /// made safe to show.
 ///
 ///     Table table({ "UDID", "CONNECTION" });

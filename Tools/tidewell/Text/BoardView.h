@@ -12,7 +12,7 @@
 
 namespace tdw::cli {
 
-/// Shows a board to people.
+/// Shows a board on a terminal.
 class BoardView {
 public:
     BoardView() = default;

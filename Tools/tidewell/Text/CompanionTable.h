@@ -8,7 +8,7 @@
 
 namespace tdw::cli {
 
-/// Watches as a table for people.
+/// Watches as a table.
 /// @param entries those of the companion server
 std::string companionTable(const Array& entries, Glyphs glyphs, ColourMode colours);
 

@@ -11,7 +11,7 @@
 
 namespace tdw::cli {
 
-/// What is known about a device, as a table for people.
+/// What is known about a device, as a table.
 /// @param info the payload of the device info server
 /// Errors: `ExitStatus::Failure`, where the payload is none
 Result<std::string> deviceInfoText(

@@ -7,7 +7,7 @@
 
 namespace tdw::cli {
 
-/// How much of an error is shown: what is of use to people, or also what caused it, down to the
+/// How much of an error is shown: the reasons, or also what caused it, down to the
 /// failed library call.
 enum class ErrorDetail { Usual, Everything };
 
@@ -21,7 +21,7 @@ struct ErrorStyle {
     ErrorDetail detail = ErrorDetail::Usual;
 };
 
-/// An error in words for people: "tidewell: " and the reasons on the first line, then, indented,
+/// An error in words: "tidewell: " and the reasons on the first line, then, indented,
 /// the detail, what can be done about it, and where everything is wanted, further causes and the
 /// failed library call. Ends with a line end; nothing in it can act on a terminal but our own
 /// colours.

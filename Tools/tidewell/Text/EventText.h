@@ -8,7 +8,7 @@
 
 namespace tdw::cli {
 
-/// An event as a line for people, with its line end and the local time.
+/// An event as a line of text, with its line end and the local time.
 std::string eventText(const DeviceEvent& event, Date date, ColourMode colours);
 
 /// An event for programs.
