@@ -69,7 +69,7 @@ void becomeBackgroundProcess()
     if (::chdir("/") != 0) { /* Then it keeps a directory busy, which harms nobody else. */
     }
     constexpr char kReady = '\n';
-    if (::write(STDOUT_FILENO, &kReady, 1) < 0) { /* Then nobody waits for it any more. */
+    if (::write(STDOUT_FILENO, &kReady, 1) < 0) { /* The reader has gone. */
     }
     const FileHandle null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     for (const int stream : { STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO })
