@@ -65,7 +65,8 @@ Error currentException()
             (void)TDWSerializeErrorResponse(error);
     } catch (...) {
         constexpr std::string_view kMessage = "[ERROR] The server cannot even say why it ends.\n";
-        if (::write(STDERR_FILENO, kMessage.data(), kMessage.size()) < 0) { /* Nor even that. */
+        if (::write(STDERR_FILENO, kMessage.data(), kMessage.size())
+            < 0) { /* Standard error is gone. */
         }
     }
     _exit(EXIT_FAILURE);

@@ -111,7 +111,7 @@ TEST(Recording, HoldsNoSecretInWhateverSpelling)
         "70591799009280028", "-7059179900928", "02A45E1FC9B1", "Ann-Marie", "Telefon", "Küche",
         "F2LXQ7PR0D41", "555-0147", "5550147", "001010123456780", "MIIBCgKCAQEAsecret",
         "\x01\x0a\x02\x82\x01\x01", "3C1A7E57-9B20-4D1F-8A61-0F5E7C2D9B10",
-        "fe80::a0b0:c0ff:fed0:e001", "71:00:12:34:56:78:9a", "de_BE", "2009-02-13T23:31:30Z",
+        "fe80::a0b0:c0ff:fed0:e001", "71:00:12:34:56:78:9a", "de_BE-1040", "2009-02-13T23:31:30Z",
         "52.520008", "H4WATCH99Z" };
     for (const std::string& secret : secrets) {
         const std::string reversed(secret.rbegin(), secret.rend());

@@ -66,7 +66,7 @@ Result<void> launchInBackground()
 void becomeBackgroundProcess()
 {
     (void)::setsid();
-    if (::chdir("/") != 0) { /* Then it keeps a directory busy, which harms nobody else. */
+    if (::chdir("/") != 0) { /* The directory stays in use. */
     }
     constexpr char kReady = '\n';
     if (::write(STDOUT_FILENO, &kReady, 1) < 0) { /* The reader has gone. */

@@ -143,9 +143,9 @@ private:
         });
     }
 
-    /// Whether the device trusts this computer all the same: one that trusts without a question may
-    /// leave before it has answered, and be back in a moment; a managed one that trusts it already
-    /// refuses to pair anew.
+    /// Whether the device trusts this computer although the request failed. A device that trusts
+    /// without a question can leave before it answers. A managed device refuses each pairing
+    /// request, also where a pairing exists.
     bool trustsAfter(const Error& error)
     {
         if (isDeviceNotFound(error) || isConnectionFailure(error))
